@@ -1,0 +1,180 @@
+// The link to one camera: a reduced TFTP client on UDP (RFC 1350, RFC 2347, RFC 2348). Unlike
+// RFC 1350 asks, nothing is retransmitted and the sender's transfer identifier is not checked:
+// the camera is asked again for the next picture instead.
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "device/device.h"
+#include "platform/clock.h"
+#include "plugin/Plendix.h"
+
+namespace {
+
+constexpr std::uint16_t ServerPort = 69;
+constexpr std::uint16_t NoBlockSize = 512;     // RFC 1350's own: no option acknowledgement came
+constexpr unsigned int AskedBlockSize = 1450;  // the largest that an Ethernet frame carries whole
+constexpr int RequestSize = 4100;
+constexpr int DatagramSize = 65536;
+constexpr int HeaderSize = 4;  // opcode and block number
+
+enum Opcode { OpcodeRead = 1, OpcodeData = 3, OpcodeAck = 4, OpcodeOptionAck = 6 };
+
+unsigned int Byte(char byte) {
+    return static_cast<unsigned char>(byte);
+}
+unsigned int Word(const char* bytes) {
+    return Byte(bytes[0]) << 8 | Byte(bytes[1]);
+}
+
+int NewSocket() {
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+    if (descriptor < FD_SETSIZE) return descriptor;
+    close(descriptor);  // select cannot watch it
+    errno = EMFILE;
+    return -1;
+}
+
+}  // namespace
+
+bool CDevice::Open() {
+    m_Peer.sin_family = AF_INET;
+    m_Peer.sin_addr.s_addr = inet_addr(m_sAddress.c_str());
+    if (m_Peer.sin_addr.s_addr == INADDR_NONE) {
+        const hostent* const host = gethostbyname(m_sAddress.c_str());
+        if (host == nullptr || host->h_addr_list[0] == nullptr) {
+            Trace(LogError, "%s get host by name error %d", m_sAddress.c_str(), WSAGetLastError());
+            return false;
+        }
+        const auto length = static_cast<std::size_t>(host->h_length);
+        std::memcpy(&m_Peer.sin_addr, host->h_addr_list[0], std::min(length, sizeof(m_Peer.sin_addr)));
+    }
+    m_Socket = NewSocket();
+    if (m_Socket == -1) Trace(LogError, "%s create socket error %d", m_sAddress.c_str(), WSAGetLastError());
+    return m_Socket != -1;
+}
+
+void CDevice::Close() {
+    m_Peer = {};
+    m_wBlockSize = NoBlockSize;
+    m_dwSendTime = 0;
+    m_cRegister = 0;
+    if (m_Socket != -1 && close(m_Socket) != 0)
+        Trace(LogError, "%s close socket error %d", m_sAddress.c_str(), WSAGetLastError());
+    m_Socket = -1;
+}
+
+void CDevice::Send(const char* data, int length) {
+    const ssize_t sent = sendto(m_Socket, data, static_cast<std::size_t>(length), 0,
+                                reinterpret_cast<const sockaddr*>(&m_Peer), sizeof(m_Peer));
+    if (sent < 0) {
+        if (WSAGetLastError() == EAGAIN) return;
+        Trace(LogError, "%s send error %d", m_sAddress.c_str(), WSAGetLastError());
+        Close();
+    } else if (sent < length) {
+        Trace(LogWarning, "%s sent %d out of %d", m_sAddress.c_str(), static_cast<int>(sent), length);
+        Close();
+    } else {
+        m_dwSendTime = std::max(timeGetTime(), std::uint32_t{1});  // 0 would read as idle
+    }
+}
+
+void CDevice::Request(const char* name) {
+    char packet[RequestSize] = {0, OpcodeRead};
+    const int length = std::snprintf(packet + 2, sizeof(packet) - 2, "%s%c%s%c%s%c%u%c", name, 0, "netascii",
+                                     0, "blksize", 0, AskedBlockSize, 0);
+    if (length < 0 || length >= static_cast<int>(sizeof(packet)) - 2) {
+        Trace(LogError, "%s request name too long: %d bytes", m_sAddress.c_str(), length);
+        return;
+    }
+    m_Peer.sin_port = htons(ServerPort);
+    Send(packet, length + 2);
+}
+
+void CDevice::Acknowledge(unsigned short block) {
+    const char packet[HeaderSize] = {0, OpcodeAck, static_cast<char>(block >> 8),
+                                     static_cast<char>(block & 0xFF)};
+    Send(packet, sizeof(packet));
+}
+
+int CDevice::Recv() {
+    char buffer[DatagramSize + 1];  // and the terminator behind an option list
+    sockaddr_in sender = {};
+    socklen_t senderLength = sizeof(sender);
+    const ssize_t received =
+        recvfrom(m_Socket, buffer, DatagramSize, 0, reinterpret_cast<sockaddr*>(&sender), &senderLength);
+    if (received < 0) {
+        if (WSAGetLastError() == EAGAIN) return 0;
+        Trace(LogError, "%s recv error %d", m_sAddress.c_str(), WSAGetLastError());
+        Close();
+        return 0;
+    }
+    return Dispatch(buffer, static_cast<int>(received), sender);
+}
+
+int CDevice::Dispatch(char* buffer, int length, const sockaddr_in& sender) {
+    if (length < HeaderSize) {
+        Trace(LogWarning, "%s received invalid packet length %d", m_sAddress.c_str(), length);
+        Close();
+        return 0;
+    }
+    m_Peer = sender;  // the camera's transfer port from here on
+    switch (Word(buffer)) {
+        case OpcodeData:
+            return TakeData(buffer, length);
+        case OpcodeOptionAck:
+            TakeOptions(buffer, length);
+            return 0;
+        default:
+            return 0;
+    }
+}
+
+// Requires a datagram of at least 4 bytes. Blocks are neither put in sequence nor deduplicated
+// here: the input files them by number.
+int CDevice::TakeData(const char* datagram, int length) {
+    if (m_wBlockSize == NoBlockSize) return 0;
+    const auto block = static_cast<unsigned short>(Word(datagram + 2));
+    Acknowledge(block);
+    if (m_Socket == -1) return 0;
+    const char* const payload = datagram + HeaderSize;
+    const int payloadLength = length - HeaderSize;
+    int changed = 0;
+    if (m_cRegister != 0) {
+        const unsigned int high = payloadLength > 0 ? Byte(payload[0]) : 0;
+        const unsigned int low = payloadLength > 1 ? Byte(payload[1]) : 0;
+        changed = Parameter(m_cRegister, static_cast<unsigned short>(high << 8 | low)) ? 1 : 0;
+        m_cRegister = 0;
+    } else {
+        changed = m_Input.Response(payload, payloadLength, m_wBlockSize, block);
+    }
+    if (payloadLength < m_wBlockSize) {
+        m_wBlockSize = NoBlockSize;
+        m_dwSendTime = 0;
+    }
+    return changed;
+}
+
+// Walks name and value pairs, each ended by a 0. The byte behind the datagram is made 0 first, so
+// that whatever was received is a list of terminated strings.
+void CDevice::TakeOptions(char* datagram, int length) {
+    Acknowledge(0);
+    if (m_Socket == -1) return;
+    datagram[length] = '\0';
+    const char* const end = datagram + length;
+    const char* name = datagram + 2;
+    while (name < end && *name != '\0') {
+        const char* const value = name + std::strlen(name) + 1;
+        if (value >= end) return;
+        if (std::strcmp(name, "blksize") == 0)
+            m_wBlockSize = static_cast<std::uint16_t>(std::strtoul(value, nullptr, 10));
+        name = value + std::strlen(value) + 1;
+    }
+}

@@ -1,0 +1,31 @@
+// The file name that asks a camera for its next picture.
+#include <cstdio>
+
+#include "input/input.h"
+
+namespace {
+
+constexpr std::uint32_t KeyFrameMilliseconds = 2000;  // longest distance of H.264 key frames
+constexpr int QpBase = 37;                            // H.264 quantiser at quality 0
+
+}  // namespace
+
+std::string CInput::Request(unsigned long now) {
+    const auto time = static_cast<std::uint32_t>(now);
+    const bool h264 = m_nStandard != 0;
+    char name[200];  // the longest has fewer than 110 characters
+    std::snprintf(name, sizeof(name), "%s?res=%s;x0=%d;y0=%d;x1=%d;y1=%d;%s=%d;", h264 ? "h264" : "image",
+                  m_bHalf ? "half" : "full", m_Active.x0, m_Active.y0, m_Active.x1, m_Active.y1,
+                  h264 ? "qp" : "quality", h264 ? QpBase - m_nQuality : m_nQuality);
+    std::string request = name;
+    if (h264) {
+        const bool key = m_dwKeyFrameTime == 0 || time - m_dwKeyFrameTime >= KeyFrameMilliseconds;
+        std::snprintf(name, sizeof(name), "iframe=%d;ssn=%u;", key ? 1 : 0, m_wSsn);
+        request += name;
+    } else {
+        request += "doublescan=0;";
+    }
+    m_dwRequestTime = time;
+    m_Blocks.clear();
+    return request;
+}

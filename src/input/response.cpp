@@ -1,0 +1,175 @@
+// From data blocks to a frame: filing, completeness, headers in front of the payload.
+#include <algorithm>
+#include <cstring>
+
+#include "input/input.h"
+#include "media/jpeg_header.h"
+#include "media/parameter_sets.h"
+#include "plugin/Plendix.h"
+
+namespace {
+
+// The frame trailer: the short block behind the picture. Numbers are big-endian.
+constexpr int TrailerMAC = 6;
+constexpr int TrailerActivity = 16;  // 8 rows of 8 zones, a byte each
+constexpr int TrailerFlags = 80;
+constexpr int TrailerQuality = 81;
+constexpr int TrailerArea = 82;      // x0, y0, x1, y1
+constexpr int TrailerSize = 90;      // shorter ones are not used
+constexpr int TrailerKeyFrame = 92;  // H.264 only, and what tells H.264 from JPEG
+constexpr unsigned char FlagFullResolution = 4;
+
+constexpr int Zones = 8;  // across and down
+constexpr int MotionMapSize = 24;
+constexpr int MacroblockSize = 16;
+constexpr int CodecJpeg = 8;
+constexpr int CodecH264 = 64;
+
+constexpr unsigned char UnitDelimiter[CFrameBuffer::DelimiterRoom] = {0x00, 0x00, 0x01, 0x09, 0x10};
+constexpr int SlicePrefixSize = 5;
+constexpr int ParameterSetsSize = 32;  // what create_sps_pps is given; it writes at most 22
+
+int Word(const unsigned char* bytes) {
+    return bytes[0] << 8 | bytes[1];
+}
+
+}  // namespace
+
+struct CInput::Frame {
+    unsigned char* payload;  // in the frame buffer
+    int length;              // of the payload
+    bool h264;
+    bool key;
+    unsigned char quality;
+    int width;
+    int height;
+    bool motion;
+    unsigned char map[MotionMapSize];
+};
+
+int CInput::Response(const char* data, int length, unsigned short blockSize, unsigned short block) {
+    if (length >= blockSize) {
+        StoreBlock(data, length, blockSize, block);
+        return 0;
+    }
+    return CompleteFrame(reinterpret_cast<const unsigned char*>(data), length, blockSize, block);
+}
+
+void CInput::StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block) {
+    const std::size_t place = std::size_t{block} * blockSize;
+    const auto size = static_cast<std::size_t>(length);
+    if (place + size >= CFrameBuffer::Size) return;
+    std::memcpy(m_Buffer.Data() + place, data, size);
+    m_Blocks.insert(block);
+}
+
+int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned short blockSize,
+                          unsigned short block) {
+    const unsigned int missing = m_Blocks.FirstMissing();
+    if (missing != block) {
+        Trace(LogWarning, "%s - did not receive block %u of %u", m_sName.c_str(), missing, unsigned{block});
+        m_dwKeyFrameTime = 0;
+        m_dwRequestTime = 0;
+        return 0;
+    }
+    if (length < TrailerSize) return 0;
+    const int changed = UpdateMAC(trailer + TrailerMAC) ? 1 : 0;
+
+    Frame frame = {};
+    frame.payload = m_Buffer.Data() + blockSize;
+    frame.length = PayloadLength(blockSize);
+    frame.h264 = length > TrailerKeyFrame;
+    frame.key = !frame.h264 || trailer[TrailerKeyFrame] != 0;
+    frame.quality = trailer[TrailerQuality];
+    frame.motion = ReadMotion(trailer + TrailerActivity, frame.map);
+    const int divisor = (trailer[TrailerFlags] & FlagFullResolution) != 0 ? 1 : 2;
+    const unsigned char* const area = trailer + TrailerArea;
+    frame.width = (Word(area + 4) - Word(area)) / divisor;
+    frame.height = (Word(area + 6) - Word(area + 2)) / divisor;
+
+    if (IsDecodable(frame)) {
+        if (frame.h264)
+            DeliverH264(frame);
+        else
+            DeliverJpeg(frame);
+    }
+    return changed;
+}
+
+// Without the zeros that fill the last block. A stray block 0 cannot push it past the buffer.
+int CInput::PayloadLength(unsigned short blockSize) const {
+    std::size_t length = std::min(m_Blocks.size() * blockSize, CFrameBuffer::Size - blockSize);
+    const unsigned char* const payload = m_Buffer.Data() + blockSize;
+    while (length > 0 && payload[length - 1] == 0)
+        --length;
+    return static_cast<int>(length);
+}
+
+bool CInput::UpdateMAC(const unsigned char* mac) {
+    if (std::memcmp(m_MAC, mac, sizeof(m_MAC)) == 0) return false;
+    std::memcpy(m_MAC, mac, sizeof(m_MAC));
+    return true;
+}
+
+// Fills the cleared map with the zones in motion; true when the mask enables one of them.
+bool CInput::ReadMotion(const unsigned char* activity, unsigned char* map) const {
+    bool motion = false;
+    for (int row = 0; row < Zones; ++row) {
+        unsigned char& zones = map[3 * row];
+        for (int column = 0; column < Zones; ++column) {
+            if (activity[Zones * row + column] != 0)
+                zones = static_cast<unsigned char>(zones | 0x80 >> column);
+        }
+        motion = motion || (zones & m_Mask[3 * row]) != 0;
+    }
+    return motion;
+}
+
+// Logs the first of a run of frames that no decoder takes, and asks for a key frame.
+bool CInput::IsDecodable(const Frame& frame) {
+    const int minimum = frame.h264 ? MacroblockSize : 1;
+    const bool size = frame.width >= minimum && frame.height >= minimum;
+    const bool quality = frame.h264 || frame.quality < JpegQualityLimit;
+    const bool refused = !size || !quality;
+    if (refused) {
+        m_dwKeyFrameTime = 0;
+        if (!m_bRefused && !size)
+            Trace(LogWarning, "%s - invalid picture size %dx%d", m_sName.c_str(), frame.width, frame.height);
+        else if (!m_bRefused)
+            Trace(LogWarning, "%s - invalid JPEG quality %u", m_sName.c_str(), unsigned{frame.quality});
+    }
+    m_bRefused = refused;
+    return !refused;
+}
+
+void CInput::DeliverH264(Frame& frame) {
+    std::memcpy(frame.payload + frame.length, UnitDelimiter, sizeof(UnitDelimiter));
+    unsigned char prefix[ParameterSetsSize + SlicePrefixSize] = {};
+    int prefixLength = 0;
+    if (frame.key) prefixLength = create_sps_pps(frame.width, frame.height, 0, prefix, ParameterSetsSize);
+    // A payload that does not begin with a start code begins behind the NAL header byte.
+    if ((frame.length > 0 && frame.payload[0] != 0) || (frame.length > 1 && frame.payload[1] != 0)) {
+        const auto header = static_cast<unsigned char>(frame.key ? 0x65 : 0x41);
+        const unsigned char slice[SlicePrefixSize] = {0x00, 0x00, 0x00, 0x01, header};
+        std::memcpy(prefix + prefixLength, slice, sizeof(slice));
+        prefixLength += SlicePrefixSize;
+    }
+    unsigned char* const start = frame.payload - prefixLength;
+    std::memcpy(start, prefix, static_cast<std::size_t>(prefixLength));
+    if (frame.key) m_dwKeyFrameTime = m_dwRequestTime;
+    const int length = prefixLength + frame.length + static_cast<int>(sizeof(UnitDelimiter));
+    FireVideo(reinterpret_cast<char*>(start), length, CodecH264, frame.key ? FrameTypeKey : FrameTypeDelta,
+              frame.motion, frame.map, MotionMapSize);
+}
+
+void CInput::DeliverJpeg(Frame& frame) {
+    std::vector<unsigned char> header;
+    CalculateHeader(header, frame.width, frame.height, frame.quality);
+    // The header's last two bytes take the place of two filler bytes in front of the picture.
+    unsigned char* const start = frame.payload + 2 - header.size();
+    std::memcpy(start, header.data(), header.size());
+    m_dwKeyFrameTime = m_dwRequestTime;
+    const int length = static_cast<int>(header.size()) + frame.length - 2;
+    FireVideo(reinterpret_cast<char*>(start), length, CodecJpeg, FrameTypeKey, frame.motion, frame.map,
+              MotionMapSize);
+}

@@ -1,0 +1,256 @@
+// The records that cross the boundary between the recorder host and the plug-in, and the
+// types of the eight exported functions and of the host's event callback.
+//
+// This is the one header a host needs; the library is loaded with dlopen and its functions
+// are looked up by name. All words are in the host's byte order. Every record begins with
+// its own size in bytes and a version; the plug-in fills them in the records it builds and
+// ignores them in those it receives. A field called Reserved is neither read nor written.
+//
+// On 32-bit hosts the offsets are those pinned at the end of this file. On 64-bit hosts the
+// fields, their order and their widths are the same and only the pointers are wider, so an
+// event record is 192 bytes long instead of 184.
+#ifndef PLENDIX_HOST_RECORDS_H
+#define PLENDIX_HOST_RECORDS_H
+
+#include <cstddef>
+#include <cstdint>
+
+// Identifies the plug-in in records (SourceId) and documents (ID="2162688").
+constexpr std::uint32_t PluginId = 0x210000;
+
+// What an event record carries (_EventParmsIn::Kind).
+constexpr std::uint32_t EventKindVideo = 1;     // one frame
+constexpr std::uint32_t EventKindAlarm = 4;     // motion, trigger, relay or connection document
+constexpr std::uint32_t EventKindLog = 64;      // log_msg document
+constexpr std::uint32_t EventKindConfig = 256;  // version or configuration document
+
+// The format of an event's data (_EventParmsIn::DataType).
+constexpr std::uint32_t DataTypeXml = 0x1000010;
+constexpr std::uint32_t DataTypeJpeg = 0x1000008;
+constexpr std::uint32_t DataTypeH264 = 0x1000040;
+
+// Values of the Result fields.
+constexpr std::int32_t ResultDone = 0;        // done, or nothing to do
+constexpr std::int32_t ResultNotServed = -1;  // operation, selector or code not served
+constexpr std::int32_t ResultNoData = -2;     // Data is null or DataLength is 0
+
+// _EventParmsIn::FrameType.
+constexpr std::uint8_t FrameTypeKey = 1;    // JPEG frame, or H.264 frame that starts with an IDR picture
+constexpr std::uint8_t FrameTypeDelta = 2;  // any other H.264 frame
+
+// Bits of _EventParmsIn::FrameFlags.
+constexpr std::uint8_t FrameFlagMotion = 0x80;     // motion in a zone that the mask enables
+constexpr std::uint8_t FrameFlagRecording = 0x40;  // a recording action is in force
+
+// One event. Owned by the plug-in; it and the bytes at Data are valid until the callback returns.
+struct _EventParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t DataLength;  // bytes at Data; a document's terminating NUL is not counted
+    const void* Data;
+    std::uint32_t SourceId;  // PluginId; for frames also device number << 8 and input number
+    std::uint32_t Reserved0;
+    std::uint32_t Kind;
+    std::uint32_t DataType;
+    // From here on all zero unless Kind is EventKindVideo.
+    std::uint32_t VideoSize;     // bytes from VideoSize to the end of the record: 152
+    std::uint32_t VideoVersion;  // 1
+    std::uint32_t Reserved1;
+    std::uint32_t FrameSeconds;       // delivery time, seconds since 1970-01-01 UTC
+    std::uint16_t FrameMilliseconds;  // 0 to 999 within that second
+    std::uint8_t FrameType;
+    std::uint8_t FrameFlags;
+    std::uint32_t MotionLength;   // bytes used in MotionMap: 24, or 0 without a map
+    std::uint8_t MotionMap[128];  // zone (row r, column c): bit 7 - c of byte 3 * r
+};
+
+// The host's answer to an event.
+struct _EventParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t Error;  // 0 when handed over; the host sets it nonzero to refuse the event
+};
+
+// Called on the thread that runs Open or Close while these run, and on the plug-in's worker
+// thread in between, never on two threads at once. A nonzero return value, too, is a refusal.
+typedef int (*EventCallbackFunction)(_EventParmsIn*, _EventParmsOut*);
+
+struct _LoadParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t HostContext;
+    EventCallbackFunction EventCallback;
+};
+
+struct _LoadParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t PluginId;
+    std::uint32_t Format0;  // class << 24 | format bits, as in DataType
+    std::uint32_t Format1;
+    std::uint32_t Format2;
+    std::uint32_t Format3;
+    std::uint32_t Zero[4];
+    std::uint32_t Reserved[2];
+    std::uint8_t Flag0;
+    std::uint8_t Flag1;
+    std::uint8_t Flag2;
+    std::uint8_t Flag3;
+    std::uint8_t Flag4;
+    std::uint8_t Flag5;
+};
+
+struct _UnloadParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+};
+
+struct _UnloadParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+};
+
+struct _OpenParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+};
+
+struct _OpenParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::int32_t Result;
+    std::uint32_t OpenExtra;
+};
+
+struct _CloseParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+};
+
+struct _CloseParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::int32_t Result;
+};
+
+struct _ReadParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+};
+
+struct _ReadParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t Reserved[2];
+    std::int32_t Result;
+};
+
+struct _SeekParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+};
+
+struct _SeekParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::int32_t Result;
+};
+
+// A write document: relay outputs and recording marks.
+struct _WriteParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t Reserved0;
+    std::uint8_t Selector;  // must be 0
+    std::uint8_t Reserved1[3];
+    std::uint32_t DataLength;  // bytes of XML text at Data
+    const void* Data;          // copied before Write returns; needs no NUL
+    std::uint32_t SourceId;    // the module that wrote the document
+};
+
+struct _WriteParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t Reserved[2];
+    std::int32_t Result;  // untouched when the document was queued
+};
+
+// A configuration document.
+struct _IOCTLParmsIn {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t Code;  // 2; no other is served
+    std::uint32_t Reserved[2];
+    std::uint32_t DataLength;  // bytes of XML text at Data
+    const void* Data;          // copied before IOCTL returns; needs no NUL
+};
+
+struct _IOCTLParmsOut {
+    std::uint32_t Size;
+    std::uint32_t Version;
+    std::uint32_t Reserved;
+    std::int32_t Result;  // untouched when the document was queued
+};
+
+// The exports: "Load", "Unload", "Open", "Close", "Read", "Write", "Seek" and "IOCTL".
+// Each returns 0 always; what happened is in Result.
+typedef int (*LoadFunction)(_LoadParmsIn*, _LoadParmsOut*);
+typedef int (*UnloadFunction)(_UnloadParmsIn*, _UnloadParmsOut*);
+typedef int (*OpenFunction)(_OpenParmsIn*, _OpenParmsOut*);
+typedef int (*CloseFunction)(_CloseParmsIn*, _CloseParmsOut*);
+typedef int (*ReadFunction)(_ReadParmsIn*, _ReadParmsOut*);
+typedef int (*WriteFunction)(_WriteParmsIn*, _WriteParmsOut*);
+typedef int (*SeekFunction)(_SeekParmsIn*, _SeekParmsOut*);
+typedef int (*IOCTLFunction)(_IOCTLParmsIn*, _IOCTLParmsOut*);
+
+// Offsets in front of a record's first pointer are the same everywhere; behind it they move
+// by the extra width (and alignment) of the pointer.
+#if UINTPTR_MAX == UINT32_MAX
+#define PLENDIX_OFFSET(record, field, narrow, wide) static_assert(offsetof(record, field) == (narrow), #field)
+#else
+#define PLENDIX_OFFSET(record, field, narrow, wide) static_assert(offsetof(record, field) == (wide), #field)
+#endif
+
+PLENDIX_OFFSET(_LoadParmsIn, HostContext, 8, 8);
+PLENDIX_OFFSET(_LoadParmsIn, EventCallback, 12, 16);
+PLENDIX_OFFSET(_LoadParmsOut, PluginId, 8, 8);
+PLENDIX_OFFSET(_LoadParmsOut, Format0, 12, 12);
+PLENDIX_OFFSET(_LoadParmsOut, Format3, 24, 24);
+PLENDIX_OFFSET(_LoadParmsOut, Zero, 28, 28);
+PLENDIX_OFFSET(_LoadParmsOut, Reserved, 44, 44);
+PLENDIX_OFFSET(_LoadParmsOut, Flag0, 52, 52);
+PLENDIX_OFFSET(_LoadParmsOut, Flag5, 57, 57);
+PLENDIX_OFFSET(_OpenParmsOut, Result, 8, 8);
+PLENDIX_OFFSET(_OpenParmsOut, OpenExtra, 12, 12);
+PLENDIX_OFFSET(_CloseParmsOut, Result, 8, 8);
+PLENDIX_OFFSET(_ReadParmsOut, Result, 16, 16);
+PLENDIX_OFFSET(_SeekParmsOut, Result, 8, 8);
+PLENDIX_OFFSET(_WriteParmsIn, Selector, 12, 12);
+PLENDIX_OFFSET(_WriteParmsIn, DataLength, 16, 16);
+PLENDIX_OFFSET(_WriteParmsIn, Data, 20, 24);
+PLENDIX_OFFSET(_WriteParmsIn, SourceId, 24, 32);
+PLENDIX_OFFSET(_WriteParmsOut, Result, 16, 16);
+PLENDIX_OFFSET(_IOCTLParmsIn, Code, 8, 8);
+PLENDIX_OFFSET(_IOCTLParmsIn, DataLength, 20, 20);
+PLENDIX_OFFSET(_IOCTLParmsIn, Data, 24, 24);
+PLENDIX_OFFSET(_IOCTLParmsOut, Result, 12, 12);
+PLENDIX_OFFSET(_EventParmsIn, DataLength, 8, 8);
+PLENDIX_OFFSET(_EventParmsIn, Data, 12, 16);
+PLENDIX_OFFSET(_EventParmsIn, SourceId, 16, 24);
+PLENDIX_OFFSET(_EventParmsIn, Kind, 24, 32);
+PLENDIX_OFFSET(_EventParmsIn, DataType, 28, 36);
+PLENDIX_OFFSET(_EventParmsIn, VideoSize, 32, 40);
+PLENDIX_OFFSET(_EventParmsIn, VideoVersion, 36, 44);
+PLENDIX_OFFSET(_EventParmsIn, FrameSeconds, 44, 52);
+PLENDIX_OFFSET(_EventParmsIn, FrameMilliseconds, 48, 56);
+PLENDIX_OFFSET(_EventParmsIn, FrameType, 50, 58);
+PLENDIX_OFFSET(_EventParmsIn, FrameFlags, 51, 59);
+PLENDIX_OFFSET(_EventParmsIn, MotionLength, 52, 60);
+PLENDIX_OFFSET(_EventParmsIn, MotionMap, 56, 64);
+PLENDIX_OFFSET(_EventParmsOut, Error, 8, 8);
+static_assert(sizeof(_EventParmsOut) == 12, "result record");
+static_assert(sizeof(_EventParmsIn) == (sizeof(void*) == 4 ? 184 : 192), "event record");
+
+#undef PLENDIX_OFFSET
+
+#endif

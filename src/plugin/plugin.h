@@ -1,0 +1,76 @@
+// The plug-in object: the host's calls, the queue that carries its documents, and the worker
+// thread that owns every camera.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <cstddef>
+#include <memory>
+
+#include "platform/queue.h"
+#include "platform/thread.h"
+#include "plugin/host_records.h"
+
+class CDevice;
+
+constexpr int MaxDevices = 255;
+
+enum MessageId {
+    MsgConfig = 1,  // a configuration document
+    MsgWrite = 2,   // a write document
+};
+
+// A host document on its way to the worker. The poster parses into it before it posts it.
+class docmsg : public pt::message {
+public:
+    explicit docmsg(int messageid) : pt::message(messageid, 0) {}
+
+    TiXmlDocument document;
+};
+
+class CPlugin : public pt::thread, protected pt::msgqueue {
+public:
+    CPlugin();
+    // Stops a worker that still runs. Cameras are destroyed by Close, or here at the latest.
+    ~CPlugin() override;
+
+    // The exports of the same names, on the host's thread. Each returns 0.
+    int Load(_LoadParmsIn* in, _LoadParmsOut* out);
+    int Unload(_UnloadParmsIn* in, _UnloadParmsOut* out);
+    int Open(_OpenParmsIn* in, _OpenParmsOut* out);
+    int Close(_CloseParmsIn* in, _CloseParmsOut* out);
+    int Read(_ReadParmsIn* in, _ReadParmsOut* out);
+    int Write(_WriteParmsIn* in, _WriteParmsOut* out);
+    int Seek(_SeekParmsIn* in, _SeekParmsOut* out);
+    int IOCTL(_IOCTLParmsIn* in, _IOCTLParmsOut* out);
+
+    // Calls the host on the calling thread and returns its result.
+    int Event(_EventParmsIn* in, _EventParmsOut* out);
+
+    // Host's thread while the worker does not run, worker thread while it does.
+    void BroadcastVersion();
+    void PostConfig();
+    void UpdateConfig(TiXmlDocument& document);
+    void ProcessWrite(TiXmlDocument& document);
+    void WriteDevices(TiXmlElement* element);
+    void CheckDevices();
+
+    std::uint32_t HostContext = 0;
+    EventCallbackFunction EventCallback = nullptr;
+    // Slot n - 1 holds the camera with Number n. Host's thread while the worker does not run,
+    // worker thread while it does.
+    std::unique_ptr<CDevice> m_Devices[MaxDevices];
+
+protected:
+    void execute() override;
+    void cleanup() override;
+    void msghandler(pt::message& msg) override;
+
+private:
+    void LoadSettings();
+    void PostDocument(int id, const void* data, std::uint32_t length);
+    bool UpdateDevices(TiXmlElement& devices);
+    bool UpdateDevice(TiXmlElement& element, int number);
+    bool ServeSockets();
+    CDevice* Device(int number);  // null when there is none, or no such number
+};

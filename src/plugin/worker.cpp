@@ -1,0 +1,79 @@
+// The worker thread: serve the queue, then one pass over all cameras, until signalled.
+#include <sys/select.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "device/device.h"
+#include "platform/clock.h"
+#include "plugin/Plendix.h"
+#include "plugin/plugin.h"
+
+namespace {
+
+// Bounds how long a queued document and Close wait for the worker.
+constexpr unsigned int PassMilliseconds = 20;
+
+}  // namespace
+
+void CPlugin::execute() {
+    while (!signalled()) {
+        processmsgs();
+        try {
+            CheckDevices();
+        } catch (...) {
+            TraceException("Pass");
+        }
+    }
+}
+
+void CPlugin::cleanup() {
+    processmsgs();
+}
+
+void CPlugin::msghandler(pt::message& msg) {
+    auto* const doc = dynamic_cast<docmsg*>(&msg);
+    try {
+        if (msg.id == MsgConfig) {
+            if (doc != nullptr) UpdateConfig(doc->document);
+        } else if (msg.id == MsgWrite) {
+            if (doc != nullptr) ProcessWrite(doc->document);
+        } else {
+            defhandler(msg);
+        }
+    } catch (...) {
+        TraceException("Document");
+    }
+}
+
+void CPlugin::CheckDevices() {
+    if (ServeSockets()) PostConfig();
+}
+
+// One pass over all cameras. True when the configuration that the host sees changed.
+bool CPlugin::ServeSockets() {
+    fd_set readset;
+    fd_set writeset;
+    fd_set exceptset;
+    FD_ZERO(&readset);
+    FD_ZERO(&writeset);
+    FD_ZERO(&exceptset);
+    int highest = -1;
+    for (const auto& device : m_Devices) {
+        if (device) highest = std::max(highest, device->Set(readset, writeset, exceptset));
+    }
+    if (highest == -1) {
+        pt::psleep(PassMilliseconds);
+        return false;
+    }
+    timeval timeout = {0, PassMilliseconds * 1000};
+    if (select(highest + 1, &readset, &writeset, &exceptset, &timeout) < 0) {
+        if (WSAGetLastError() != EINTR) Trace(LogError, "select error %d", WSAGetLastError());
+        return false;
+    }
+    bool changed = false;
+    for (const auto& device : m_Devices) {
+        if (device && device->IsSet(readset, writeset, exceptset)) changed = true;
+    }
+    return changed;
+}
