@@ -1,0 +1,112 @@
+// A plain TFTP client, and the frame that a picture's blocks make.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace plendix::camera::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Reply {
+    std::optional<int> error, granted;  // code of an ERROR packet, block size of the OACK
+    std::vector<Bytes> blocks;
+    Bytes payload;          // of a picture: the blocks without the zeros that pad them
+    Bytes trailer;          // the last block
+    bool complete = false;  // false without error: nothing came within 10 s
+};
+
+inline Bytes read_request(const std::string& name, std::optional<int> block_size,
+                          const std::string& mode = "netascii") {
+    std::string text = std::string("\0\1", 2) + name + '\0' + mode + '\0';
+    if (block_size) text += std::string("blksize") + '\0' + std::to_string(*block_size) + '\0';
+    return Bytes(text.begin(), text.end());
+}
+
+class TftpClient {
+public:
+    explicit TftpClient(const std::string& camera) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
+        peer_.sin_family = AF_INET;
+        peer_.sin_addr.s_addr = inet_addr(camera.c_str());
+    }
+    ~TftpClient() { close(socket_); }
+    TftpClient(const TftpClient&) = delete;
+    TftpClient& operator=(const TftpClient&) = delete;
+
+    void request(const Bytes& datagram) {
+        peer_.sin_port = htons(69);
+        answer(datagram);
+    }
+    /// To where the last datagram came from.
+    void answer(const Bytes& datagram) {
+        sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&peer_),
+               sizeof peer_);
+    }
+    void acknowledge(int block) {
+        answer({0, 4, static_cast<std::uint8_t>(block >> 8), static_cast<std::uint8_t>(block)});
+    }
+    bool waits(int milliseconds) {
+        pollfd waiting{socket_, POLLIN, 0};
+        return poll(&waiting, 1, milliseconds) == 1;
+    }
+    /// Opcode and number of the next datagram, whose rest goes to `data`; opcode 0 after 10 s.
+    std::pair<int, int> receive(Bytes& data) {
+        data.assign(65536, 0);
+        socklen_t length = sizeof peer_;
+        if (!waits(10'000)) return {0, 0};
+        const auto size =
+            recvfrom(socket_, data.data(), data.size(), 0, reinterpret_cast<sockaddr*>(&peer_), &length);
+        EXPECT_GE(size, 4);
+        data.resize(static_cast<std::size_t>(size));
+        const std::pair<int, int> head{data[1], data[2] << 8 | data[3]};
+        data.erase(data.begin(), data.begin() + 4);
+        return head;
+    }
+
+    Reply fetch(const Bytes& datagram, int block_size) {
+        Reply reply;
+        Bytes data;
+        request(datagram);
+        while (!reply.complete) {
+            const auto [opcode, number] = receive(data);
+            if (opcode == 5) reply.error = number;
+            if (opcode == 6) reply.granted = std::stoi(std::string(data.begin() + 6, data.end()));
+            if (opcode == 6) acknowledge(0);
+            if (opcode == 6) continue;
+            if (opcode != 3 || number != static_cast<int>(reply.blocks.size()) + 1) return reply;
+            acknowledge(number);
+            reply.complete = data.size() < static_cast<std::size_t>(block_size);
+            reply.blocks.push_back(data);
+            if (reply.complete) reply.trailer = data;
+            if (!reply.complete) reply.payload.insert(reply.payload.end(), data.begin(), data.end());
+        }
+        while (!reply.payload.empty() && reply.payload.back() == 0)
+            reply.payload.pop_back();
+        return reply;
+    }
+    Reply fetch(const std::string& name, std::optional<int> block_size = 1450) {
+        return fetch(read_request(name, block_size), block_size.value_or(512));
+    }
+    int value(const std::string& name) {
+        const Reply reply = fetch(name);
+        return reply.trailer.size() == 2 ? reply.trailer[0] << 8 | reply.trailer[1] : -1;
+    }
+    int read(int number) { return value("getreg?page=3;reg=" + std::to_string(number) + ";"); }
+    int write(int number, int to) {
+        return value("setreg?page=3;reg=" + std::to_string(number) + ";val=" + std::to_string(to) + ";");
+    }
+
+private:
+    int socket_;
+    sockaddr_in peer_{};
+};
+
+}  // namespace plendix::camera::test
