@@ -1,0 +1,118 @@
+#include "host/decode_check.h"
+
+#include <array>
+#include <mutex>
+#include <new>
+
+#include "host/movie_file.h"
+#include "usage.h"
+
+namespace plendix {
+namespace {
+
+/// Collects what libav complains about, from any of its threads, instead of printing it.
+class Complaints {
+public:
+    Complaints() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        count_ = 0;
+        first_.clear();
+        av_log_set_callback(note);
+    }
+    ~Complaints() { av_log_set_callback(av_log_default_callback); }
+    Complaints(const Complaints&) = delete;
+    Complaints& operator=(const Complaints&) = delete;
+
+    std::uint64_t count() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return count_;
+    }
+    std::string first() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return first_;
+    }
+
+private:
+    static void note(void* object, int level, const char* format, va_list arguments) {
+        if (level > AV_LOG_ERROR) return;
+        std::array<char, 256> line{};
+        int prefix = 1;
+        av_log_format_line2(object, level, format, arguments, line.data(), line.size(), &prefix);
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (count_++ == 0) first_ = line.data();
+        while (!first_.empty() && first_.back() == '\n')
+            first_.pop_back();
+    }
+
+    static std::mutex mutex_;
+    static std::uint64_t count_;
+    static std::string first_;
+};
+
+std::mutex Complaints::mutex_;
+std::uint64_t Complaints::count_ = 0;
+std::string Complaints::first_;
+
+class Check {
+public:
+    explicit Check(const std::filesystem::path& file)
+        : movie_(file), decoder_(movie_.strict_decoder()), frame_(av_frame_alloc()) {}
+
+    DecodeResult run() {
+        const LibavPointer<AVPacket> packet(av_packet_alloc());
+        if (!packet || !frame_) throw std::bad_alloc();
+        while (next(*packet)) {
+            ++result_.packets;
+            feed(packet.get());
+        }
+        feed(nullptr);
+        return result_;
+    }
+
+private:
+    bool next(AVPacket& packet) {
+        const std::uint64_t before = complaints_.count();
+        bool more = false;
+        try {
+            more = movie_.read(packet);
+        } catch (const Failure& failure) {
+            fault(failure.what());
+            return false;
+        }
+        if (complaints_.count() != before) fault(complaints_.first());
+        return more;
+    }
+
+    /// Decodes one packet; null asks for the pictures that the decoder still holds.
+    void feed(const AVPacket* packet) {
+        const std::uint64_t before = complaints_.count();
+        int result = avcodec_send_packet(decoder_.get(), packet);
+        bool bad = result < 0;
+        while (result >= 0 && (result = avcodec_receive_frame(decoder_.get(), frame_.get())) >= 0) {
+            ++result_.decoded;
+            bad = bad || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0;
+        }
+        bad = bad || (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF);
+        if (complaints_.count() != before) return fault(complaints_.first());
+        if (bad) fault(libav_text(result));
+    }
+
+    void fault(const std::string& text) {
+        if (result_.faulty++ > 0) return;
+        result_.first_fault = "frame " + std::to_string(result_.packets) + ": " + text;
+    }
+
+    Complaints complaints_;
+    MovieFile movie_;
+    LibavPointer<AVCodecContext> decoder_;
+    LibavPointer<AVFrame> frame_;
+    DecodeResult result_;
+};
+
+}  // namespace
+
+DecodeResult check_file(const std::filesystem::path& file) {
+    return Check(file).run();
+}
+
+}  // namespace plendix

@@ -1,0 +1,37 @@
+// The documents that a host hands to the plug-in.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace plendix {
+
+enum class Codec { camera_default, jpeg, h264 };
+
+/// What a recording asks of one camera. 0 leaves a number to the camera or the plug-in.
+struct CameraSettings {
+    int number = 1;  // 1 to 255
+    std::string address;
+    std::string name;
+    Codec codec = Codec::camera_default;
+    int rate = 0;     // frames per second; 0: as many as the sensor gives
+    int quality = 0;  // 1 to 10, 10 is the finest
+    int width = 0;    // pixels; a size below the sensor's asks for half resolution
+    int height = 0;
+};
+
+/// Configuration document that creates or changes these cameras and enables them.
+std::string configure_document(const std::vector<CameraSettings>& cameras);
+/// Configuration document that removes every camera the plug-in may know.
+std::string remove_all_document();
+
+/// A moment in the two attributes that documents use, UTC milliseconds since 1970.
+using TimeMs = std::int64_t;
+
+/// Write document: action `action` holds the relay active, or with `active` false until `end`.
+std::string relay_document(int camera, int action, bool active, TimeMs end = 0);
+/// Write document: marks the frames from now on as recorded, or with `active` false until `end`.
+std::string recording_document(int camera, int action, bool active, TimeMs end = 0);
+
+}  // namespace plendix

@@ -1,0 +1,79 @@
+#include "host/event_log.h"
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+#include "usage.h"
+
+namespace plendix {
+
+const char* kind_name(EventKind kind) {
+    switch (kind) {
+        case EventKind::version:
+            return "version";
+        case EventKind::config:
+            return "config";
+        case EventKind::connection:
+            return "connection";
+        case EventKind::motion:
+            return "motion";
+        case EventKind::trigger:
+            return "trigger";
+        case EventKind::relay:
+            return "relay";
+        case EventKind::recording:
+            return "recording";
+        case EventKind::log:
+            return "log";
+        case EventKind::unknown:
+            break;
+    }
+    return "unknown";
+}
+
+std::string utc_text(std::int64_t time_ms) {
+    const auto seconds = static_cast<std::time_t>(time_ms / 1000);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    std::array<char, 40> text{};
+    const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text.data() + length, text.size() - length, ".%03dZ", static_cast<int>(time_ms % 1000));
+    return text.data();
+}
+
+std::string json_line(const Event& event) {
+    const nlohmann::ordered_json line{{"time", utc_text(event.time_ms)},
+                                      {"camera", event.camera},
+                                      {"kind", kind_name(event.kind)},
+                                      {"values", event.values}};
+    // A camera's name need not be UTF-8: bytes that are none become U+FFFD.
+    return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string human_line(const Event& event) {
+    std::string line = utc_text(event.time_ms).substr(11, 12) + "  ";
+    line += event.camera == 0 ? "plug-in" : "camera " + std::to_string(event.camera);
+    line += "  " + std::string(kind_name(event.kind));
+    for (const auto& [name, value] : event.values.items()) {
+        if (value.is_boolean()) {
+            line += (value.get<bool>() ? "  " : "  not ") + name;
+        } else if (name == "text") {
+            line += "  " + value.get<std::string>();
+        } else {
+            line += "  " + name + ' ' + (value.is_string() ? value.get<std::string>() : value.dump());
+        }
+    }
+    return line;
+}
+
+EventLog::EventLog(const std::filesystem::path& file) : path_(file), file_(file, std::ios::trunc) {
+    if (!file_) throw Failure("cannot write '" + path_.string() + "'");
+}
+
+void EventLog::write(const Event& event) {
+    file_ << json_line(event) << '\n' << std::flush;
+    if (!file_) throw Failure("cannot write '" + path_.string() + "'");
+}
+
+}  // namespace plendix

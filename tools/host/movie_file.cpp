@@ -1,0 +1,39 @@
+#include "host/movie_file.h"
+
+#include "usage.h"
+
+namespace plendix {
+
+MovieFile::MovieFile(const std::filesystem::path& file) : path_(file) {
+    AVFormatContext* context = nullptr;
+    const int opened = avformat_open_input(&context, file.c_str(), nullptr, nullptr);
+    context_.reset(context);
+    if (opened < 0) throw Failure("cannot open '" + file.string() + "': " + libav_text(opened));
+    const int index = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (index < 0) throw Failure("'" + file.string() + "' has no video");
+    stream_ = context->streams[index];
+}
+
+bool MovieFile::read(AVPacket& packet) {
+    for (;;) {
+        av_packet_unref(&packet);
+        const int result = av_read_frame(context_.get(), &packet);
+        if (result == AVERROR_EOF) return false;
+        if (result < 0) throw Failure("'" + path_.string() + "' is damaged: " + libav_text(result));
+        if (packet.stream_index == stream_->index) return true;
+    }
+}
+
+LibavPointer<AVCodecContext> MovieFile::strict_decoder() const {
+    const AVCodec* codec = avcodec_find_decoder(stream_->codecpar->codec_id);
+    LibavPointer<AVCodecContext> decoder(avcodec_alloc_context3(codec));
+    if (codec == nullptr || !decoder) throw Failure("no decoder for '" + path_.string() + "'");
+    avcodec_parameters_to_context(decoder.get(), stream_->codecpar);
+    decoder->thread_count = 1;
+    decoder->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
+    const int result = avcodec_open2(decoder.get(), codec, nullptr);
+    if (result < 0) throw Failure("cannot decode '" + path_.string() + "': " + libav_text(result));
+    return decoder;
+}
+
+}  // namespace plendix

@@ -1,0 +1,30 @@
+// Reads a recorded file back, as any player would.
+#pragma once
+
+#include <filesystem>
+
+#include "host/ffmpeg.h"
+
+namespace plendix {
+
+/// A file opened for reading, and the decoder for its video track. Throws Failure when the
+/// file cannot be opened or has no video.
+class MovieFile {
+public:
+    explicit MovieFile(const std::filesystem::path& file);
+
+    /// The next video packet; false at the end. Throws Failure when the file is damaged.
+    bool read(AVPacket& packet);
+    /// A decoder that refuses what it would otherwise repair silently.
+    LibavPointer<AVCodecContext> strict_decoder() const;
+
+    const AVStream& video() const { return *stream_; }
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+    LibavPointer<AVFormatContext> context_;
+    AVStream* stream_ = nullptr;
+};
+
+}  // namespace plendix

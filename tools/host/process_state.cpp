@@ -1,0 +1,79 @@
+#include "host/process_state.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <system_error>
+
+#include "usage.h"
+
+namespace plendix {
+namespace {
+
+std::atomic<bool> stop_requested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
+
+void request_stop(int) {
+    stop_requested = true;
+}
+
+void handle(int signal, void (*handler)(int), int flags) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+WorkingDirectory::WorkingDirectory(const std::filesystem::path& folder)
+    : before_(std::filesystem::current_path()) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error) std::filesystem::current_path(folder, error);
+    if (error) throw Failure("cannot use the folder '" + folder.string() + "': " + error.message());
+}
+
+WorkingDirectory::~WorkingDirectory() {
+    std::error_code ignored;
+    std::filesystem::current_path(before_, ignored);
+}
+
+OutputToFile::OutputToFile(const std::filesystem::path& file) : before_(-1) {
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (descriptor < 0) throw Failure("cannot write '" + file.string() + "': " + std::strerror(errno));
+    std::fflush(stdout);
+    before_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+    dup2(descriptor, STDOUT_FILENO);
+    ::close(descriptor);
+}
+
+OutputToFile::~OutputToFile() {
+    std::fflush(stdout);
+    if (before_ < 0) return;  // there was no standard output
+    dup2(before_, STDOUT_FILENO);
+    ::close(before_);
+}
+
+StopSignals::StopSignals() {
+    stop_requested = false;
+    for (const int signal : {SIGINT, SIGTERM})
+        handle(signal, request_stop, static_cast<int>(SA_RESETHAND));
+}
+
+StopSignals::~StopSignals() {
+    for (const int signal : {SIGINT, SIGTERM})
+        handle(signal, SIG_DFL, 0);
+}
+
+bool StopSignals::requested() const {
+    return stop_requested;
+}
+
+}  // namespace plendix

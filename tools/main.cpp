@@ -1,0 +1,42 @@
+// plendix: the command. Subcommands register themselves; status goes to stderr, data to stdout.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <functional>
+#include <iostream>
+
+#include "camera/camera_command.h"
+#include "host/demo_command.h"
+#include "host/record_command.h"
+#include "usage.h"
+
+namespace {
+
+int run(CLI::App& app, const std::function<int()>& chosen, int argc, char** argv) {
+    try {
+        app.parse(argc, argv);
+        return chosen();
+    } catch (const CLI::ParseError& error) {
+        const int code = app.exit(error, std::cout, std::cerr);
+        return code == 0 ? plendix::exit_done : plendix::exit_usage;
+    } catch (const plendix::UsageError& error) {
+        std::cerr << "plendix: " << error.what() << '\n';
+        return plendix::exit_usage;
+    } catch (const std::exception& error) {
+        std::cerr << "plendix: " << error.what() << '\n';
+        return plendix::exit_failed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Plendix: a driver for network cameras, with a reference host and simulated cameras."};
+    app.require_subcommand(1);
+    app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage. 'plendix COMMAND --help' tells more.");
+
+    std::function<int()> chosen;
+    plendix::add_demo_command(app, chosen);
+    plendix::add_record_command(app, chosen);
+    plendix::add_camera_command(app, chosen);
+    return run(app, chosen, argc, argv);
+}
