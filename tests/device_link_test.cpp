@@ -16,7 +16,7 @@ protected:
 TEST_F(DeviceLink, TakesWhatBelongsToTheTransferFromTheTransferPort) {
     EXPECT_EQ(camera.request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
     camera.send("\0\3\0\1\0\x69"s, "");  // no options acknowledged yet
-    for (const unsigned opcode : {0, 1, 2, 4, 5, 7, 0x103, 0x600})
+    for (const unsigned opcode : {0U, 1U, 2U, 4U, 5U, 7U, 0x103U, 0x600U})
         camera.send(word(opcode) + word(1) + "no", "");
     camera.answer(205);
     camera.expect("getreg?page=3;reg=123;");  // on port 69 again
