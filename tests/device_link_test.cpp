@@ -67,7 +67,7 @@ TEST_F(DeviceLink, TakesRepliesOfAnyLength) {
 TEST_F(DeviceLink, ClosesOnFailuresAndTriesAgain) {
     begin();
     camera.grant();
-    char packet[] = "\0\3\0\1\0\x69";
+    char packet[] = "\0\3\0\2\0\x69";
     EXPECT_EQ(device->Dispatch(packet, 6, {AF_INET, 0, {}, {}}), 0);  // port 0 takes no acknowledgement
     expect_log("75 " + own_address() + " send error 22");
     EXPECT_EQ(device->m_wModel, 0);

@@ -96,6 +96,9 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
     control(2, broken.c_str(), broken.size());  // served up to the error
     EXPECT_EQ(::Close(nullptr, &closed), 0);
     ::Open(nullptr, &out);  // the settings file brings the cameras back
+    const std::size_t count = host.events().size();
+    control(2, whole.c_str(), whole.size());
+    EXPECT_TRUE(host.wait_for([&](auto& h) { return h.events().size() > count; }));
     ::Close(nullptr, &closed);
     ::Unload(nullptr, nullptr);
     const auto sent = host.events();
