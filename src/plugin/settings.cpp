@@ -15,11 +15,13 @@
 #include <string>
 
 #include "plugin/Plendix.h"
+#include "plugin/xml_guard.h"
 
 const char szFileName[] = "Plendix.xml";
 
 namespace {
 
+constexpr std::size_t SettingsLimit = std::size_t{16} << 20;  // bytes; 255 cameras need under 1 MB
 constexpr int CopiesLimit =
     1000;  // of unreadable settings files kept; a host that makes more has other worries
 
@@ -129,6 +131,16 @@ void KeepUnreadable(const char* reason) {
     Trace(LogWarning, "%s is not readable (%s) and could not be kept", szFileName, reason);
 }
 
+// Why LoadFile must not have the file; null when it may.
+const char* ExamineSettings() {
+    const File file(std::fopen(szFileName, "re"), std::fclose);
+    std::string text(file ? SettingsLimit + 1 : 0, '\0');
+    text.resize(file ? std::fread(&text[0], 1, text.size(), file.get()) : 0);
+    if (!file || std::ferror(file.get()) != 0) return "read error";
+    if (text.size() > SettingsLimit) return "too large";
+    return RefuseFile(text.data(), text.size());
+}
+
 }  // namespace
 
 bool LoadFileProtected(TiXmlDocument& document, const char* filename) {
@@ -146,8 +158,9 @@ bool ReadSettings(TiXmlDocument& document) {
         Trace(LogWarning, "%s is not a file", szFileName);
         return false;
     }
-    if (LoadFileProtected(document, szFileName)) return true;
-    KeepUnreadable(document.ErrorDesc());
+    const char* problem = ExamineSettings();
+    if (problem == nullptr && LoadFileProtected(document, szFileName)) return true;
+    KeepUnreadable(problem != nullptr ? problem : document.ErrorDesc());
     return false;
 }
 
