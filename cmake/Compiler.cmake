@@ -7,6 +7,9 @@ if(PLENDIX_SANITIZE)
   add_compile_options(-fsanitize=${PLENDIX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PLENDIX_SANITIZE})
 endif()
+if(PLENDIX_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link -DNDEBUG)
+endif()
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 
 # For sources that read the command line: its template library takes most of a release build's

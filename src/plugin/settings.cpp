@@ -21,7 +21,7 @@ const char szFileName[] = "Plendix.xml";
 
 namespace {
 
-constexpr std::size_t SettingsLimit = std::size_t{16} << 20;  // bytes; 255 cameras need under 1 MB
+constexpr off_t SettingsLimit = 16 << 20;  // bytes; 255 cameras need under 1 MB
 constexpr int CopiesLimit =
     1000;  // of unreadable settings files kept; a host that makes more has other worries
 
@@ -132,13 +132,12 @@ void KeepUnreadable(const char* reason) {
     Trace(LogWarning, "%s is not readable (%s) and could not be kept", szFileName, reason);
 }
 
-// Why LoadFile must not have the file; null when it may.
-const char* ExamineSettings() {
+// Why LoadFile must not have the file of the given size; null when it may.
+const char* ExamineSettings(off_t size) {
+    if (size > SettingsLimit) return "too large";
     const File file(std::fopen(szFileName, "re"), std::fclose);
-    std::string text(file ? SettingsLimit + 1 : 0, '\0');
-    text.resize(file ? std::fread(&text[0], 1, text.size(), file.get()) : 0);
-    if (!file || std::ferror(file.get()) != 0) return "read error";
-    if (text.size() > SettingsLimit) return "too large";
+    std::string text(static_cast<std::size_t>(size), '\0');
+    if (!file || std::fread(&text[0], 1, text.size(), file.get()) != text.size()) return "read error";
     return RefuseFile(text.data(), text.size());
 }
 
@@ -159,7 +158,7 @@ bool ReadSettings(TiXmlDocument& document) {
         Trace(LogWarning, "%s is not a file", szFileName);
         return false;
     }
-    const char* problem = ExamineSettings();
+    const char* problem = ExamineSettings(status.st_size);
     if (problem == nullptr && LoadFileProtected(document, szFileName)) return true;
     KeepUnreadable(problem != nullptr ? problem : document.ErrorDesc());
     return false;
