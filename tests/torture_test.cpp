@@ -139,7 +139,7 @@ public:
 
 class Torture : public testing::TestWithParam<Call> {
 protected:
-    Torture() : fleet_({config("127.31.7.1"), config("127.31.7.2")}) {
+    Torture() : fleet_({config("1"), config("2")}) {
         fleet_.start();
         plugin_.EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
             if (in->Kind == EventKindVideo) ++frames_[(in->SourceId >> 8) & 1];
@@ -147,9 +147,13 @@ protected:
         };
     }
     ~Torture() override { g_Plugin = nullptr; }
-    static camera::Config config(const char* address) {
+    /// The address of a camera, which differs between the cases: they run side by side.
+    static std::string address(const std::string& number) {
+        return "127.31." + std::to_string(GetParam()) + "." + number;
+    }
+    static camera::Config config(const char* number) {
         camera::Config config;
-        config.address = address;
+        config.address = address(number);
         config.sensor_width = 320;
         config.sensor_height = 240;
         return config;
@@ -165,9 +169,9 @@ protected:
         }
     }
     void add_cameras() {
-        for (const char* number : {"1", "2"})
+        for (const std::string number : {"1", "2"})
             post(
-                "<Device Number='" + std::string(number) + "' Enabled='1' ipAddress='127.31.7." + number +
+                "<Device Number='" + number + "' Enabled='1' ipAddress='" + address(number) +
                 "'><Codec><Encoder><Channel Number='0' Width='64' Height='32' Standard='0' Framerate='1000'/>"
                 "</Encoder></Codec></Device>");
     }
