@@ -19,6 +19,10 @@ std::ptrdiff_t SequenceLength(unsigned char first) {
     return first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
 }
 
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
 bool BeginsName(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return std::isalpha(byte) != 0 || byte == '_' || byte >= 127;
@@ -94,8 +98,7 @@ private:
     }
 
     bool IsSequence(std::ptrdiff_t length) const {
-        const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
-        return m_pEnd - m_p >= length && std::all_of(m_p + 1, m_p + length, continues);
+        return m_pEnd - m_p >= length && std::all_of(m_p + 1, m_p + length, IsContinuation);
     }
 
     void Markup() {
@@ -167,11 +170,67 @@ XmlVerdict ExamineXml(const char* text, std::size_t length) {
     return Scanner(text, length).Scan();
 }
 
+namespace {
+
+bool IsSequence(const char* first, const char* end) {
+    const auto byte = static_cast<unsigned char>(*first);
+    if (byte < 0x80) return true;
+    if (byte < 0xC2 || byte > 0xF4 || end - first < SequenceLength(byte)) return false;
+    return std::all_of(first + 1, first + SequenceLength(byte), IsContinuation);
+}
+
+std::string ToUtf8(const char* text, std::size_t length) {
+    std::string utf8;
+    utf8.reserve(length + SpareNuls);
+    const char* const end = text + length;
+    for (const char* p = text; p < end; ++p) {
+        const auto byte = static_cast<unsigned char>(*p);
+        if (byte < 0x80) {
+            utf8 += *p;
+        } else if (IsSequence(p, end)) {
+            utf8.append(p, static_cast<std::size_t>(SequenceLength(byte)));
+            p += SequenceLength(byte) - 1;
+        } else {
+            utf8 += static_cast<char>(0xC0 | byte >> 6);
+            utf8 += static_cast<char>(0x80 | (byte & 0x3F));
+        }
+    }
+    return utf8;
+}
+
+// TinyXML prints "&#x" as it stands, up to the next ";", taking it for a reference: a value that
+// holds it would break the document that it is sent in.
+bool Defuse(std::string& value) {
+    bool found = false;
+    for (std::size_t at = value.find("&#x"); at != std::string::npos; at = value.find("&#x", at)) {
+        value[at + 2] = 'X';
+        found = true;
+    }
+    return found;
+}
+
+void DefuseTree(TiXmlNode& node) {
+    TiXmlElement* const element = node.ToElement();
+    for (TiXmlAttribute* attribute = element != nullptr ? element->FirstAttribute() : nullptr;
+         attribute != nullptr; attribute = attribute->Next()) {
+        std::string value = attribute->ValueStr();
+        if (Defuse(value)) attribute->SetValue(value);
+    }
+    std::string text = node.ToText() != nullptr ? node.ValueStr() : std::string();
+    if (Defuse(text)) node.SetValue(text);
+    for (TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling())
+        DefuseTree(*child);
+}
+
+}  // namespace
+
 XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t length) {
-    const XmlVerdict verdict = ExamineXml(text, strnlen(text, length));
-    std::string copy(text, verdict.length);
-    copy.append(SpareNuls, '\0');
-    document.Parse(copy.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
+    std::string utf8 = ToUtf8(text, strnlen(text, length));
+    const XmlVerdict verdict = ExamineXml(utf8.data(), utf8.size());
+    utf8.resize(verdict.length);
+    utf8.append(SpareNuls, '\0');
+    document.Parse(utf8.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    DefuseTree(document);
     return verdict;
 }
 

@@ -21,7 +21,9 @@ struct XmlVerdict {
 XmlVerdict ExamineXml(const char* text, std::size_t length);
 
 // Parses the text up to its first NUL, or up to where it exceeds the limits, as TinyXML's Parse
-// does: what stands before an error is kept. Any thread.
+// does: what stands before an error is kept. Whatever the text says of its encoding, it is read as
+// UTF-8, in which everything is kept and sent; bytes that are none are taken for ISO 8859-1.
+// Any thread.
 XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t length);
 
 // Why a file of this text must not be given to LoadFile, which parses it where it lies; null when
