@@ -7,6 +7,10 @@ if(PLENDIX_SANITIZE)
   add_compile_options(-fsanitize=${PLENDIX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PLENDIX_SANITIZE})
 endif()
+# Times beyond January 2038 and files beyond 2 GiB on 32-bit machines too (C library 2.34 or later).
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 
 # For sources that read the command line: its template library takes most of a release build's
