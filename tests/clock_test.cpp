@@ -41,12 +41,14 @@ TEST(Clock, FramesAndDocumentsCarryTimesAfterJanuary2038) {
         calendar_seconds = seconds;
         RecordingHost host;
         CInput input(7, 0);
+        SetAction(input.m_Actions, 1, 0, 2147483647, 0);  // a recording that has ended
         char frame[] = "frame";
         input.FireVideo(frame, 5, 8, FrameTypeKey, true, nullptr, 0);
         input.Reset();
         ASSERT_EQ(host.frames().size(), 1U);
         EXPECT_EQ(host.frames()[0].record.FrameSeconds, seconds);
         EXPECT_EQ(host.frames()[0].record.FrameMilliseconds, calendar_millisecond);
+        EXPECT_EQ(host.frames()[0].record.FrameFlags, FrameFlagMotion);
         const auto documents = host.documents(EventKindAlarm);  // connection, motion, disconnection
         EXPECT_EQ(documents.size(), 3U);
         EXPECT_THAT(documents, testing::Each(testing::HasSubstr("Time=\"" + attribute + "\"")));
