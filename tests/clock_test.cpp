@@ -15,17 +15,18 @@ namespace {
 constexpr auto calendar_millisecond = 123;
 std::atomic<std::uint32_t> calendar_seconds{0};
 
+long system_clock() {
 #ifdef SYS_clock_gettime64
-constexpr long system_clock = SYS_clock_gettime64;
-#else
-constexpr long system_clock = SYS_clock_gettime;
+    if (sizeof(std::time_t) > sizeof(long)) return SYS_clock_gettime64;
 #endif
+    return SYS_clock_gettime;
+}
 
 }  // namespace
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     if (clock != CLOCK_REALTIME || calendar_seconds == 0)
-        return static_cast<int>(syscall(system_clock, clock, time));
+        return static_cast<int>(syscall(system_clock(), clock, time));
     time->tv_sec = static_cast<std::time_t>(calendar_seconds);
     time->tv_nsec = calendar_millisecond * 1000000;
     return 0;
