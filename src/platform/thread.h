@@ -26,6 +26,9 @@ public:
     // Returns when the thread has ended; at once when it never started.
     void waitfor();
 
+    // True from start() to waitfor().
+    bool running() const { return m_Thread.joinable(); }
+
 protected:
     virtual void execute() = 0;
     virtual void cleanup();

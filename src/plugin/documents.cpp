@@ -27,6 +27,11 @@ bool IsRemoval(const TiXmlElement& device) {
 }  // namespace
 
 int CPlugin::Open(_OpenParmsIn*, _OpenParmsOut* out) {
+    if (running()) {  // the worker owns everything below; a host that opens twice gets what it has
+        out->Result = ResultDone;
+        out->OpenExtra = 0;
+        return 0;
+    }
     BroadcastVersion();
     out->Result = ResultDone;
     out->OpenExtra = 0;

@@ -1,0 +1,176 @@
+// The exported functions, the routing of documents, and the log.
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "device/device.h"
+#include "support/folder.h"
+#include "support/host.h"
+
+extern "C" {
+std::remove_pointer_t<LoadFunction> Load;
+std::remove_pointer_t<UnloadFunction> Unload;
+std::remove_pointer_t<OpenFunction> Open;
+std::remove_pointer_t<CloseFunction> Close;
+std::remove_pointer_t<ReadFunction> Read;
+std::remove_pointer_t<WriteFunction> Write;
+std::remove_pointer_t<SeekFunction> Seek;
+std::remove_pointer_t<IOCTLFunction> IOCTL;
+}
+
+namespace plendix {
+namespace {
+
+using namespace std::string_literals;
+using testing::ElementsAre;
+
+class Plugin : public testing::Test {
+protected:
+    void load() {
+        _LoadParmsIn in = {0, 0, 77, host.plugin().EventCallback};
+        EXPECT_EQ(::Load(&in, &load_out), 0);
+    }
+    static int write(std::uint8_t selector, std::uint32_t source, const char* text, std::size_t length) {
+        _WriteParmsIn in = {0, 0, 0, selector, {}, static_cast<std::uint32_t>(length), text, source};
+        _WriteParmsOut out = {0, 0, {}, 77};
+        return ::Write(&in, &out) + out.Result;
+    }
+    static int control(std::uint32_t code, const char* text, std::size_t length) {
+        _IOCTLParmsIn in = {0, 0, code, {}, static_cast<std::uint32_t>(length), text};
+        _IOCTLParmsOut out = {0, 0, 0, 77};
+        return ::IOCTL(&in, &out) + out.Result;
+    }
+    static std::string cameras(const RecordedEvent& event) {  // the numbers, each with a blank
+        static const std::regex number("<Device Number=\"(\\d+)\"");
+        std::string found;
+        for (std::sregex_iterator at(event.data.begin(), event.data.end(), number), end; at != end; ++at)
+            found += at->str(1) + " ";
+        return found;
+    }
+    TemporaryFolder folder;
+    RecordingHost host;
+    _LoadParmsOut load_out = {};
+};
+
+TEST_F(Plugin, LoadFillsItsRecordAndNothingElse) {
+    constexpr std::uint32_t kept = 0xA5A5A5A5;
+    const std::uint32_t expected[] = {kept, kept, 0x210000, 0x1000048, 0,    0x3000010,  0x2000010, 0,
+                                      0,    0,    0,        kept,      kept, 0x01000000, 0xA5A50000};
+    static_assert(sizeof(expected) == sizeof(load_out));
+    std::memset(&load_out, 0xA5, sizeof(load_out));
+    load();
+    EXPECT_EQ(std::memcmp(&load_out, expected, sizeof(expected)), 0);
+    ::Unload(nullptr, nullptr);
+    EXPECT_EQ(g_Plugin, nullptr);
+    EXPECT_EQ(::Unload(nullptr, nullptr), 0);
+}
+
+TEST_F(Plugin, ReportsResultsInTheRecords) {
+    load();
+    EXPECT_EQ(write(1, PluginId, "", 0), -1);
+    EXPECT_EQ(write(0, PluginId, "", 0), 0);
+    EXPECT_EQ(write(0, 5, nullptr, 3), -2);
+    EXPECT_EQ(write(0, 5, "<a/>", 0), -2);
+    EXPECT_EQ(write(0, 5, "<a/>", 4), 77);
+    EXPECT_EQ(control(1, "<a/>", 4) + control(3, nullptr, 0), -2);
+    EXPECT_EQ(control(2, nullptr, 3) + control(2, "<a/>", 0), -4);
+    EXPECT_EQ(control(2, "<", 1), 77);
+    _ReadParmsOut read = {0, 0, {}, 77};
+    _SeekParmsOut seek = {0, 0, 77};
+    _CloseParmsOut close = {0, 0, 77};  // never opened
+    EXPECT_EQ(::Read(nullptr, &read) + read.Result, -1);
+    EXPECT_EQ(::Seek(nullptr, &seek) + seek.Result, -1);
+    EXPECT_EQ(::Close(nullptr, &close) + close.Result, 0);
+    ::Unload(nullptr, nullptr);
+}
+
+TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
+    load();
+    const std::string start = "<Velm Delta='1'><Devices ID='2162688'><Device ipAddress='a' Number='";
+    const std::string whole = start + "3'/></Devices></Velm>", broken = start + "4'/><Device Number='5";
+    control(2, (whole + whole + "<").c_str(), whole.size());
+    _OpenParmsOut out = {0, 0, 77, 77};
+    _CloseParmsOut closed = {};
+    EXPECT_EQ(::Open(nullptr, &out), 0);
+    EXPECT_TRUE(out.Result == 0 && out.OpenExtra == 0);
+    EXPECT_TRUE(host.wait_for([](auto& h) { return h.documents().size() == 3; }));
+    control(2, broken.c_str(), broken.size());  // served up to the error
+    EXPECT_EQ(::Close(nullptr, &closed), 0);
+    const auto sent = host.events();
+    ASSERT_EQ(sent.size(), 4U);
+    EXPECT_EQ(sent[0].data,
+              "<?xml ?><Velm Delta=\"0\"><Modules><Module Name=\"Plendix\" ID=\"2162688\" "
+              "Version=\"9.2.3.130093\" /></Modules></Velm>");
+    EXPECT_EQ(sent[1].data,
+              "<?xml ?><Velm Delta=\"0\"><Devices ID=\"2162688\" Description=\"Plendix\" "
+              "MaxDevices=\"255\" /></Velm>");
+    EXPECT_EQ(cameras(sent[2]), "3 ");
+    EXPECT_EQ(cameras(sent[3]), "3 4 ");
+    ::Open(nullptr, &out);  // the settings file brings them back
+    EXPECT_EQ(cameras(host.events().back()), "3 4 ");
+    ::Close(nullptr, &closed);
+    ::Unload(nullptr, nullptr);
+}
+
+TEST_F(Plugin, AppliesOnlyWhatIsMeantForIt) {
+    const std::string next = "<Devices ID='2162688'><Device Number='", ours = "'>" + next;
+    const std::string end = "' ipAddress='a'/></Devices>";
+    const std::tuple<std::string, std::size_t, std::string> cases[] = {
+        {ours + "1" + end, 0, ""},
+        {"0" + ours + "1" + end, 0, ""},
+        {"x" + ours + "1" + end, 0, ""},
+        {"1'><Devices ID='5'><Device Number='1" + end + "<Devices><Device Number='1" + end, 0, ""},
+        {"1" + ours + "0" + end + next + "256" + end + next + end, 0, ""},
+        {"1" + ours + "255' ipAddress='a'/><Device Number='1" + end, 1, "1 255 "},
+        {"-1" + ours + "2" + end + next + "3" + end, 2, "1 2 3 255 "},
+        {"1" + ours + "3'/></Devices>", 0, "1 2 3 255 "},
+        {"1" + ours + "2' ipAddress='' Enabled='1'/></Devices>", 1, "1 3 255 "},
+        {"1" + ours + "2' ipAddress=''/></Devices>", 0, "1 3 255 "}};
+    for (const auto& [text, count, numbers] : cases) {
+        host.clear();
+        TiXmlDocument document;
+        document.Parse(("<Any Delta='" + text + "</Any>").c_str());
+        host.plugin().UpdateConfig(document);
+        EXPECT_EQ(host.events().size(), count) << text;
+        host.plugin().PostConfig();
+        EXPECT_EQ(cameras(host.events().back()), numbers) << text;
+    }
+    host.clear();
+    const auto relay = [](const char* where, const char* alarm) {
+        return "<Devices ID='"s + where +
+               "'><Trigger><Output Number='0' Action='1' Time='0' Milliseconds='0' " + "Alarm='" + alarm +
+               "'/></Trigger></Device></Devices>";
+    };
+    TiXmlDocument document;  // what is wrapped comes first, wherever it stands
+    document.Parse(("<Any>" + relay("2162688'><Device Number='1", "0") + relay("5'><Device Number='1", "1") +
+                    "<PTZ ID='5'>" + relay("2162688'><Device Number='255", "1") + "</PTZ><PTZ ID='2162688'>" +
+                    relay("2162688'><Device Number='1", "1") + relay("2162688'><Device Number='256", "1") +
+                    "</PTZ></Any>")
+                       .c_str());
+    host.plugin().ProcessWrite(document);
+    EXPECT_THAT(host.plugin().m_Devices[0]->m_Actions, ElementsAre(std::pair(1, 62135596800000)));
+    EXPECT_TRUE(host.plugin().m_Devices[254]->m_Actions.empty());
+    EXPECT_TRUE(host.events().empty());
+}
+
+TEST_F(Plugin, LogsToTheHostAndTheConsole) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Trace(LogDebug, "quiet %d", 1);
+    host.answer(3, 0);
+    Trace(LogError, "select error %d", 9);
+    host.answer(0, 2);
+    Trace(LogInfo, "%s", std::string(600, 'x').c_str());
+    const std::string cut(509, 'x');
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "quiet 1\n\nselect error 9\n\n" + cut + "\n\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Plendix: XML event ret 3 error 0\nPlendix: XML event ret 0 error 2\n");
+    EXPECT_THAT(host.log_lines(), ElementsAre("75 select error 9", "25 " + cut));
+    const RecordedEvent event = host.events()[0];
+    EXPECT_EQ(event.record.SourceId, 0x210000U);
+    EXPECT_EQ(event.record.DataType, 0x1000010U);
+    EXPECT_TRUE(event.terminated);
+}
+
+}  // namespace
+}  // namespace plendix

@@ -1,0 +1,105 @@
+// A host for the tests: a plug-in object of its own, whose events are kept as they come.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "plugin/Plendix.h"
+#include "plugin/plugin.h"
+
+namespace plendix {
+
+/// One event as the callback got it.
+struct RecordedEvent {
+    _EventParmsIn record;  // Data is dead by now: see data
+    std::string data;      // a copy of the DataLength bytes
+    bool terminated;       // a NUL followed the data (documents only; frames are not looked at)
+};
+
+/// One at a time: installs a fresh CPlugin as g_Plugin, and takes it away again, cameras included.
+/// All but plugin() may be called from any thread.
+class RecordingHost {
+public:
+    RecordingHost() {
+        current_ = this;
+        plugin_->EventCallback = [](auto* in, auto* out) { return current_->record(*in, *out); };
+        g_Plugin = plugin_.get();
+    }
+    ~RecordingHost() {
+        plugin_.reset();  // its worker may still send events
+        g_Plugin = nullptr;
+    }
+    CPlugin& plugin() { return *plugin_; }
+
+    /// What the callback answers from now on; 0 and 0 accept.
+    void answer(int result, std::uint32_t error) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        std::tie(result_, error_) = std::tie(result, error);
+    }
+    void clear() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events_.clear();
+    }
+    std::vector<RecordedEvent> events(std::uint32_t kinds = ~0U) const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<RecordedEvent> chosen;
+        for (const RecordedEvent& event : events_)
+            if ((event.record.Kind & kinds) != 0) chosen.push_back(event);
+        return chosen;
+    }
+    std::vector<RecordedEvent> frames() const { return events(EventKindVideo); }
+    /// The texts of the documents of the given kinds, in order.
+    std::vector<std::string> documents(std::uint32_t kinds = ~EventKindVideo) const {
+        std::vector<std::string> texts;
+        for (const RecordedEvent& event : events(kinds & ~EventKindVideo))
+            texts.push_back(event.data);
+        return texts;
+    }
+    /// The log lines as "level text", with the XML entities of the text still escaped.
+    std::vector<std::string> log_lines() const {
+        static const std::regex form("<\\?xml \\?><log_msg level=\"(\\d+)\">([^]*)</log_msg>");
+        std::vector<std::string> lines;
+        for (const std::string& text : documents(EventKindLog))
+            lines.push_back(std::regex_replace(text, form, "$1 $2"));
+        return lines;
+    }
+    /// Waits until predicate(host) holds, which may call all of the above; false: not in time.
+    template <typename Predicate>
+    bool wait_for(Predicate predicate, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+        const auto end = std::chrono::steady_clock::now() + limit;
+        while (!predicate(*this)) {
+            if (std::chrono::steady_clock::now() >= end) return false;
+            std::unique_lock<std::mutex> lock(mutex_);
+            arrived_.wait_for(lock, std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+private:
+    int record(const _EventParmsIn& in, _EventParmsOut& out) {
+        const auto* data = static_cast<const char*>(in.Data);
+        const bool terminated = in.Kind != EventKindVideo && data[in.DataLength] == '\0';
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back({in, std::string(data, in.DataLength), terminated});
+        arrived_.notify_all();
+        out.Error = error_;
+        return result_;
+    }
+
+    static inline RecordingHost* current_ = nullptr;
+    mutable std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<RecordedEvent> events_;
+    int result_ = 0;
+    std::uint32_t error_ = 0;
+    std::unique_ptr<CPlugin> plugin_ = std::make_unique<CPlugin>();
+};
+
+}  // namespace plendix
