@@ -1,5 +1,9 @@
 #include "camera/camera_command.h"
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <ctime>
@@ -68,6 +72,7 @@ int run_camera(const CameraOptions& options) {
     const std::vector<camera::Config> configs = make_configs(options);
     const camera::Behaviour behaviour = make_behaviour(options);
     const StopSignals signals;
+    av_log_set_level(AV_LOG_QUIET);  // what is wrong with a scene file is told in one line
     const auto log = [](const std::string& line) { std::cerr << line + '\n'; };
     camera::Fleet fleet(configs, behaviour, log, options.verbose);
     fleet.start();
