@@ -7,3 +7,10 @@ if(PLENDIX_SANITIZE)
   add_compile_options(-fsanitize=${PLENDIX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PLENDIX_SANITIZE})
 endif()
+string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+
+# For sources that read the command line: its template library takes most of a release build's
+# time to optimise, and runs once.
+function(plendix_quick_compile)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O0>)
+endfunction()

@@ -16,7 +16,7 @@ protected:
 TEST_F(DeviceLink, TakesWhatBelongsToTheTransferFromTheTransferPort) {
     EXPECT_EQ(camera.request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
     camera.send("\0\3\0\1\0\x69"s, "");  // no options acknowledged yet
-    for (const unsigned opcode : {0, 1, 2, 4, 5, 7, 0x103, 0x600})
+    for (const unsigned opcode : {0U, 1U, 2U, 4U, 5U, 7U, 0x103U, 0x600U})
         camera.send(word(opcode) + word(1) + "no", "");
     camera.answer(205);
     camera.expect("getreg?page=3;reg=123;");  // on port 69 again
@@ -67,7 +67,7 @@ TEST_F(DeviceLink, TakesRepliesOfAnyLength) {
 TEST_F(DeviceLink, ClosesOnFailuresAndTriesAgain) {
     begin();
     camera.grant();
-    char packet[] = "\0\3\0\1\0\x69";
+    char packet[] = "\0\3\0\2\0\x69";
     EXPECT_EQ(device->Dispatch(packet, 6, {AF_INET, 0, {}, {}}), 0);  // port 0 takes no acknowledgement
     expect_log("75 " + own_address() + " send error 22");
     EXPECT_EQ(device->m_wModel, 0);

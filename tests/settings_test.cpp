@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "device/device.h"
+#include "input/mask.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -47,9 +48,7 @@ protected:
 
 TEST_F(Settings, AreWhatTheHostGotAndComeBack) {
     add_camera(1);
-    for (unsigned i = 0; i < 24; ++i)  // every character a mask may have
-        host.plugin().m_Devices[0]->m_Input.m_Mask[i] =
-            static_cast<unsigned char>("\0\x10\x83\x10\x51\x87"[i % 6] + i);
+    uu_decode(" !\"#$%&'()*+,-./0123456789:;<=>?", 32, host.plugin().m_Devices[0]->m_Input.m_Mask, 24);
     host.plugin().m_Devices[0]->m_Input.m_nStandard = 5;
     add_camera(255);
     const std::string before = sent();
