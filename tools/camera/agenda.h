@@ -4,7 +4,6 @@
 #include <chrono>
 #include <functional>
 #include <map>
-#include <optional>
 
 namespace plendix::camera {
 
@@ -16,9 +15,8 @@ public:
     void at(Clock::time_point time, std::function<void()> action) {
         actions_.emplace(time, std::move(action));
     }
-    std::optional<Clock::time_point> next() const {
-        return actions_.empty() ? std::nullopt : std::optional(actions_.begin()->first);
-    }
+    static constexpr Clock::time_point never = Clock::time_point::max();
+    Clock::time_point next() const { return actions_.empty() ? never : actions_.begin()->first; }
     /// Does all that is due by now; what these actions add for now is left to the next call.
     void run(Clock::time_point now) {
         std::multimap<Clock::time_point, std::function<void()>> due;

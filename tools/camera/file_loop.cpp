@@ -20,7 +20,7 @@ namespace plendix::camera {
 
 namespace {
 
-constexpr std::size_t most_pictures = 256, most_bytes = 96U << 20U;  // kept of a video
+constexpr std::size_t most_pictures = 256, most_bytes = 80U << 20U;  // kept of a video
 constexpr int greatest_side = 16384;                                 // of a file; beyond, it is refused
 
 struct FreeLibav {

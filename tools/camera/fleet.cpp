@@ -20,7 +20,7 @@ namespace plendix::camera {
 namespace {
 
 constexpr std::uint64_t wake_mark = ~std::uint64_t{0}, timer_mark = wake_mark - 1;
-constexpr std::size_t gallery_bytes = 96U << 20U;
+constexpr std::size_t gallery_bytes = 64U << 20U;
 constexpr const char* stranger_address = "127.254.254.254";  // of no camera
 
 /// What an epoll event carries: the camera's index, and in bit 0 which of its sockets.
@@ -162,9 +162,9 @@ void Fleet::run_posted() {
 /// Lets the timer end the next wait when the agenda wants it.
 void Fleet::arm_timer() {
     itimerspec setting{};  // all zero: off
-    if (const auto next = agenda_.next()) {
+    if (const auto next = agenda_.next(); next != Agenda::never) {
         const auto since =
-            std::max<std::chrono::nanoseconds>(next->time_since_epoch(), std::chrono::nanoseconds(1));
+            std::max<std::chrono::nanoseconds>(next.time_since_epoch(), std::chrono::nanoseconds(1));
         setting.it_value.tv_sec = static_cast<std::time_t>(since.count() / 1'000'000'000);
         setting.it_value.tv_nsec = static_cast<long>(since.count() % 1'000'000'000);
     }
@@ -174,7 +174,7 @@ void Fleet::arm_timer() {
 void Fleet::run() {
     block_signals();
     std::array<epoll_event, 64> events;
-    std::optional<Clock::time_point> armed;
+    auto armed = Agenda::never;
     while (!stop_) {
         if (agenda_.next() != armed) arm_timer();
         armed = agenda_.next();
@@ -186,7 +186,7 @@ void Fleet::run() {
             const std::uint64_t data = events[static_cast<std::size_t>(i)].data.u64;
             if (data == wake_mark) continue;
             if (data == timer_mark) {
-                armed.reset();  // it has gone off
+                armed = Agenda::never;  // it has gone off
                 std::uint64_t ticks = 0;
                 [[maybe_unused]] const auto drained = read(timer_, &ticks, sizeof ticks);
                 continue;
