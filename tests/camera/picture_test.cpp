@@ -32,10 +32,6 @@ Bytes jpeg_header(int width, int height) {
     return header;
 }
 
-void append(Bytes& to, const Bytes& more) {
-    to.insert(to.end(), more.begin(), more.end());
-}
-
 int word(const Bytes& trailer, std::size_t at) {
     return trailer.at(at) << 8 | trailer.at(at + 1);
 }
@@ -100,48 +96,6 @@ TEST(JpegPictures, TakeTheirTablesFromTheQuality) {
         const auto found = std::search(file.begin(), file.end(), std::begin(table_0), std::end(table_0));
         ASSERT_GT(file.end() - found, 69);
         EXPECT_TRUE(std::equal(expected.begin(), expected.end(), found + 5)) << quality;
-    }
-}
-
-TEST(H264Pictures, DecodeBehindTheClientsParameterSetsAsTheCodecsOwnStream) {
-    struct Case {
-        unsigned width, height;
-        std::string resolution;
-        Bytes size_bits;  // what the sequence parameter set says of the size
-        int x1, y1;
-    };
-    for (const Case& c : {Case{1920, 1080, "full", {0, 0xF0, 4, 0x3C, 0x80}, 1920, 1072},
-                          {1280, 1024, "full", {0, 0xA0, 4, 0x0C, 0x80}, 1280, 1024},
-                          {1920, 1100, "half", {1, 0xE0, 0x22, 0xC8}, 1920, 1088}}) {
-        SCOPED_TRACE(std::to_string(c.width) + " " + c.resolution);
-        Config config{"127.20.2.3"};
-        config.sensor_width = c.width;
-        config.sensor_height = c.height;
-        Fleet fleet({config});
-        fleet.keep_originals(0);
-        fleet.start();
-        TftpClient client("127.20.2.3");
-        Bytes parameter_sets{0, 0, 1, 0x67, 0x42, 0, 0x20, 0xE9};
-        append(parameter_sets, c.size_bits);
-        append(parameter_sets, {0, 0, 1, 0x68, 0xCE, 0x3C, 0x80});
-        std::vector<Bytes> seen;
-        for (int i = 0; i < 45; ++i) {  // frame numbers and picture order counts wrap
-            const bool key = i == 0 || i == 41;
-            const Reply reply =
-                client.fetch("h264?res=" + c.resolution + (key ? ";qp=29;iframe=1;" : ";iframe=0;"));
-            ASSERT_EQ(reply.trailer.size(), 93U);
-            ASSERT_EQ(reply.trailer[92], key ? 1 : 0);
-            EXPECT_EQ(area(reply.trailer), (std::array<int, 4>{0, 0, c.x1, c.y1}));
-            Bytes frame = key ? parameter_sets : Bytes{};
-            append(frame, {0, 0, 0, 1, static_cast<std::uint8_t>(key ? 0x65 : 0x41)});
-            append(frame, reply.payload);
-            seen.push_back(frame);
-        }
-        const auto decoded = decode("h264", seen);
-        ASSERT_EQ(decoded.size(), seen.size());
-        EXPECT_EQ(decoded[0].width, c.x1 / (c.resolution == "half" ? 2 : 1));
-        EXPECT_TRUE(decoded == decode("h264", fleet.originals(0)));
-        EXPECT_FALSE(decoded[20] == decoded[40]) << "nothing moves";
     }
 }
 

@@ -12,6 +12,13 @@
 
 namespace plendix::camera::test {
 
+/// Loopback addresses that no other test process uses: one for each number, 1 to 254.
+inline std::string own_address(std::size_t number) {
+    const int process = getpid();
+    return "127." + std::to_string(128 + (process >> 8 & 63)) + "." + std::to_string(process & 255) + "." +
+           std::to_string(number);
+}
+
 class DriverBench : public testing::Test {
 protected:
     void connect(const std::string& address) {

@@ -29,7 +29,7 @@ void PrintTo(const Case& c, std::ostream* out) {
 class Faults : public DriverBench, public testing::WithParamInterface<Case> {
 protected:
     Faults() {
-        Config config{"127.21.2.1"};
+        Config config{own_address(1)};
         config.sensor_width = 640;
         config.sensor_height = 480;
         fleet = std::make_unique<Fleet>(std::vector{config});
@@ -77,12 +77,12 @@ TEST_P(Faults, HaveTheirOutcome) {
     if (c.outcome == Outcome::timed_out) {
         ASSERT_TRUE(stalled());
         EXPECT_EQ(asked("reg=122;"), 1U);
-        EXPECT_EQ(lines("127.21.2.1 timeout"), 0U) << "before its time";
+        EXPECT_EQ(lines(own_address(1) + " timeout"), 0U) << "before its time";
         let_it_stall();
     }
     ASSERT_TRUE(frames_despite_stalls(5));
     const bool timed_out = c.outcome == Outcome::timed_out, dropped = c.outcome == Outcome::dropped;
-    EXPECT_EQ(lines("127.21.2.1 timeout") > 0, timed_out);
+    EXPECT_EQ(lines(own_address(1) + " timeout") > 0, timed_out);
     EXPECT_EQ(asked("reg=122;") > 1, timed_out) << "identification";
     EXPECT_EQ(lines("did not receive block"), dropped ? 1U : 0U);
     EXPECT_EQ(asked("iframe=1;"), timed_out || dropped ? 2U : 1U);

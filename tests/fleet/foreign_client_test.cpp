@@ -17,10 +17,10 @@ struct Client {
     const char* plain;      // command with NAME for what to fetch, into the file "fetched"
     const char* with_size;  // the same with SIZE for the block size
 };
-constexpr Client clients[] = {{"curl", "curl -s --tftp-no-options -o fetched 'tftp://127.21.3.1/NAME'",
-                               "curl -s --tftp-blksize SIZE -o fetched 'tftp://127.21.3.1/NAME'"},
-                              {"atftp", "atftp --get -r 'NAME' -l fetched 127.21.3.1 69",
-                               "atftp --option 'blksize SIZE' --get -r 'NAME' -l fetched 127.21.3.1 69"}};
+constexpr Client clients[] = {{"curl", "curl -s --tftp-no-options -o fetched 'tftp://ADDRESS/NAME'",
+                               "curl -s --tftp-blksize SIZE -o fetched 'tftp://ADDRESS/NAME'"},
+                              {"atftp", "atftp --get -r 'NAME' -l fetched ADDRESS 69",
+                               "atftp --option 'blksize SIZE' --get -r 'NAME' -l fetched ADDRESS 69"}};
 
 std::string replaced(std::string text, const std::string& what, const std::string& with) {
     const auto at = text.find(what);
@@ -31,6 +31,7 @@ Bytes fetch(const Client& client, const std::string& name, std::optional<int> si
     std::filesystem::remove("fetched");
     std::string command =
         replaced(size ? client.with_size : client.plain, "SIZE", std::to_string(size.value_or(0)));
+    command = replaced(command, "ADDRESS", own_address(1));
     const bool url = command.find("tftp://") != std::string::npos;  // where '?' begins a query
     command = replaced(command, "NAME", url ? replaced(name, "?", "%3F") : name);
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
@@ -47,8 +48,8 @@ TEST_F(ForeignClients, FetchTheSameBytes) {
         if (std::system(("command -v " + std::string(client.name) + " >/dev/null").c_str()) != 0)
             GTEST_SKIP() << client.name << " is not installed: scripts/install-packages test";
     std::vector<Config> configs;  // enough of them to share their pictures: no clock in those
-    for (int i = 1; i <= 5; ++i) {
-        configs.push_back({"127.21.3." + std::to_string(i)});
+    for (std::size_t i = 1; i <= 5; ++i) {
+        configs.push_back({own_address(i)});
         configs.back().sensor_width = 640;
         configs.back().sensor_height = 480;
     }

@@ -70,9 +70,9 @@ TEST(Pace, FollowsRateAndFramesPerSecond) {
         Behaviour behaviour;
         behaviour.rate_mbit = c.mbit;
         behaviour.max_fps = c.fps;
-        Fleet fleet({Config{"127.21.6.1"}}, behaviour);
+        Fleet fleet({Config{own_address(1)}}, behaviour);
         fleet.start();
-        TftpClient client("127.21.6.1");
+        TftpClient client(own_address(1));
         const auto begin = Clock::now();
         for (std::size_t i = 0; i < c.pictures; ++i)
             ASSERT_TRUE(client.fetch("image?res=half;quality=8;").complete);
@@ -88,9 +88,9 @@ TEST(Pace, FollowsRateAndFramesPerSecond) {
 TEST(Pace, SendsABurstAheadOfItsAcknowledgements) {
     Behaviour behaviour;
     behaviour.burst = 4;
-    Fleet fleet({Config{"127.21.6.2"}}, behaviour);
+    Fleet fleet({Config{own_address(2)}}, behaviour);
     fleet.start();
-    TftpClient client("127.21.6.2"), other("127.21.6.2");
+    TftpClient client(own_address(2)), other(own_address(2));
     client.request(read_request("image?quality=8;", 1450));
     Bytes data;
     const auto expect_blocks = [&](int first, int last) {
@@ -111,7 +111,7 @@ TEST(Pace, SendsABurstAheadOfItsAcknowledgements) {
 TEST(Pace, OfTheTriggerTogglesTheInput) {
     Behaviour behaviour;
     behaviour.trigger_period = std::chrono::milliseconds(20);
-    Fleet fleet({Config{"127.21.6.3"}}, behaviour);
+    Fleet fleet({Config{own_address(3)}}, behaviour);
     fleet.start();
     for (const int level : {1, 0, 1}) {
         const auto end = Clock::now() + std::chrono::seconds(10);

@@ -1,7 +1,7 @@
 // Faults as they are written down, when they come, and that a seed repeats them.
 #include "camera/scenario.h"
 
-#include <numeric>
+#include <cstring>
 #include <sstream>
 
 #include "driver_bench.h"
@@ -75,18 +75,22 @@ TEST(Scenarios, ComeToTheirCamerasAtTheirTime) {
     std::istringstream text("0s 1 mac-change\n0s 2 silent 1m\n0s 3 error 100%\n100ms 3 error 0%\n");
     Behaviour behaviour;
     behaviour.scenario = parse_scenario(text, "text", 3);
-    Fleet fleet({Config{"127.21.4.1"}, Config{"127.21.4.2"}, Config{"127.21.4.3"}}, behaviour);
+    Fleet fleet({Config{own_address(1)}, Config{own_address(2)}, Config{own_address(3)}}, behaviour);
     fleet.start();
     const auto faults = [&](std::size_t i, FaultKind kind) {
         return fleet.counters(i).faults.at(static_cast<std::size_t>(kind));
     };
-    TftpClient first("127.21.4.1"), second("127.21.4.2"), third("127.21.4.3");
+    TftpClient first(own_address(1)), second(own_address(2)), third(own_address(3));
     while (third.read(122) == -1)  // refused for a while, then no more
         ASSERT_LT(faults(2, FaultKind::error), 100'000U);
     EXPECT_GT(faults(2, FaultKind::error), 0U);
     EXPECT_EQ(faults(0, FaultKind::mac_change) + faults(1, FaultKind::silent), 2U);
     const Reply reply = first.fetch("image?res=half;x1=64;y1=64;");
-    EXPECT_NE(Bytes(reply.trailer.begin() + 6, reply.trailer.begin() + 12), (Bytes{2, 0x50, 0x4C, 21, 4, 1}));
+    const in_addr_t address = inet_addr(own_address(1).c_str());
+    Bytes tail(4);
+    std::memcpy(tail.data(), &address, tail.size());
+    EXPECT_NE(Bytes(reply.trailer.begin() + 9, reply.trailer.begin() + 12),
+              Bytes(tail.begin() + 1, tail.end()));
     second.request(read_request("getreg?page=3;reg=122;", 1450));
     EXPECT_FALSE(second.waits(100));
 }
@@ -95,7 +99,7 @@ TEST(Scenarios, ComeToTheirCamerasAtTheirTime) {
 std::vector<Bytes> run(std::uint64_t seed, std::size_t cameras) {
     std::vector<Config> configs;
     for (std::size_t i = 1; i <= cameras; ++i)
-        configs.push_back({"127.21.5." + std::to_string(i)});
+        configs.push_back({own_address(i)});
     Behaviour behaviour;
     behaviour.seed = seed;
     behaviour.faults = parse_faults("corrupt=10%,duplicate=5%,wrong-block=5%,garbage=5%");
@@ -103,7 +107,7 @@ std::vector<Bytes> run(std::uint64_t seed, std::size_t cameras) {
     fleet.start();
     std::vector<Bytes> seen;
     for (int i = 0; i < 6; ++i) {
-        TftpClient client("127.21.5.1");
+        TftpClient client(own_address(1));
         client.request(read_request("image?res=half;quality=8;", 1450));
         Bytes data;
         for (bool last = false; !last;) {

@@ -44,7 +44,7 @@ protected:
     void start(const std::string& scene, std::size_t cameras = 1) {
         std::vector<Config> configs;
         for (std::size_t i = 1; i <= cameras; ++i) {
-            configs.push_back({"127.21.7." + std::to_string(i)});
+            configs.push_back({own_address(i)});
             configs.back().sensor_width = 640;
             configs.back().sensor_height = 480;
             configs.back().registers = {{109, 1}, {110, 0x300}, {111, 10}};  // zones of 96 sensor pixels
@@ -66,7 +66,7 @@ protected:
 TEST_F(Scenes, AreScaledCroppedAndOfTheLevelsOfTheCodec) {
     write_still("still.ppm");
     start("still.ppm");
-    TftpClient client("127.21.7.1");
+    TftpClient client(own_address(1));
     struct Case {
         std::string name;
         const char* codec;
@@ -93,7 +93,7 @@ TEST_F(Scenes, DecideOnTheMotion) {
     for (const Case& c : {Case{1, 10, false}, Case{24, 10, true}, Case{24, 255, false}}) {
         write_video("scene.y4m", c.pictures);
         start("scene.y4m");
-        TftpClient client("127.21.7.1");
+        TftpClient client(own_address(1));
         client.write(111, c.threshold);
         std::array<int, 8> rows{};
         for (int i = 0; i < 20; ++i) {
@@ -122,7 +122,7 @@ TEST_F(Scenes, ThatCannotBeReadAreNamed) {
 TEST_F(Scenes, AreSharedPictureByPicture) {
     write_video("scene.y4m", 36);
     start("scene.y4m", 2);
-    TftpClient one("127.21.7.1"), two("127.21.7.2");
+    TftpClient one(own_address(1)), two(own_address(2));
     std::vector<Bytes> first, key_frames;
     for (int i = 0; i < 76; ++i) {  // groups of 32 and 4 pictures, round and round
         const Reply reply = one.fetch("h264?qp=29;ssn=1;");
