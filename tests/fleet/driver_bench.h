@@ -50,12 +50,13 @@ protected:
     }
     /// Puts the clock of the outstanding transfer over the driver's limit.
     void let_it_stall() { device->m_dwSendTime = (timeGetTime() - 10'001) | 1; }
-    /// The same with transfers that get no answer for a while.
-    bool frames_despite_stalls(std::size_t count) {
+    /// Passes until then, and lets transfers stall that get no answer for a while.
+    template <typename Condition>
+    bool despite_stalls(Condition condition) {
         return until([&] {
             const bool waits = device->m_Socket != -1 && device->m_dwSendTime != 0;
-            if (waits && timeGetTime() - device->m_dwSendTime > 400) let_it_stall();
-            return host.frames().size() >= count;
+            if (waits && timeGetTime() - device->m_dwSendTime > 400) let_it_stall(), ++stalls;
+            return condition();
         });
     }
     std::vector<Bytes> delivered() const {
@@ -68,6 +69,7 @@ protected:
     RecordingHost host;
     std::unique_ptr<CDevice> device;
     bool changed = false;  // what the host sees
+    std::size_t stalls = 0;
 };
 
 }  // namespace plendix::camera::test

@@ -80,7 +80,7 @@ TEST_P(Faults, HaveTheirOutcome) {
         EXPECT_EQ(lines(own_address(1) + " timeout"), 0U) << "before its time";
         let_it_stall();
     }
-    ASSERT_TRUE(frames_despite_stalls(5));
+    ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 5; }));
     const bool timed_out = c.outcome == Outcome::timed_out, dropped = c.outcome == Outcome::dropped;
     EXPECT_EQ(lines(own_address(1) + " timeout") > 0, timed_out);
     EXPECT_EQ(asked("reg=122;") > 1, timed_out) << "identification";
@@ -140,12 +140,7 @@ TEST_F(Faults, OfAllKindsLeaveBothSidesWithTheSameCount) {
          parse_faults("loss=2%,ack-loss=1%,duplicate=5%,reorder=5%,delay=2%/5ms,corrupt=5%,truncate=2%,"
                       "garbage=5%,foreign=5%,wrong-block=2%,no-oack=1%,error=1%,mac-change=5%"))
         fleet->inject(0, fault);
-    std::size_t stalls = 0;
-    ASSERT_TRUE(until([&] {
-        const bool waits = device->m_Socket != -1 && device->m_dwSendTime != 0;
-        if (waits && timeGetTime() - device->m_dwSendTime > 400) let_it_stall(), ++stalls;
-        return host.frames().size() >= 30 && device->m_dwSendTime == 0;
-    }));
+    ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 30 && device->m_dwSendTime == 0; }));
     const Counters counters = fleet->counters(0);
     EXPECT_EQ(host.frames().size() + counters.frames_lost, counters.pictures);
     EXPECT_EQ(lines("timeout"), stalls);

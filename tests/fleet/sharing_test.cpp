@@ -47,7 +47,6 @@ protected:
             configs.push_back({own_address(i)});
             configs.back().sensor_width = 640;
             configs.back().sensor_height = 480;
-            configs.back().registers = {{109, 1}, {110, 0x300}, {111, 10}};  // zones of 96 sensor pixels
         }
         Behaviour behaviour;
         behaviour.scene = scene;
@@ -87,13 +86,16 @@ TEST_F(Scenes, AreScaledCroppedAndOfTheLevelsOfTheCodec) {
 
 TEST_F(Scenes, DecideOnTheMotion) {
     struct Case {
-        int pictures, threshold;
+        int pictures, detection, zones, threshold;
         bool motion;
     };
-    for (const Case& c : {Case{1, 10, false}, Case{24, 10, true}, Case{24, 255, false}}) {
+    for (const Case& c : {Case{1, 1, 3, 10, false}, Case{24, 1, 3, 10, true}, Case{24, 1, 3, 255, false},
+                          Case{24, 0, 3, 10, false}, Case{24, 1, 0, 10, false}}) {
         write_video("scene.y4m", c.pictures);
         start("scene.y4m");
         TftpClient client(own_address(1));
+        client.write(109, c.detection);
+        client.write(110, c.zones << 8);
         client.write(111, c.threshold);
         std::array<int, 8> rows{};
         for (int i = 0; i < 20; ++i) {
@@ -102,7 +104,8 @@ TEST_F(Scenes, DecideOnTheMotion) {
             for (std::size_t zone = 0; zone < 64; ++zone)
                 rows.at(zone / 8) += reply.trailer.at(16 + zone) != 0;
         }
-        EXPECT_EQ(rows[0] > 0, c.motion) << c.pictures << " pictures, threshold " << c.threshold;
+        EXPECT_EQ(rows[0] > 0, c.motion)
+            << c.pictures << ' ' << c.detection << ' ' << c.zones << ' ' << c.threshold;
         EXPECT_EQ(std::count(rows.begin() + 1, rows.end(), 0), 7) << "the square stays in the top row";
     }
 }
