@@ -27,9 +27,11 @@ protected:
         device->m_sAddress = address;
         host.clear();
     }
-    /// One pass of the worker, without polls of register 25 and as fast as the camera answers.
+    /// One pass of the worker, as fast as the camera answers, and without what only the time brings:
+    /// polls of register 25 and key frames every two seconds.
     void pass() {
         device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
+        if (device->m_Input.m_dwKeyFrameTime != 0) device->m_Input.m_dwKeyFrameTime = timeGetTime();
         if (device->m_Input.m_nFramerate > 0) device->m_Input.m_nFramerate = 1000;
         fd_set read = {}, write = {}, except = {};
         const int descriptor = device->Set(read, write, except);
