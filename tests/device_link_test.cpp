@@ -1,4 +1,9 @@
 // The link to one camera, packet by packet.
+#include <fcntl.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+
 #include "support/scripted_camera.h"
 
 namespace plendix {
@@ -83,10 +88,28 @@ TEST_F(DeviceLink, ClosesOnFailuresAndTriesAgain) {
         device->m_sAddress = resolvable ? "255.255.255.255" : "bad..host";
         pass();
         if (resolvable) pass();  // opened first, then asked
-        expect_log(resolvable ? "75 255.255.255.255 send error 13" : "75 bad..host get host by name error ");
+        expect_log(resolvable ? "75 255.255.255.255 send error " : "75 bad..host get host by name error ");
         EXPECT_EQ(device->m_Socket, -1);
     }
     device->m_sAddress = own_address();
+    device->Open();
+    device->Request(std::string(5000, 'n').c_str());
+    expect_log("75 " + own_address() + " request name too long");
+    begin();
+}
+
+TEST_F(DeviceLink, ClosesSocketsThatSelectCannotWatch) {
+    const rlimit limit = {FD_SETSIZE + 100, FD_SETSIZE + 100};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP() << "may not open so many files";
+    const auto take = [] { return open("/dev/null", O_RDONLY); };
+    std::vector<int> taken;
+    do
+        taken.push_back(take());
+    while (taken.back() >= 0 && taken.back() < FD_SETSIZE - 1);
+    EXPECT_FALSE(device->Open());
+    expect_log("75 " + own_address() + " create socket error 24");
+    EXPECT_EQ(take(), FD_SETSIZE);  // nothing was left open
+    std::for_each(taken.begin(), taken.end(), close);
     begin();
 }
 

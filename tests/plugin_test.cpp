@@ -87,7 +87,7 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
     load();
     const std::string start = "<Velm Delta='1'><Devices ID='2162688'><Device ipAddress='a' Number='";
     const std::string whole = start + "3'/></Devices></Velm>", broken = start + "4'/><Device Number='5";
-    control(2, (whole + "<").c_str(), whole.size());
+    control(2, std::vector<char>(whole.begin(), whole.end()).data(), whole.size());  // no NUL behind it
     _OpenParmsOut out = {0, 0, 77, 77};
     _CloseParmsOut closed = {};
     EXPECT_EQ(::Open(nullptr, &out), 0);
@@ -95,10 +95,12 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
     EXPECT_TRUE(host.wait_for([](auto& h) { return h.events().size() == 3; }));
     control(2, broken.c_str(), broken.size());  // served up to the error
     EXPECT_EQ(::Close(nullptr, &closed), 0);
+    EXPECT_EQ(g_Plugin->m_Devices[2], nullptr);
     ::Open(nullptr, &out);  // the settings file brings the cameras back
-    const std::size_t count = host.events().size();
-    control(2, whole.c_str(), whole.size());
-    EXPECT_TRUE(host.wait_for([&](auto& h) { return h.events().size() > count; }));
+    for (std::size_t count = host.events().size(), end = count + 2; count < end; ++count) {
+        control(2, whole.c_str(), whole.size());
+        EXPECT_TRUE(host.wait_for([&](auto& h) { return h.events().size() > count; }));
+    }
     ::Close(nullptr, &closed);
     ::Unload(nullptr, nullptr);
     const auto sent = host.events();

@@ -80,6 +80,7 @@ Replacement NotReplaced(int error) {
 Replacement ReplaceFile(const TiXmlDocument& document, const std::string& target) {
     struct stat old = {};
     const bool existed = stat(target.c_str(), &old) == 0;
+    if (!existed && lstat(target.c_str(), &old) == 0) return Replacement::Impossible;  // a link to nowhere
     const std::string temporary = target + ".new";
     unlink(temporary.c_str());  // of a run that was killed
     File file = OpenNew(temporary, existed ? old.st_mode & 0777 : 0666);
