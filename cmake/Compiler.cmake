@@ -11,6 +11,9 @@ endif()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
+if(PLENDIX_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link -DNDEBUG)
+endif()
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 
 # For sources that read the command line: its template library takes most of a release build's

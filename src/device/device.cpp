@@ -33,5 +33,5 @@ void CDevice::DisableReset() {
 bool CDevice::InitInput() {
     if (!m_Sensor.IsValid() || m_Input.m_Active.IsValid()) return false;
     m_Input.Init(m_Sensor, m_wModel % 10);
-    return true;
+    return m_Input.m_Active.IsValid();
 }

@@ -100,7 +100,7 @@ public:
 private:
     void LinkReset();
     void DisableReset();
-    bool InitInput();  // true when the sensor is known and the input waited for it
+    bool InitInput();  // true when the input was due and has its active rectangle now
 
     int TakeData(const char* datagram, int length);
     void TakeOptions(char* datagram, int length);

@@ -6,8 +6,13 @@
 
 namespace {
 
-constexpr std::uint32_t StallMilliseconds = 10000;  // without an answer the transfer is given up
-constexpr std::uint32_t CycleMilliseconds = 500;    // between input polls, and between output updates
+constexpr std::int32_t StallMilliseconds = 10000;  // without an answer the transfer is given up
+constexpr std::uint32_t CycleMilliseconds = 500;   // between input polls, and between output updates
+
+// Signed: a send at clock 0 is stored as 1, which then lies ahead for a millisecond.
+std::int32_t Elapsed(std::uint32_t since) {
+    return static_cast<std::int32_t>(timeGetTime() - since);
+}
 
 // The register value that stands for a setting, on wrapping arithmetic: the host may set anything.
 std::uint16_t BrightnessTarget(std::int32_t brightness) {
@@ -45,7 +50,7 @@ int CDevice::Set(fd_set& readset, fd_set&, fd_set&) {
 bool CDevice::IsSet(const fd_set& readset, const fd_set&, const fd_set&) {
     if (m_Socket == -1) return false;
     if (FD_ISSET(m_Socket, &readset)) return Recv() != 0;
-    if (m_dwSendTime == 0 || timeGetTime() - m_dwSendTime <= StallMilliseconds) return false;
+    if (m_dwSendTime == 0 || Elapsed(m_dwSendTime) <= StallMilliseconds) return false;
     Trace(LogWarning, "%s timeout", m_sAddress.c_str());
     LinkReset();
     Close();
@@ -159,6 +164,7 @@ void CDevice::RequestVideo(std::uint32_t now) {
     if (!m_Input.m_bEnabled || !m_Input.m_Active.IsValid()) return;
     const std::int32_t rate = m_Input.m_nFramerate;
     if (rate > 0 && now - m_Input.m_dwRequestTime < 1000U / static_cast<std::uint32_t>(rate)) return;
+    m_cRegister = 0;  // of a register request that was never sent
     Request(m_Input.Request(now).c_str());
 }
 

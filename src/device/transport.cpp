@@ -34,6 +34,19 @@ unsigned int Word(const char* bytes) {
     return Byte(bytes[0]) << 8 | Byte(bytes[1]);
 }
 
+// Reentrant, unlike gethostbyname: the host's own threads may resolve names too.
+bool Resolve(const char* name, in_addr& address) {
+    hostent entry = {};
+    char buffer[8192];
+    hostent* host = nullptr;
+    int error = 0;
+    gethostbyname_r(name, &entry, buffer, sizeof(buffer), &host, &error);
+    if (host == nullptr || host->h_addr_list[0] == nullptr) return false;
+    const auto length = static_cast<std::size_t>(host->h_length);
+    std::memcpy(&address, host->h_addr_list[0], std::min(length, sizeof(address)));
+    return true;
+}
+
 int NewSocket() {
     const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
     if (descriptor < FD_SETSIZE) return descriptor;
@@ -48,13 +61,10 @@ bool CDevice::Open() {
     m_Peer.sin_family = AF_INET;
     m_Peer.sin_addr.s_addr = inet_addr(m_sAddress.c_str());
     if (m_Peer.sin_addr.s_addr == INADDR_NONE) {
-        const hostent* const host = gethostbyname(m_sAddress.c_str());
-        if (host == nullptr || host->h_addr_list[0] == nullptr) {
+        if (!Resolve(m_sAddress.c_str(), m_Peer.sin_addr)) {
             Trace(LogError, "%s get host by name error %d", m_sAddress.c_str(), WSAGetLastError());
             return false;
         }
-        const auto length = static_cast<std::size_t>(host->h_length);
-        std::memcpy(&m_Peer.sin_addr, host->h_addr_list[0], std::min(length, sizeof(m_Peer.sin_addr)));
     }
     m_Socket = NewSocket();
     if (m_Socket == -1) Trace(LogError, "%s create socket error %d", m_sAddress.c_str(), WSAGetLastError());

@@ -59,6 +59,7 @@ void CInput::Init(const CRectangle& sensor, int standard) {
     m_Active.y0 = static_cast<std::uint16_t>(y0);
     m_Active.x1 = static_cast<std::uint16_t>(x1);
     m_Active.y1 = static_cast<std::uint16_t>(y1);
+    if (!m_Active.IsValid()) return;  // no picture to be had; what the host wants stays
 
     const int width = m_Active.Width();
     const int height = m_Active.Height();

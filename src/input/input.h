@@ -21,7 +21,8 @@ public:
     ~CInput();
 
     // Derives the active rectangle, the resolution and the delivered size from the crop and the
-    // sensor, and fills in the standard and the frame rate where none is set.
+    // sensor, and fills in the standard and the frame rate where none is set. A crop that leaves
+    // no area leaves the rectangle invalid and everything else as it was.
     void Init(const CRectangle& sensor, int standard);
 
     // Ends the stream: the next frame is a key frame, and the input waits for Init.

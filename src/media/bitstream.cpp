@@ -15,10 +15,6 @@ constexpr std::int32_t i_size0_255[256] = {
 
 int SignificantBits(std::uint32_t value) {
     int bits = 0;
-    if (value >= 0x1000000) {
-        bits += 8;
-        value >>= 8;
-    }
     if (value >= 0x10000) {
         bits += 16;
         value >>= 16;

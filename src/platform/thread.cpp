@@ -3,7 +3,7 @@
 #include <cassert>
 #include <chrono>
 #include <csignal>
-#include <system_error>
+#include <exception>
 
 namespace pt {
 
@@ -24,7 +24,7 @@ bool thread::start() {
             execute();
             cleanup();
         });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {  // no thread or no memory for one
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
         return false;
     }

@@ -24,6 +24,17 @@ bool IsRemoval(const TiXmlElement& device) {
     return address != nullptr && *address == '\0';
 }
 
+// A camera that was saved without an address is no removal.
+void KeepAddressless(TiXmlElement& root) {
+    for (TiXmlElement* devices = root.FirstChildElement("Devices"); devices != nullptr;
+         devices = devices->NextSiblingElement("Devices")) {
+        for (TiXmlElement* device = devices->FirstChildElement("Device"); device != nullptr;
+             device = device->NextSiblingElement("Device")) {
+            if (IsRemoval(*device)) device->RemoveAttribute("ipAddress");
+        }
+    }
+}
+
 }  // namespace
 
 int CPlugin::Open(_OpenParmsIn*, _OpenParmsOut* out) {
@@ -55,6 +66,7 @@ void CPlugin::LoadSettings() {
     if (!ReadSettings(document)) return;
     if (TiXmlElement* root = document.FirstChildElement()) {
         root->SetAttribute("Delta", 1);  // saved as a report, applied as a change
+        KeepAddressless(*root);
         UpdateConfig(document);
     }
 }

@@ -8,55 +8,60 @@
 
 namespace {
 
-template <class Call>
-int Guarded(const char* name, Call call) noexcept {
+// Not to the host: the worker may be inside its callback.
+int ReportFailure(const char* name) {
+    std::fprintf(stderr, "%s: %s failed\n", PluginName, name);
+    return 0;
+}
+
+// Calls a member of the plug-in object, if there is one: Load may have failed.
+template <class In, class Out>
+int Call(const char* name, int (CPlugin::*member)(In*, Out*), In* in, Out* out) noexcept {
     try {
-        return call();
+        return g_Plugin != nullptr ? (g_Plugin->*member)(in, out) : 0;
     } catch (...) {
-        // Not to the host: the worker may be inside its callback.
-        std::fprintf(stderr, "%s: %s failed\n", PluginName, name);
-        return 0;
+        return ReportFailure(name);
     }
 }
 
 }  // namespace
 
 PLENDIX_EXPORT int Load(_LoadParmsIn* in, _LoadParmsOut* out) {
-    return Guarded("Load", [=] {
+    try {
         g_Plugin = new CPlugin;
-        return g_Plugin->Load(in, out);
-    });
+    } catch (...) {
+        return ReportFailure("Load");
+    }
+    return Call("Load", &CPlugin::Load, in, out);
 }
 
 PLENDIX_EXPORT int Unload(_UnloadParmsIn* in, _UnloadParmsOut* out) {
-    return Guarded("Unload", [=] {
-        const int result = g_Plugin != nullptr ? g_Plugin->Unload(in, out) : 0;
-        delete g_Plugin;
-        g_Plugin = nullptr;
-        return result;
-    });
+    const int result = Call("Unload", &CPlugin::Unload, in, out);
+    delete g_Plugin;
+    g_Plugin = nullptr;
+    return result;
 }
 
 PLENDIX_EXPORT int Open(_OpenParmsIn* in, _OpenParmsOut* out) {
-    return Guarded("Open", [=] { return g_Plugin->Open(in, out); });
+    return Call("Open", &CPlugin::Open, in, out);
 }
 
 PLENDIX_EXPORT int Close(_CloseParmsIn* in, _CloseParmsOut* out) {
-    return Guarded("Close", [=] { return g_Plugin->Close(in, out); });
+    return Call("Close", &CPlugin::Close, in, out);
 }
 
 PLENDIX_EXPORT int Read(_ReadParmsIn* in, _ReadParmsOut* out) {
-    return Guarded("Read", [=] { return g_Plugin->Read(in, out); });
+    return Call("Read", &CPlugin::Read, in, out);
 }
 
 PLENDIX_EXPORT int Write(_WriteParmsIn* in, _WriteParmsOut* out) {
-    return Guarded("Write", [=] { return g_Plugin->Write(in, out); });
+    return Call("Write", &CPlugin::Write, in, out);
 }
 
 PLENDIX_EXPORT int Seek(_SeekParmsIn* in, _SeekParmsOut* out) {
-    return Guarded("Seek", [=] { return g_Plugin->Seek(in, out); });
+    return Call("Seek", &CPlugin::Seek, in, out);
 }
 
 PLENDIX_EXPORT int IOCTL(_IOCTLParmsIn* in, _IOCTLParmsOut* out) {
-    return Guarded("IOCTL", [=] { return g_Plugin->IOCTL(in, out); });
+    return Call("IOCTL", &CPlugin::IOCTL, in, out);
 }

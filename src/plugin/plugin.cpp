@@ -1,7 +1,5 @@
 #include "plugin/plugin.h"
 
-#include <string>
-
 #include "device/device.h"
 #include "plugin/Plendix.h"
 
@@ -89,8 +87,7 @@ int CPlugin::Event(_EventParmsIn* in, _EventParmsOut* out) {
 
 // Whatever could be parsed is queued: what stands before an error in the text is served.
 void CPlugin::PostDocument(int id, const void* data, std::uint32_t length) {
-    const std::string text(static_cast<const char*>(data), length);
     auto msg = std::make_unique<docmsg>(id);
-    msg->document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
+    msg->verdict = ParseGuarded(msg->document, static_cast<const char*>(data), length);
     post(msg.release(), -1);
 }

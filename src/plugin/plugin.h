@@ -10,6 +10,7 @@
 #include "platform/queue.h"
 #include "platform/thread.h"
 #include "plugin/host_records.h"
+#include "plugin/xml_guard.h"
 
 class CDevice;
 
@@ -26,6 +27,7 @@ public:
     explicit docmsg(int messageid) : pt::message(messageid, 0) {}
 
     TiXmlDocument document;
+    XmlVerdict verdict = {};  // reported by the worker: the poster's thread sends no events
 };
 
 class CPlugin : public pt::thread, protected pt::msgqueue {
@@ -71,6 +73,7 @@ private:
     void PostDocument(int id, const void* data, std::uint32_t length);
     bool UpdateDevices(TiXmlElement& devices);
     bool UpdateDevice(TiXmlElement& element, int number);
+    void ServeDocument(docmsg& doc);
     bool ServeSockets();
     CDevice* Device(int number);  // null when there is none, or no such number
 };

@@ -15,11 +15,13 @@
 #include <string>
 
 #include "plugin/Plendix.h"
+#include "plugin/xml_guard.h"
 
 const char szFileName[] = "Plendix.xml";
 
 namespace {
 
+constexpr off_t SettingsLimit = 16 << 20;  // bytes; 255 cameras need under 1 MB
 constexpr int CopiesLimit =
     1000;  // of unreadable settings files kept; a host that makes more has other worries
 
@@ -130,6 +132,15 @@ void KeepUnreadable(const char* reason) {
     Trace(LogWarning, "%s is not readable (%s) and could not be kept", szFileName, reason);
 }
 
+// Why LoadFile must not have the file of the given size; null when it may.
+const char* ExamineSettings(off_t size) {
+    if (size > SettingsLimit) return "too large";
+    const File file(std::fopen(szFileName, "re"), std::fclose);
+    std::string text(static_cast<std::size_t>(size), '\0');
+    if (!file || std::fread(&text[0], 1, text.size(), file.get()) != text.size()) return "read error";
+    return RefuseFile(text.data(), text.size());
+}
+
 }  // namespace
 
 bool LoadFileProtected(TiXmlDocument& document, const char* filename) {
@@ -147,8 +158,9 @@ bool ReadSettings(TiXmlDocument& document) {
         Trace(LogWarning, "%s is not a file", szFileName);
         return false;
     }
-    if (LoadFileProtected(document, szFileName)) return true;
-    KeepUnreadable(document.ErrorDesc());
+    const char* problem = ExamineSettings(status.st_size);
+    if (problem == nullptr && LoadFileProtected(document, szFileName)) return true;
+    KeepUnreadable(problem != nullptr ? problem : document.ErrorDesc());
     return false;
 }
 

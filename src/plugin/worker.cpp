@@ -32,18 +32,27 @@ void CPlugin::cleanup() {
 }
 
 void CPlugin::msghandler(pt::message& msg) {
+    if (msg.id != MsgConfig && msg.id != MsgWrite) {
+        defhandler(msg);
+        return;
+    }
     auto* const doc = dynamic_cast<docmsg*>(&msg);
+    if (doc == nullptr) return;
     try {
-        if (msg.id == MsgConfig) {
-            if (doc != nullptr) UpdateConfig(doc->document);
-        } else if (msg.id == MsgWrite) {
-            if (doc != nullptr) ProcessWrite(doc->document);
-        } else {
-            defhandler(msg);
-        }
+        ServeDocument(*doc);
     } catch (...) {
         TraceException("Document");
     }
+}
+
+void CPlugin::ServeDocument(docmsg& doc) {
+    if (doc.verdict.problem != nullptr)
+        Trace(LogWarning, "XML document cut at byte %lu: %s", static_cast<unsigned long>(doc.verdict.length),
+              doc.verdict.problem);
+    if (doc.id == MsgConfig)
+        UpdateConfig(doc.document);
+    else
+        ProcessWrite(doc.document);
 }
 
 void CPlugin::CheckDevices() {

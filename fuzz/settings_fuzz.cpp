@@ -1,0 +1,34 @@
+// The settings file as Open finds it: whatever it holds, Open comes through, and afterwards there
+// is a file that loads.
+#include <tinyxml.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "fuzz.h"
+#include "plugin/Plendix.h"
+#include "plugin/plugin.h"
+#include "plugin/settings.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static bool moved = false;
+    char folder[] = "/tmp/plendix-fuzz-XXXXXX";
+    if (!moved) require(mkdtemp(folder) != nullptr && chdir(folder) == 0);
+    moved = true;
+    {
+        std::ofstream file(szFileName, std::ios::binary);
+        file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+    g_Plugin = new CPlugin;
+    _OpenParmsOut opened = {};
+    _CloseParmsOut closed = {};
+    g_Plugin->Open(nullptr, &opened);
+    g_Plugin->Close(nullptr, &closed);
+    delete g_Plugin;
+    g_Plugin = nullptr;
+    TiXmlDocument document;
+    require(LoadFileProtected(document, szFileName));
+    std::remove("Plendix.xml.bad");
+    return 0;
+}
