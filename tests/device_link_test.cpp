@@ -49,6 +49,14 @@ TEST_F(DeviceLink, TakesTheBlockSizeFromOptionsInsideTheDatagramOnly) {
     }
 }
 
+TEST_F(DeviceLink, NumbersRegistersAlikeWhetherCharIsSignedOrNot) {
+    begin();
+    device->Read(static_cast<char>(200));
+    camera.expect("getreg?page=3;reg=-56;");
+    device->Write(static_cast<char>(255), 65535);
+    camera.expect("setreg?page=3;reg=-1;val=65535;");
+}
+
 TEST_F(DeviceLink, TakesRepliesOfAnyLength) {
     begin();
     for (std::size_t length = 0; length < 4; ++length) {  // no packet at all

@@ -12,6 +12,11 @@ namespace {
 
 constexpr int NameSize = 48;
 
+// A register number as it is written out: signed, whether the machine's char is or not.
+int Number(char reg) {
+    return static_cast<signed char>(reg);
+}
+
 // Levels are tried from the least sensitive on; a threshold below all entries is the highest level.
 int SensitivityLevel(unsigned int threshold) {
     const auto* const last = std::end(MotionSensitivityLevels) - 1;
@@ -24,14 +29,14 @@ int SensitivityLevel(unsigned int threshold) {
 
 void CDevice::Read(char reg) {
     char name[NameSize];
-    std::snprintf(name, sizeof(name), "getreg?page=3;reg=%d;", reg);
+    std::snprintf(name, sizeof(name), "getreg?page=3;reg=%d;", Number(reg));
     m_cRegister = reg;
     Request(name);
 }
 
 void CDevice::Write(char reg, unsigned short value) {
     char name[NameSize];
-    std::snprintf(name, sizeof(name), "setreg?page=3;reg=%d;val=%u;", reg, unsigned{value});
+    std::snprintf(name, sizeof(name), "setreg?page=3;reg=%d;val=%u;", Number(reg), unsigned{value});
     m_cRegister = reg;
     Request(name);
 }
@@ -108,7 +113,7 @@ void CDevice::StoreQuietRegister(char reg, unsigned short value) {
             m_wFirmware = value;
             break;
         default:
-            Trace(LogDebug, "received register %d val %u", reg, v);
+            Trace(LogDebug, "received register %d val %u", Number(reg), v);
             break;
     }
 }

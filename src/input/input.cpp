@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "platform/xml.h"
 #include "plugin/host_records.h"
@@ -76,7 +75,7 @@ void CInput::Init(const CRectangle& sensor, int standard) {
 void CInput::Reset() {
     if (m_bConnected) {
         m_bConnected = false;
-        FireConnected(static_cast<long>(std::time(nullptr)));
+        FireConnected(static_cast<long>(pt::unixseconds(pt::now(true))));
     }
     m_dwKeyFrameTime = 0;
     m_dwRequestTime = 0;

@@ -258,9 +258,29 @@ PLENDIX_OFFSET(_EventParmsIn, FrameFlags, 51, 59);
 PLENDIX_OFFSET(_EventParmsIn, MotionLength, 52, 60);
 PLENDIX_OFFSET(_EventParmsIn, MotionMap, 56, 64);
 PLENDIX_OFFSET(_EventParmsOut, Error, 8, 8);
-static_assert(sizeof(_EventParmsOut) == 12, "result record");
-static_assert(sizeof(_EventParmsIn) == (sizeof(void*) == 4 ? 184 : 192), "event record");
 
+#define PLENDIX_SIZE(record, narrow, wide) \
+    static_assert(sizeof(record) == (sizeof(void*) == 4 ? (narrow) : (wide)), #record)
+PLENDIX_SIZE(_EventParmsIn, 184, 192);
+PLENDIX_SIZE(_EventParmsOut, 12, 12);
+PLENDIX_SIZE(_LoadParmsIn, 16, 24);
+PLENDIX_SIZE(_LoadParmsOut, 60, 60);
+PLENDIX_SIZE(_UnloadParmsIn, 8, 8);
+PLENDIX_SIZE(_UnloadParmsOut, 8, 8);
+PLENDIX_SIZE(_OpenParmsIn, 8, 8);
+PLENDIX_SIZE(_OpenParmsOut, 16, 16);
+PLENDIX_SIZE(_CloseParmsIn, 8, 8);
+PLENDIX_SIZE(_CloseParmsOut, 12, 12);
+PLENDIX_SIZE(_ReadParmsIn, 8, 8);
+PLENDIX_SIZE(_ReadParmsOut, 20, 20);
+PLENDIX_SIZE(_SeekParmsIn, 8, 8);
+PLENDIX_SIZE(_SeekParmsOut, 12, 12);
+PLENDIX_SIZE(_WriteParmsIn, 28, 40);
+PLENDIX_SIZE(_WriteParmsOut, 20, 20);
+PLENDIX_SIZE(_IOCTLParmsIn, 28, 32);
+PLENDIX_SIZE(_IOCTLParmsOut, 16, 16);
+
+#undef PLENDIX_SIZE
 #undef PLENDIX_OFFSET
 
 #endif

@@ -1,6 +1,8 @@
 // Documents built and read, and values of the command line.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "host/command_values.h"
 #include "host/document_builder.h"
 #include "host/document_reader.h"
@@ -74,6 +76,8 @@ TEST(Documents, AreReadAsEvents) {
          R"("camera":1,"kind":"relay","values":{"active":false}})"},
         {R"(<?xml ?><log_msg level="50">Camera 1 west - did not receive block 3 of 9</log_msg>)",
          R"("camera":2,"kind":"log","values":{"level":50,"text":"Camera 1 west - did not receive block 3 of 9","lost_block":3,"of":9}})"},
+        {R"(<?xml ?><log_msg level="50">10.0.0.1 timeout</log_msg>)",
+         R"("camera":1,"kind":"log","values":{"level":50,"text":"10.0.0.1 timeout","timeout":true}})"},
         {R"(<?xml ?><log_msg level="75">10.0.0.1 send error 101</log_msg>)", R"("camera":1,"kind":"log")"},
         {R"(<?xml ?><log_msg level="75">10.0.0.11 send error 101</log_msg>)", R"("camera":0,"kind":"log")"},
         {R"(<?xml ?><Velm Delta="0"><Devices ID="2162688" /></Velm>)",
@@ -87,6 +91,29 @@ TEST(Documents, AreReadAsEvents) {
         ASSERT_FALSE(events.empty()) << item.text;
         EXPECT_NE(json_line(events.front()).find(item.line), std::string::npos) << json_line(events.front());
     }
+}
+
+TEST(Screen, ShowsSettingsOnlyWhenTheyDiffer) {
+    Event event{0, 3, EventKind::config};
+    event.values = {{"enabled", true}, {"model", 105}, {"framerate", 0}, {"serial", "1"}};
+    std::ostringstream out;
+    ScreenLog screen;
+    const auto show = [&](const char* name, const nlohmann::ordered_json& value) {
+        event.values[name] = value;
+        screen.write(out, event);
+    };
+    show("model", 0);
+    show("serial", "2");  // not shown
+    event.values.update({{"model", 105}, {"firmware", 61750}, {"width", 64}, {"height", 48}});
+    show("framerate", 20);
+    show("codec", "h264");
+    show("codec", "h264");
+    show("removed", true);
+    EXPECT_EQ(out.str(),
+              "00:00:00.000  camera 3  settings  not identified yet\n"
+              "00:00:00.000  camera 3  settings  64x48 JPEG 20 fps, model 105, firmware 61750\n"
+              "00:00:00.000  camera 3  settings  64x48 H.264 20 fps, model 105, firmware 61750\n"
+              "00:00:00.000  camera 3  removed\n");
 }
 
 TEST(CommandValues, BadOnesAreRefusedByName) {

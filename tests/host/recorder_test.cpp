@@ -59,6 +59,21 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
     }
 }
 
+TEST(CameraRecorder, CountsWhatWentWrong) {
+    CameraRecorder recorder(3);
+    Event event{0, 3, EventKind::connection};
+    for (const bool connected : {true, false, true, false, true}) {
+        event.values["connected"] = connected;
+        recorder.count(event);
+    }
+    event = {0, 3, EventKind::log};
+    event.values["timeout"] = true;
+    recorder.count(event);
+    EXPECT_EQ(recorder.totals().reconnections(), 2U);
+    EXPECT_EQ(recorder.totals().timeouts, 1U);
+    EXPECT_EQ(recorder.totals().lost_blocks, 0U);
+}
+
 TEST(ArrivalQueue, RefusesFramesBeforeDocumentsAndMarksTheGap) {
     ArrivalQueue queue(250);
     const std::vector<std::uint8_t> data(100);

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 
+#include "camera/live_pictures.h"
+#include "camera/shared_pictures.h"
+
 namespace plendix::camera {
 
 namespace {
@@ -11,16 +14,26 @@ constexpr std::uint16_t tftp_port = 69;
 constexpr std::size_t default_block_size = 512;  // RFC 1350, without the option
 constexpr std::size_t longest_request = 4096;    // RFC 2347 says 512; a longer name costs nothing
 constexpr std::size_t most_sessions = 32;        // a client that goes away leaves one behind
+constexpr std::size_t most_requested = 10000;    // names kept, of all cameras of a fleet
 constexpr int most_per_turn = 64;                // datagrams, so that no camera holds up the others
+
+std::unique_ptr<PictureSource> make_source(const Config& config, Gallery* gallery) {
+    if (gallery == nullptr) return std::make_unique<LivePictures>(config.number);
+    return std::make_unique<SharedPictures>(*gallery);
+}
+
+Clock::duration seconds(double count) {
+    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(count));
+}
 
 }  // namespace
 
-Camera::Camera(const Config& config, Fleet::Log log, bool verbose)
+Camera::Camera(const Config& config, std::size_t index, const Surroundings& surroundings)
     : address_(config.address),
-      log_(std::move(log)),
-      verbose_(verbose),
-      state_(config),
-      pictures_(config.number),
+      surroundings_(surroundings),
+      state_(config, most_requested / surroundings.cameras),
+      faults_(surroundings.behaviour.seed, index),
+      pictures_(make_source(config, surroundings.gallery)),
       requests_(config.address, tftp_port),
       transfers_(config.address, 0) {}
 
@@ -50,77 +63,80 @@ void Camera::serve_transfers() {
 }
 
 void Camera::request(const Endpoint& client, const std::uint8_t* data, std::size_t size) {
-    const bool silent = state_.silent();
     std::string name;
     try {
         const ReadRequest request = parse_request(data, size);
         name = request.name;
         state_.note_request(name);
-        if (verbose_) say(name);
-        if (!silent) begin(client, request);
+        if (surroundings_.verbose) say(name);
+        serve(client, request, parse_name(name, state_.conditions().sensor));
     } catch (const Refused& refused) {
         if (name.empty()) state_.note_request(name);
-        if (!silent) refuse(client, refused.code(), refused.what());
+        if (!state_.silent()) refuse(client, refused.code(), refused.what());
     } catch (const std::exception& failure) {
-        pictures_.end_group();
+        pictures_->end_group();
         refuse(client, ErrorCode::other, failure.what());
     }
 }
 
-void Camera::begin(const Endpoint& client, const ReadRequest& request) {
-    const NamedRequest named = parse_name(request.name, state_.conditions().sensor);
+/// A request that an answer, or a fault, comes of.
+void Camera::serve(const Endpoint& client, const ReadRequest& request, const NamedRequest& named) {
+    if (hits(FaultKind::reboot)) reboot(faults_.time(FaultKind::reboot));
+    if (hits(FaultKind::silent)) fall_silent(faults_.time(FaultKind::silent));
+    if (hits(FaultKind::mac_change)) change_mac();
     const auto* picture = std::get_if<PictureRequest>(&named);
-    auto answered = picture ? answer(*picture, client) : answer(std::get<RegisterRequest>(named));
-    const std::size_t block_size = request.block_size.value_or(default_block_size);
+    const bool error = !state_.silent() && hits(FaultKind::error);
+    if (state_.silent() || error) {
+        if (picture != nullptr) state_.note_picture();
+        if (picture != nullptr) state_.note_lost_frame();
+        if (error) refuse(client, ErrorCode::other, "simulated fault");
+        return;
+    }
+    begin(client, picture ? answer(*picture, client) : answer(std::get<RegisterRequest>(named)), request);
+}
+
+void Camera::begin(const Endpoint& client, Answer answer, const ReadRequest& request) {
+    const bool options = request.block_size.has_value(), picture = answer.picture();
+    const bool silent_options = options && hits(FaultKind::no_oack);
+    const bool other_size = options && !silent_options && hits(FaultKind::oack_512);
+    std::size_t block_size = request.block_size.value_or(default_block_size);
+    if (other_size) block_size = default_block_size;
     sessions_.erase(client);
     make_room();
     try {
-        const Session session{Transfer(std::move(answered), block_size, request.block_size.has_value()),
-                              begun_++};
-        sessions_.emplace(client, session);
-        send_due(client, session.transfer);
+        Session session{Transfer(std::move(answer), block_size, options && !silent_options,
+                                 surroundings_.behaviour.burst),
+                        begun_++};
+        if (picture) state_.note_picture();
+        if (silent_options || other_size) lose(session);
+        if (picture && surroundings_.behaviour.max_fps > 0) {
+            session.not_before = std::max(next_frame_, Clock::now());
+            next_frame_ = session.not_before + seconds(1 / surroundings_.behaviour.max_fps);
+        }
+        sessions_.emplace(client, std::move(session));
     } catch (const Refused&) {
-        if (picture) pictures_.end_group();
+        if (picture) pictures_->end_group();
         throw;
     }
+    pump(client);
 }
 
-std::shared_ptr<const Answer> Camera::answer(const RegisterRequest& request) {
+Answer Camera::answer(const RegisterRequest& request) {
     const int relay_before = state_.relay();
     const std::uint16_t value =
         request.value ? state_.write(request.number, *request.value) : state_.read(request.number);
     state_.note_register(request.value.has_value());
     if (request.value) log_write(request.number, value, relay_before);
-    auto answer = std::make_shared<Answer>();
-    answer->payload = {static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)};
+    Answer answer;
+    answer.data = std::make_shared<const Bytes>(
+        Bytes{static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)});
     return answer;
 }
 
-std::shared_ptr<const Answer> Camera::answer(const PictureRequest& request, const Endpoint& client) {
-    Served served = pictures_.next(request, client, state_.conditions());
-    state_.note_original(std::move(served.original));
-    return served.answer;
-}
-
-void Camera::acknowledged(const Endpoint& client, std::uint16_t block) {
-    const auto found = sessions_.find(client);
-    if (found == sessions_.end() || !found->second.transfer.accept(block)) return;
-    state_.note_acknowledgement();
-    send_due(client, found->second.transfer);
-}
-
-/// Sends what is due, and forgets the transfer when nothing is.
-void Camera::send_due(const Endpoint& client, const Transfer& transfer) {
-    const auto packet = transfer.due();
-    if (!packet) {
-        sessions_.erase(client);
-        return;
-    }
-    if (!transfer.awaits_options()) {  // counted before the client can see it
-        state_.note_block(packet->size() - 4);
-        if (transfer.at_last() && transfer.answer().picture()) state_.note_frame(transfer.answer().key);
-    }
-    transfers_.send(packet->data(), packet->size(), client);
+Answer Camera::answer(const PictureRequest& request, const Endpoint& client) {
+    Answer answer = pictures_->next(request, client, state_.conditions());
+    state_.note_original(*answer.data);
+    return answer;
 }
 
 void Camera::make_room() {
@@ -135,7 +151,7 @@ void Camera::refuse(const Endpoint& client, ErrorCode code, const std::string& t
     const Bytes packet = error_packet(code, text);
     state_.note_error();  // before the client can see it
     transfers_.send(packet.data(), packet.size(), client);
-    if (verbose_) say("refused: " + text);
+    if (surroundings_.verbose) say("refused: " + text);
 }
 
 /// Register 25 is written twice a second whatever happens: only changes of the relay are told.
@@ -145,8 +161,13 @@ void Camera::log_write(int number, std::uint16_t value, int relay_before) {
     if (relay != relay_before) say(relay == 1 ? "relay high" : "relay low");
 }
 
+void Camera::set_trigger(bool level) {
+    state_.set_trigger(level);
+    if (surroundings_.verbose) say(level ? "trigger high" : "trigger low");
+}
+
 void Camera::say(const std::string& text) const {
-    if (log_) log_(address_ + " " + text);
+    if (surroundings_.log) surroundings_.log(address_ + " " + text);
 }
 
 }  // namespace plendix::camera

@@ -1,61 +1,23 @@
 #include "camera/camera_command.h"
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include <CLI/CLI.hpp>
-#include <array>
 #include <csignal>
-#include <cstdint>
-#include <cstdio>
 #include <ctime>
 #include <iostream>
 #include <memory>
-#include <regex>
 #include <string>
 
-#include "camera/fleet.h"
+#include "camera/camera_options.h"
+#include "camera/counters_report.h"
 #include "usage.h"
 
 namespace plendix {
 
 namespace {
-
-struct CameraOptions {
-    std::string address = "127.0.1.1";
-    std::uint16_t model = camera::Config{}.model, firmware = camera::Config{}.firmware;
-    std::string sensor = "1600x1200";
-    std::string mac;
-    double duration = 0;  // seconds, 0 without end
-    bool verbose = false;
-};
-
-void parse_sensor(const std::string& text, camera::Config& config) {
-    std::smatch sides;
-    if (std::regex_match(text, sides, std::regex("([0-9]{2,4})x([0-9]{2,4})"))) {
-        config.sensor_width = static_cast<unsigned>(std::stoul(sides[1]));
-        config.sensor_height = static_cast<unsigned>(std::stoul(sides[2]));
-        const auto fits = [](unsigned side) { return side >= 16 && side <= 8192; };
-        if (fits(config.sensor_width) && fits(config.sensor_height)) return;
-    }
-    throw UsageError("--sensor " + text +
-                     ": expected WIDTHxHEIGHT with 16 to 8192 pixels, such as 1600x1200");
-}
-
-void parse_mac(const std::string& text, camera::Config& config) {
-    static const std::regex form("([0-9A-Fa-f]{2}[-:]){5}[0-9A-Fa-f]{2}");
-    if (!std::regex_match(text, form))
-        throw UsageError("--mac " + text + ": expected six pairs of digits, such as 02-50-4C-00-01-01");
-    for (std::size_t i = 0; i < config.mac.size(); ++i)
-        config.mac[i] = static_cast<std::uint8_t>(std::stoul(text.substr(3 * i, 2), nullptr, 16));
-}
-
-camera::Config make_config(const CameraOptions& options) {
-    camera::Config config;
-    config.address = options.address;
-    config.model = options.model;
-    config.firmware = options.firmware;
-    parse_sensor(options.sensor, config);
-    if (!options.mac.empty()) parse_mac(options.mac, config);
-    return config;
-}
 
 /// Holds back SIGINT and SIGTERM from now on, and waits for one of them. Requires that it exists
 /// before other threads do.
@@ -88,64 +50,117 @@ private:
     sigset_t before_{};
 };
 
-void print_counters(const std::string& address, const camera::Counters& counters) {
-    const std::array<std::pair<const char*, std::uint64_t>, 9> rows{
-        {{"requests", counters.requests},
-         {"register reads", counters.register_reads},
-         {"register writes", counters.register_writes},
-         {"frames", counters.frames},
-         {"key frames", counters.key_frames},
-         {"blocks", counters.blocks},
-         {"bytes", counters.bytes},
-         {"acknowledgements", counters.acknowledgements},
-         {"errors", counters.errors}}};
-    std::printf("%-18s %14s\n", "camera", address.c_str());
-    for (const auto& [name, value] : rows)
-        std::printf("%-18s %14llu\n", name, static_cast<unsigned long long>(value));
-    std::fflush(stdout);
+std::string describe(const camera::Config& config) {
+    return "model " + std::to_string(config.model) + ", firmware " + std::to_string(config.firmware) +
+           ", sensor " + std::to_string(config.sensor_width) + 'x' + std::to_string(config.sensor_height);
+}
+
+void announce(const CameraOptions& options, const std::vector<camera::Config>& configs) {
+    const bool same =
+        options.models.size() == 1 && options.firmwares.size() == 1 && options.sensors.size() == 1;
+    if (configs.size() == 1) {
+        std::cerr << "camera " << configs[0].address << " port 69: " << describe(configs[0]);
+    } else {
+        std::cerr << configs.size() << " cameras " << configs.front().address << " to "
+                  << configs.back().address
+                  << " port 69: " << (same ? describe(configs[0]) : "different models, firmware or sensors");
+    }
+    std::cerr << "; Ctrl-C ends " << (configs.size() == 1 ? "it" : "them") << '\n';
 }
 
 int run_camera(const CameraOptions& options) {
-    const camera::Config config = make_config(options);
+    const std::vector<camera::Config> configs = make_configs(options);
+    const camera::Behaviour behaviour = make_behaviour(options);
     const StopSignals signals;
+    av_log_set_level(AV_LOG_QUIET);  // what is wrong with a scene file is told in one line
     const auto log = [](const std::string& line) { std::cerr << line + '\n'; };
-    camera::Fleet fleet({config}, log, options.verbose);
+    camera::Fleet fleet(configs, behaviour, log, options.verbose);
     fleet.start();
-    std::cerr << "camera " << config.address << " port 69: model " << config.model << ", firmware "
-              << config.firmware << ", sensor " << options.sensor << "; Ctrl-C ends it\n";
+    announce(options, configs);
     signals.wait(options.duration);
     fleet.stop();
-    print_counters(config.address, fleet.counters(0));
+    std::vector<CameraCounters> counters;
+    for (std::size_t i = 0; i < configs.size(); ++i)
+        counters.push_back({configs[i].address, fleet.counters(i)});
+    (options.json ? print_counters_json : print_counters)(std::cout, counters);
     return exit_done;
+}
+
+void add_identity(CLI::App& command, CameraOptions& options) {
+    command
+        .add_option("--address", options.address, "Address that the camera, or the first of them, answers on")
+        ->capture_default_str();
+    command.add_option("--count", options.count, "Cameras, on consecutive addresses: 1 to 255")
+        ->capture_default_str();
+    command
+        .add_option("--model", options.models,
+                    "Model number; its last two digits say what it can do. A list is dealt out to the "
+                    "cameras in turn, here and below")
+        ->delimiter(',')
+        ->capture_default_str();
+    command.add_option("--firmware", options.firmwares, "Firmware version, or a list")
+        ->delimiter(',')
+        ->capture_default_str();
+    command.add_option("--sensor", options.sensors, "Sensor size in pixels, WIDTHxHEIGHT, or a list")
+        ->delimiter(',')
+        ->capture_default_str();
+    command.add_option("--mac", options.mac,
+                       "MAC address of the first camera, the others count on; made from the address when not "
+                       "given");
+    command.add_option("--registers", options.registers, "Start values, NUMBER=VALUE, such as 2=99,111=7")
+        ->delimiter(',');
+}
+
+void add_working(CLI::App& command, CameraOptions& options) {
+    command.add_option(
+        "--scene", options.scene,
+        "Picture or video file to show in a loop, scaled to the sensor; without it a generated "
+        "scene, with camera number and clock where there are 4 cameras or less");
+    command.add_option("--trigger", options.trigger, "Change the trigger input once per period, such as 5s");
+    command.add_option("--rate", options.rate_mbit, "Mbit/s that one camera sends at most, 0 without limit")
+        ->capture_default_str();
+    command
+        .add_option("--burst", options.burst, "Blocks sent without waiting for acknowledgements, 1 to 256")
+        ->capture_default_str();
+    command
+        .add_option("--max-fps", options.max_fps,
+                    "Pictures per second of one camera at most, 0 without limit")
+        ->capture_default_str();
+    command.add_option("--faults", options.faults,
+                       "Faults of all cameras from the start, such as loss=1%,reorder=0.5%,silent=0.1%/15s");
+    command.add_option("--scenario", options.scenario,
+                       "File of faults, a line each: time, cameras, fault, value, such as '10s 7-9 loss 2%', "
+                       "'20s 7 silent 15s', '60s * reboot'");
+    command.add_option("--seed", options.seed, "Of all that is left to chance; the same seed repeats it")
+        ->capture_default_str();
+    command.add_option("--duration", options.duration, "Seconds to run, 0 until Ctrl-C")
+        ->check(CLI::Range(0.0, 1e9))
+        ->capture_default_str();
+    command.add_flag("-v,--verbose", options.verbose,
+                     "A line for each request and fault, not only for writes");
+    command.add_flag("--json", options.json, "Counters at the end as JSON");
 }
 
 }  // namespace
 
 void add_camera_command(CLI::App& app, std::function<int()>& chosen) {
     const auto options = std::make_shared<CameraOptions>();
-    CLI::App* command =
-        app.add_subcommand("camera",
-                           "Run a simulated camera: registers, a trigger input, a relay, and "
-                           "JPEG and H.264 pictures of a generated scene, by TFTP on port 69.");
-    command->add_option("--address", options->address, "Loopback address that the camera answers on")
-        ->check(CLI::ValidIPV4)
-        ->capture_default_str();
-    command->add_option("--model", options->model, "Model number; its last two digits say what it can do")
-        ->capture_default_str();
-    command->add_option("--firmware", options->firmware, "Firmware version")->capture_default_str();
-    command->add_option("--sensor", options->sensor, "Sensor size in pixels, WIDTHxHEIGHT")
-        ->capture_default_str();
-    command->add_option("--mac", options->mac, "MAC address; made from the address when not given");
-    command->add_option("--duration", options->duration, "Seconds to run, 0 until Ctrl-C")
-        ->check(CLI::Range(0.0, 1e9))
-        ->capture_default_str();
-    command->add_flag("-v,--verbose", options->verbose, "A line for each request, not only for writes");
+    CLI::App* command = app.add_subcommand("camera",
+                                           "Run simulated cameras: registers, a trigger input, a relay, and "
+                                           "JPEG and H.264 pictures of a scene, by TFTP on port 69.");
+    add_identity(*command, *options);
+    add_working(*command, *options);
     command->footer(
         "Lines about requests go to stderr; the counters go to stdout at the end.\n"
-        "Port 69 needs root, CAP_NET_BIND_SERVICE, or a network namespace ('unshare -rn').\n\n"
-        "Example:\n"
+        "Faults: loss, ack-loss, duplicate, reorder, delay, corrupt, truncate, garbage, foreign, "
+        "wrong-block,\n"
+        "no-oack, oack-512, error, silent, reboot, mac-change.\n"
+        "Port 69 needs root, CAP_NET_BIND_SERVICE, or a network namespace ('unshare -rn').\n"
+        "Exit codes: 1 an address cannot be bound or the scene cannot be read, 2 wrong usage.\n\n"
+        "Examples:\n"
         "  plendix camera --address 127.0.1.7 --sensor 1280x1024 -v &\n"
-        "  curl --tftp-blksize 1450 -o frame 'tftp://127.0.1.7/image%3Fres=full;quality=8;'");
+        "  curl --tftp-blksize 1450 -o frame 'tftp://127.0.1.7/image%3Fres=full;quality=8;'\n"
+        "  plendix camera --count 255 --scene street.mp4 --faults loss=0.1% --seed 7");
     command->callback([options, &chosen] { chosen = [options] { return run_camera(*options); }; });
 }
 

@@ -13,7 +13,6 @@ namespace {
 constexpr unsigned io_mask = 0x30, io_low = 0x10, io_high = 0x20;  // both: a poll
 
 constexpr unsigned least_sensor = 16, greatest_sensor = 8192;  // pixels; above, a picture gets too large
-constexpr std::size_t most_requested = 10000;
 
 std::array<std::uint8_t, 6> mac_of(const Config& config) {
     if (config.mac != std::array<std::uint8_t, 6>{}) return config.mac;
@@ -49,7 +48,11 @@ bool fixed(int number) {
 
 }  // namespace
 
-CameraState::CameraState(const Config& config) : mac_(mac_of(config)), registers_(start_values(config)) {}
+CameraState::CameraState(const Config& config, std::size_t most_requested)
+    : start_values_(start_values(config)),
+      most_requested_(most_requested),
+      mac_(mac_of(config)),
+      registers_(start_values_) {}
 
 std::uint16_t CameraState::held(int number) const {
     const auto found = registers_.find(number);
@@ -100,6 +103,17 @@ bool CameraState::silent() const {
     return silent_;
 }
 
+void CameraState::reboot() {
+    const std::lock_guard lock(mutex_);
+    registers_ = start_values_;
+    relay_ = -1;
+}
+
+void CameraState::set_mac_tail(const std::array<std::uint8_t, 3>& tail) {
+    const std::lock_guard lock(mutex_);
+    std::copy(tail.begin(), tail.end(), mac_.begin() + 3);
+}
+
 Conditions CameraState::conditions() const {
     const std::lock_guard lock(mutex_);
     const auto side = [this](int low, int high) {  // set() may have made the sensor any size
@@ -125,7 +139,7 @@ void CameraState::note_request(const std::string& name) {
     ++counters_.requests;
     if (name.empty()) return;
     requested_.push_back(name);
-    if (requested_.size() > most_requested) requested_.pop_front();
+    if (requested_.size() > most_requested_) requested_.pop_front();
 }
 
 void CameraState::note_error() {
@@ -149,6 +163,21 @@ void CameraState::note_block(std::size_t payload_bytes) {
     counters_.bytes += payload_bytes;
 }
 
+void CameraState::note_picture() {
+    const std::lock_guard lock(mutex_);
+    ++counters_.pictures;
+}
+
+void CameraState::note_lost_frame() {
+    const std::lock_guard lock(mutex_);
+    ++counters_.frames_lost;
+}
+
+void CameraState::note_fault(FaultKind kind) {
+    const std::lock_guard lock(mutex_);
+    ++counters_.faults.at(static_cast<std::size_t>(kind));
+}
+
 void CameraState::note_frame(bool key) {
     const std::lock_guard lock(mutex_);
     ++counters_.frames;
@@ -165,9 +194,9 @@ void CameraState::keep_originals() {
     keep_originals_ = true;
 }
 
-void CameraState::note_original(std::vector<std::uint8_t> original) {
+void CameraState::note_original(const std::vector<std::uint8_t>& original) {
     const std::lock_guard lock(mutex_);
-    if (keep_originals_) originals_.push_back(std::move(original));
+    if (keep_originals_) originals_.push_back(original);
 }
 
 std::vector<std::vector<std::uint8_t>> CameraState::originals() const {

@@ -33,7 +33,8 @@ enum Register : int {
 
 class CameraState {
 public:
-    explicit CameraState(const Config& config);
+    /// Keeps the last `most_requested` names of files asked for.
+    CameraState(const Config& config, std::size_t most_requested);
 
     /// As a client's request. A write returns what the register then holds: identification and
     /// sensor area do not change. Registers that mean nothing here keep what is written to them.
@@ -45,6 +46,9 @@ public:
     int relay() const;
     void set_silent(bool silent);
     bool silent() const;
+    /// Back to the start values, as after a power failure; the relay's level is unknown again.
+    void reboot();
+    void set_mac_tail(const std::array<std::uint8_t, 3>& tail);
 
     /// The sensor area and motion settings as the registers have them now.
     Conditions conditions() const;
@@ -55,18 +59,24 @@ public:
     void note_register(bool written);
     void note_acknowledgement();
     void note_block(std::size_t payload_bytes);
+    void note_picture();
     void note_frame(bool key);
+    void note_lost_frame();
+    void note_fault(FaultKind kind);
     std::vector<std::string> requested() const;
 
     void keep_originals();
-    void note_original(std::vector<std::uint8_t> original);
+    void note_original(const std::vector<std::uint8_t>& original);
     std::vector<std::vector<std::uint8_t>> originals() const;
 
 private:
     std::uint16_t held(int number) const;  // requires the lock
 
-    const std::array<std::uint8_t, 6> mac_;
+    const std::map<int, std::uint16_t> start_values_;
+    const std::size_t most_requested_;
     mutable std::mutex mutex_;
+    // Guarded by mutex_:
+    std::array<std::uint8_t, 6> mac_;
     std::map<int, std::uint16_t> registers_;
     bool trigger_ = false, silent_ = false, keep_originals_ = false;
     int relay_ = -1;

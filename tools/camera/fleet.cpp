@@ -2,21 +2,26 @@
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 
 #include "camera/camera.h"
+#include "camera/gallery.h"
 #include "usage.h"
 
 namespace plendix::camera {
 
 namespace {
 
-constexpr std::uint64_t stop_mark = ~std::uint64_t{0};
+constexpr std::uint64_t wake_mark = ~std::uint64_t{0}, timer_mark = wake_mark - 1;
+constexpr std::size_t gallery_bytes = 64U << 20U;
+constexpr const char* stranger_address = "127.254.254.254";  // of no camera
 
 /// What an epoll event carries: the camera's index, and in bit 0 which of its sockets.
 std::uint64_t mark(std::size_t index, bool transfer) {
@@ -51,51 +56,141 @@ struct Descriptor {
     }
 };
 
+/// Null when each camera draws for itself.
+std::unique_ptr<Gallery> make_gallery(const std::vector<Config>& cameras, const Behaviour& behaviour) {
+    if (behaviour.scene.empty()) {
+        if (cameras.size() <= most_live_cameras) return nullptr;
+        return std::make_unique<Gallery>(generated_loop(), gallery_bytes);
+    }
+    Size largest{16, 16};
+    for (const Config& camera : cameras) {
+        largest.width = std::max(largest.width, static_cast<int>(camera.sensor_width));
+        largest.height = std::max(largest.height, static_cast<int>(camera.sensor_height));
+    }
+    return std::make_unique<Gallery>(file_loop(behaviour.scene, largest), gallery_bytes);
+}
+
 }  // namespace
 
-Fleet::Fleet(std::vector<Config> cameras, Log log, bool verbose) {
+Fleet::Fleet(std::vector<Config> cameras, Log log, bool verbose)
+    : Fleet(std::move(cameras), Behaviour{}, std::move(log), verbose) {}
+
+Fleet::Fleet(std::vector<Config> cameras, const Behaviour& behaviour, Log log, bool verbose)
+    : behaviour_(behaviour),
+      gallery_(make_gallery(cameras, behaviour)),
+      stranger_(std::make_unique<UdpSocket>(stranger_address, std::uint16_t{0})) {
     Descriptor epoll{epoll_create1(EPOLL_CLOEXEC)};
     Descriptor wake{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-    if (epoll.value < 0 || wake.value < 0)
+    Descriptor timer{timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};
+    if (epoll.value < 0 || wake.value < 0 || timer.value < 0)
         throw Failure(std::string("cannot wait for sockets: ") + std::strerror(errno));
-    watch(epoll.value, wake.value, stop_mark);
+    watch(epoll.value, wake.value, wake_mark);
+    watch(epoll.value, timer.value, timer_mark);
+    const Surroundings surroundings{behaviour_,     agenda_, gallery_.get(), stranger_.get(),
+                                    std::move(log), verbose, cameras.size()};
     for (const Config& config : cameras) {
-        cameras_.push_back(std::make_unique<Camera>(config, log, verbose));
-        watch(epoll.value, cameras_.back()->request_descriptor(), mark(cameras_.size() - 1, false));
-        watch(epoll.value, cameras_.back()->transfer_descriptor(), mark(cameras_.size() - 1, true));
+        const std::size_t index = cameras_.size();
+        cameras_.push_back(std::make_unique<Camera>(config, index, surroundings));
+        watch(epoll.value, cameras_[index]->request_descriptor(), mark(index, false));
+        watch(epoll.value, cameras_[index]->transfer_descriptor(), mark(index, true));
     }
     epoll_ = epoll.release();
     wake_ = wake.release();
+    timer_ = timer.release();
+    for (std::size_t i = 0; i < size(); ++i)
+        for (const Fault& fault : behaviour_.faults)
+            post([this, i, fault] { cameras_[i]->inject(fault); });
 }
 
 Fleet::~Fleet() {
     stop();
+    close(timer_);
     close(wake_);
     close(epoll_);
 }
 
 void Fleet::start() {
     if (thread_.joinable()) return;
-    std::uint64_t stale = 0;
-    [[maybe_unused]] const auto drained = read(wake_, &stale, sizeof stale);
+    stop_ = false;
+    plan_start();
     thread_ = std::thread([this] { run(); });
+}
+
+/// What the clock brings, counted from now.
+void Fleet::plan_start() {
+    agenda_ = {};
+    const auto now = Clock::now();
+    for (const ScenarioStep& step : behaviour_.scenario)
+        agenda_.at(now + step.at, [this, &step] { cameras_.at(step.camera)->inject(step.fault); });
+    if (behaviour_.trigger_period.count() > 0)
+        agenda_.at(now + behaviour_.trigger_period, [this] { toggle_triggers(true); });
+}
+
+void Fleet::toggle_triggers(bool level) {
+    for (const auto& camera : cameras_)
+        camera->set_trigger(level);
+    agenda_.at(Clock::now() + behaviour_.trigger_period, [this, level] { toggle_triggers(!level); });
 }
 
 void Fleet::stop() {
     if (!thread_.joinable()) return;
+    post([this] { stop_ = true; });
+    thread_.join();
+}
+
+void Fleet::post(std::function<void()> action) {
+    {
+        const std::lock_guard lock(mutex_);
+        posted_.push_back(std::move(action));
+    }
     const std::uint64_t one = 1;
     [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
-    thread_.join();
+}
+
+void Fleet::run_posted() {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto drained = read(wake_, &count, sizeof count);
+    std::vector<std::function<void()>> actions;
+    {
+        const std::lock_guard lock(mutex_);
+        actions.swap(posted_);
+    }
+    for (const auto& action : actions)
+        action();
+}
+
+/// Lets the timer end the next wait when the agenda wants it.
+void Fleet::arm_timer() {
+    itimerspec setting{};  // all zero: off
+    if (const auto next = agenda_.next(); next != Agenda::never) {
+        const auto since =
+            std::max<std::chrono::nanoseconds>(next.time_since_epoch(), std::chrono::nanoseconds(1));
+        setting.it_value.tv_sec = static_cast<std::time_t>(since.count() / 1'000'000'000);
+        setting.it_value.tv_nsec = static_cast<long>(since.count() % 1'000'000'000);
+    }
+    timerfd_settime(timer_, TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
 void Fleet::run() {
     block_signals();
     std::array<epoll_event, 64> events;
-    for (;;) {
+    auto armed = Agenda::never;
+    while (!stop_) {
+        if (agenda_.next() != armed) arm_timer();
+        armed = agenda_.next();
         const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), -1);
+        // What was posted before a datagram was sent takes effect before it is served.
+        run_posted();
+        agenda_.run(Clock::now());
         for (int i = 0; i < count; ++i) {
             const std::uint64_t data = events[static_cast<std::size_t>(i)].data.u64;
-            if (data == stop_mark) return;
+            if (data == wake_mark) continue;
+            if (data == timer_mark) {
+                armed = Agenda::never;  // it has gone off
+                std::uint64_t ticks = 0;
+                [[maybe_unused]] const auto drained = read(timer_, &ticks, sizeof ticks);
+                continue;
+            }
             Camera& camera = *cameras_[data / 2];
             if (data % 2 == 0)
                 camera.serve_requests();
@@ -127,6 +222,9 @@ int Fleet::relay(std::size_t i) const {
 }
 void Fleet::set_silent(std::size_t i, bool silent) {
     cameras_.at(i)->state().set_silent(silent);
+}
+void Fleet::inject(std::size_t i, const Fault& fault) {
+    post([camera = cameras_.at(i).get(), fault] { camera->inject(fault); });
 }
 
 void Fleet::keep_originals(std::size_t i) {

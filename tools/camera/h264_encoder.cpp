@@ -90,8 +90,18 @@ std::optional<CodedPicture> H264Encoder::feed(bool key) {
     frame_->pts = fed_++;
     frame_->pict_type = key ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
     check(avcodec_send_frame(context_, frame_), "take a picture");
+    return receive();
+}
+
+std::optional<CodedPicture> H264Encoder::drain() {
+    if (!draining_) check(avcodec_send_frame(context_, nullptr), "end a stream");
+    draining_ = true;
+    return receive();
+}
+
+std::optional<CodedPicture> H264Encoder::receive() {
     const int result = avcodec_receive_packet(context_, packet_);
-    if (result == AVERROR(EAGAIN)) return std::nullopt;
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return std::nullopt;
     check(result, "code a picture");
     CodedPicture coded;
     coded.unit.assign(packet_->data, packet_->data + packet_->size);

@@ -37,13 +37,18 @@ public:
     /// Takes the picture drawn, as a key frame when asked for, and returns the one that is ready:
     /// pictures come out in the order in which they went in.
     std::optional<CodedPicture> feed(bool key);
+    /// After the last picture: those that the encoder still holds, one by one, then nothing.
+    std::optional<CodedPicture> drain();
 
 private:
+    std::optional<CodedPicture> receive();
+
     AVCodecContext* context_ = nullptr;
     AVFrame* frame_ = nullptr;
     AVPacket* packet_ = nullptr;
     Picture picture_;
     std::int64_t fed_ = 0;
+    bool draining_ = false;
 };
 
 }  // namespace plendix::camera

@@ -113,6 +113,7 @@ const Picture& JpegEncoder::begin(const Size& size) {
     samples_.resize(luma * 2);
     picture_.plane = {samples_.data(), samples_.data() + luma, samples_.data() + luma + luma / 2};
     picture_.stride = {picture_.width, picture_.width / 2, picture_.width / 2};
+    picture_.full_range = true;
     return picture_;
 }
 
@@ -125,13 +126,13 @@ Bytes JpegEncoder::encode(int quality) {
     return Bytes(output, output + length);
 }
 
-std::size_t scan_begin(const Bytes& file) {
+std::size_t jpeg_payload(const Bytes& file) {
     constexpr std::uint8_t start_of_scan = 0xDA;
     std::size_t at = 2;  // behind SOI, every marker up to SOS has a segment
     while (at + 4 <= file.size()) {
         const bool scan = file[at + 1] == start_of_scan;
         at += 2 + static_cast<std::size_t>(file[at + 2] << 8 | file[at + 3]);
-        if (scan) return at;
+        if (scan) return at - 2;
     }
     throw Failure("a JPEG file without a scan");
 }

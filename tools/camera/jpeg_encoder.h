@@ -20,7 +20,8 @@ private:
     Bytes samples_;
 };
 
-/// Where the entropy-coded data of a JPEG file begins, behind its start-of-scan segment.
-std::size_t scan_begin(const Bytes& file);
+/// Where the payload of a JPEG file begins: two bytes, over which the client puts the end of its own
+/// header, then the entropy-coded data.
+std::size_t jpeg_payload(const Bytes& file);
 
 }  // namespace plendix::camera

@@ -10,28 +10,47 @@ namespace {
 constexpr int zones = 8, cells_per_zone = Thumbnail::side / zones;
 
 /// Every other row and column is enough: the scenes have no finer detail that moves.
-std::uint8_t mean(const Picture& picture, const Area& cell) {
+std::uint8_t mean(const Picture& picture, const Area& square) {
     unsigned long sum = 0, count = 0;
-    for (int y = cell.y0; y < cell.y1; y += 2) {
+    for (int y = square.y0; y < square.y1; y += 2) {
         const std::uint8_t* row = picture.plane[0] + static_cast<std::ptrdiff_t>(y) * picture.stride[0];
-        for (int x = cell.x0; x < cell.x1; x += 2, ++count)
+        for (int x = square.x0; x < square.x1; x += 2, ++count)
             sum += row[x];
     }
     return static_cast<std::uint8_t>(count == 0 ? 0 : sum / count);
 }
 
+std::uint8_t mean(const Brightness& brightness, const Area& cell) {
+    unsigned long sum = 0, count = 0;
+    for (int y = cell.y0; y < std::min(cell.y1, brightness.rows); ++y)
+        for (int x = cell.x0; x < std::min(cell.x1, brightness.columns); ++x, ++count)
+            sum += brightness.squares[static_cast<std::size_t>(y * brightness.columns + x)];
+    return static_cast<std::uint8_t>(count == 0 ? 0 : sum / count);
+}
+
 }  // namespace
 
-Thumbnail make_thumbnail(const Picture& picture, const Area& area, bool half, int zone_edge) {
-    Thumbnail thumbnail{area, half, zone_edge, {}};
+Brightness measure(const Picture& picture, const Area& area, bool half) {
     const Size size = scaled(area, half);
-    const int edge = zone_edge / cells_per_zone / (half ? 2 : 1);  // a multiple of 4 pixels
+    const int edge = Brightness::square / (half ? 2 : 1);  // picture pixels
+    Brightness brightness{area, half, (size.width + edge - 1) / edge, (size.height + edge - 1) / edge};
+    brightness.squares.reserve(static_cast<std::size_t>(brightness.columns * brightness.rows));
+    for (int y = 0; y < size.height; y += edge)
+        for (int x = 0; x < size.width; x += edge)
+            brightness.squares.push_back(
+                mean(picture, {x, y, std::min(x + edge, size.width), std::min(y + edge, size.height)}));
+    return brightness;
+}
+
+Thumbnail make_thumbnail(const Brightness& brightness, int zone_edge) {
+    Thumbnail thumbnail{brightness.area, brightness.half, zone_edge, {}};
+    const int edge = zone_edge / cells_per_zone / Brightness::square;  // squares: edges are multiples of 32
     if (edge == 0) return thumbnail;
-    for (int row = 0; row < Thumbnail::side && row * edge < size.height; ++row)
-        for (int column = 0; column < Thumbnail::side && column * edge < size.width; ++column) {
-            const Area cell{column * edge, row * edge, std::min((column + 1) * edge, size.width),
-                            std::min((row + 1) * edge, size.height)};
-            thumbnail.cells[static_cast<std::size_t>(row * Thumbnail::side + column)] = mean(picture, cell);
+    for (int row = 0; row < Thumbnail::side && row * edge < brightness.rows; ++row)
+        for (int column = 0; column < Thumbnail::side && column * edge < brightness.columns; ++column) {
+            const Area cell{column * edge, row * edge, (column + 1) * edge, (row + 1) * edge};
+            thumbnail.cells[static_cast<std::size_t>(row * Thumbnail::side + column)] =
+                mean(brightness, cell);
         }
     return thumbnail;
 }

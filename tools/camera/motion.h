@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "camera/picture.h"
 
@@ -16,6 +17,16 @@ struct MotionSettings {
     bool enabled = false;
     int zone_edge = 0;  // sensor pixels; 0 reports no motion
     int threshold = 0;  // activity up to here is none, in steps of 8-bit brightness
+};
+
+/// The mean brightness of every square of 8 by 8 sensor pixels of an area: the finest grid that
+/// any zone edge can ask for, so pictures need not be kept for it.
+struct Brightness {
+    static constexpr int square = 8;
+    Area area;
+    bool half = false;
+    int columns = 0, rows = 0;
+    std::vector<std::uint8_t> squares{};
 };
 
 /// The mean brightness of every cell of a picture. Pictures of another geometry do not compare.
@@ -29,7 +40,8 @@ struct Thumbnail {
 
 using Activity = std::array<std::uint8_t, 64>;  // 8 rows of 8 zones; 0 is no motion
 
-Thumbnail make_thumbnail(const Picture& picture, const Area& area, bool half, int zone_edge);
+Brightness measure(const Picture& picture, const Area& area, bool half);
+Thumbnail make_thumbnail(const Brightness& brightness, int zone_edge);
 Activity compare(const Thumbnail& before, const Thumbnail& now, const MotionSettings& settings);
 
 }  // namespace plendix::camera

@@ -9,14 +9,17 @@
 namespace plendix::camera {
 
 /// A view of Y, Cb and Cr planes that somebody else owns. Chroma has half the columns; 4:2:0
-/// has half the rows too, 4:2:2 all of them.
+/// has half the rows too, 4:2:2 all of them. Levels are those of ITU-R BT.601, 16 to 235, or with
+/// `full_range` those of JPEG files, 0 to 255.
 struct Picture {
     std::array<std::uint8_t*, 3> plane{};
     std::array<int, 3> stride{};  // bytes
     int width = 0, height = 0;    // luma pixels
     bool half_chroma_rows = false;
+    bool full_range = false;
 };
 
+/// Levels 16 to 235, chroma 16 to 240.
 struct Colour {
     std::uint8_t y, cb, cr;
 };

@@ -1,13 +1,9 @@
-// What a camera pictures: draws the scene, codes it and describes it in the frame trailer.
+// What a camera pictures, coded and described in the frame trailer.
 #pragma once
 
 #include <array>
 #include <cstdint>
-#include <deque>
-#include <memory>
 
-#include "camera/h264_encoder.h"
-#include "camera/jpeg_encoder.h"
 #include "camera/motion.h"
 #include "camera/request_name.h"
 #include "camera/transfer.h"
@@ -22,41 +18,28 @@ struct Conditions {
     MotionSettings motion;
 };
 
-/// A picture ready to send, and the same as the codec wrote it, with all headers.
-struct Served {
-    std::shared_ptr<const Answer> answer;
-    Bytes original;
-};
-
-/// Pictures of one camera, coded when asked for. Used by one thread.
+/// Pictures of one camera. Used by one thread.
 class PictureSource {
 public:
-    explicit PictureSource(unsigned camera) : camera_(camera) {}
+    PictureSource() = default;
+    virtual ~PictureSource() = default;
+    PictureSource(const PictureSource&) = delete;
+    PictureSource& operator=(const PictureSource&) = delete;
 
-    /// A JPEG picture, or the next picture of the H.264 group. The group belongs to one client
-    /// and one stream: any other, and a request that says so, begins a new one with a key frame.
-    Served next(const PictureRequest& request, const Endpoint& client, const Conditions& conditions);
-    /// The last picture did not reach its client: the group cannot go on.
-    void end_group() { h264_.reset(); }
-
-private:
-    Served next_jpeg(const PictureRequest& request, const Conditions& conditions);
-    Served next_h264(const PictureRequest& request, const Endpoint& client, const Conditions& conditions);
-    bool follows(const PictureRequest& request, const Endpoint& client) const;
-    CodedPicture code(const PictureRequest& request, bool key, const Conditions& conditions,
-                      Thumbnail& shown);
-    Thumbnail draw(const Picture& picture, const PictureRequest& request, const Conditions& conditions,
-                   std::uint64_t ahead);
-
-    unsigned camera_;
-    std::uint64_t served_ = 0;
-    JpegEncoder jpeg_;
-    Thumbnail last_jpeg_;
-    std::unique_ptr<H264Encoder> h264_;
-    std::deque<Thumbnail> waiting_;  // pictures that the H.264 encoder still holds, oldest first
-    Thumbnail last_h264_;
-    PictureRequest stream_;  // of the H.264 group
-    Endpoint client_;
+    /// A JPEG picture, or the next picture of the client's H.264 group. Another stream, and a
+    /// request that says so, begins a group with a key frame. Throws Refused and Failure.
+    virtual Answer next(const PictureRequest& request, const Endpoint& client,
+                        const Conditions& conditions) = 0;
+    /// The last picture did not reach its client: its group cannot go on.
+    virtual void end_group() = 0;
 };
+
+/// The request with the part of the area that is pictured: whole pixels at half resolution, and
+/// for H.264 whole macroblocks, because the client's parameter sets know no cropping. The trailer
+/// reports it. Throws Refused when too little is left.
+PictureRequest fitted(const PictureRequest& request);
+
+Bytes make_trailer(const PictureRequest& fitted, const Conditions& conditions, const Activity& activity,
+                   bool key);
 
 }  // namespace plendix::camera

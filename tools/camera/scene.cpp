@@ -125,17 +125,24 @@ void draw_scene(Canvas& canvas, const Area& sensor, const SceneMoment& moment) {
 
     const std::string number = std::to_string(moment.camera);
     const int number_x = sensor.x0 + (sensor.width() - text_width(5 * unit, number)) / 2;
-    draw_text(canvas, number_x, sensor.y0 + 6 * unit, 5 * unit, number);
+    if (moment.camera != 0) draw_text(canvas, number_x, sensor.y0 + 6 * unit, 5 * unit, number);
 
-    const int radius = 2 * unit;
-    const int ball_x =
-        radius + bounce(moment.picture * static_cast<unsigned>(unit) / 2, sensor.width() - 2 * radius);
-    const int ball_y = 17 * unit + bounce(moment.picture * static_cast<unsigned>(unit) / 8, 4 * unit);
+    const int radius = 2 * unit, range = sensor.width() - 2 * radius;
+    // A loop takes the ball there and back once; else it has a pace of its own.
+    const std::uint64_t way = moment.loop == 0
+                                  ? moment.picture * static_cast<unsigned>(unit) / 2
+                                  : moment.picture * static_cast<unsigned>(range) * 2 / moment.loop;
+    const std::uint64_t drop = moment.loop == 0
+                                   ? moment.picture * static_cast<unsigned>(unit) / 8
+                                   : moment.picture * static_cast<unsigned>(unit) * 8 / moment.loop;
+    const int ball_x = radius + bounce(way, range);
+    const int ball_y = 17 * unit + bounce(drop, 4 * unit);
     draw_disc(canvas, sensor.x0 + ball_x, sensor.y0 + ball_y, radius, ball_edge);
     draw_disc(canvas, sensor.x0 + ball_x, sensor.y0 + ball_y, radius * 3 / 4, ball);
 
-    draw_text(canvas, sensor.x0 + unit / 2, sensor.y0 + unit / 2, unit, clock_text(moment.time));
-    draw_text(canvas, sensor.x0 + unit / 2, sensor.y0 + 5 * unit / 2, unit, std::to_string(moment.picture));
+    const int x = sensor.x0 + unit / 2;
+    if (moment.camera != 0) draw_text(canvas, x, sensor.y0 + unit / 2, unit, clock_text(moment.time));
+    draw_text(canvas, x, sensor.y0 + 5 * unit / 2, unit, std::to_string(moment.picture));
 }
 
 }  // namespace plendix::camera

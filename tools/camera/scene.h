@@ -10,9 +10,10 @@
 namespace plendix::camera {
 
 struct SceneMoment {
-    unsigned camera = 1;
+    unsigned camera = 1;        // 0: pictures for many cameras, without number and clock
     std::uint64_t picture = 0;  // counts the pictures of the camera
     std::timespec time{};       // wall clock
+    std::uint64_t loop = 0;     // pictures after which the ball is back; 0 never mind
 };
 
 /// Draws the whole sensor; the canvas takes its part of it.

@@ -83,6 +83,8 @@ void CameraRecorder::store(const Bytes& picture, const Arrival& arrival) {
 void CameraRecorder::count(const Event& event) {
     if (event.kind == EventKind::motion) ++totals_.motion_events;
     if (event.values.contains("lost_block")) ++totals_.lost_blocks;
+    if (event.values.contains("timeout")) ++totals_.timeouts;
+    if (event.kind == EventKind::connection && event.values.value("connected", false)) ++totals_.connections;
 }
 
 void CameraRecorder::close() {

@@ -26,6 +26,9 @@ struct CameraTotals {
     std::int64_t last_ms = 0;
     std::uint64_t motion_events = 0;
     std::uint64_t lost_blocks = 0;  // pictures given up; the plug-in names one missing block of each
+    std::uint64_t timeouts = 0;     // transfers that stalled
+    std::uint64_t connections = 0;  // beginnings of video
+    std::uint64_t reconnections() const { return connections > 1 ? connections - 1 : 0; }
 };
 
 /// Files are called camera-N.mkv; a new codec, size or parameter set begins camera-N-2.mkv

@@ -22,6 +22,8 @@ struct DemoOptions {
     double seconds = 10;
     std::string output = "plendix-demo";
     std::string plugin;
+    std::string faults;
+    std::uint64_t seed = 1;
 };
 
 std::vector<camera::Config> simulated_cameras() {
@@ -71,18 +73,49 @@ RecordingPlan plan_of(const DemoOptions& options) {
     if (plan.duration < milliseconds(1)) throw UsageError("--seconds 0 shows nothing: 10 is a good length");
     plan.cameras = settings_of(simulated_cameras());
     plan.replace = true;
+    plan.faults_expected = !options.faults.empty();
     return plan;
+}
+
+camera::Behaviour behaviour_of(const DemoOptions& options) {
+    camera::Behaviour behaviour;
+    try {
+        behaviour.faults = camera::parse_faults(options.faults);
+    } catch (const UsageError& error) {
+        throw UsageError(std::string("--faults: ") + error.what());
+    }
+    behaviour.seed = options.seed;
+    return behaviour;
+}
+
+/// The cameras' side of the story, to set beside the table.
+void tell(const camera::Fleet& fleet) {
+    for (std::size_t i = 0; i < fleet.size(); ++i) {
+        const camera::Counters counters = fleet.counters(i);
+        std::cerr << "simulated camera " << i + 1 << ": asked for " << counters.pictures << " pictures, sent "
+                  << counters.frames << ", lost " << counters.frames_lost << " by faults, "
+                  << counters.pictures - counters.frames - counters.frames_lost << " unfinished";
+        for (std::size_t kind = 0; kind < counters.faults.size(); ++kind)
+            if (counters.faults[kind] > 0)
+                std::cerr << "; " << fault_name(static_cast<camera::FaultKind>(kind)) << ' '
+                          << counters.faults[kind];
+        std::cerr << '\n';
+    }
 }
 
 int demo(const DemoOptions& options) {
     RecordingPlan plan = plan_of(options);
+    const camera::Behaviour behaviour = behaviour_of(options);
     // Before the fleet starts its thread. Where it fails, the fleet tells the ways out.
     if (!camera::can_bind_port_69()) camera::enter_private_network();
-    camera::Fleet fleet(simulated_cameras());
+    camera::Fleet fleet(simulated_cameras(), behaviour);
     plan.steps = happenings(fleet, plan.duration);
     fleet.start();
     std::cerr << "two simulated cameras on 127.0.69.1 (JPEG) and 127.0.69.2 (H.264)\n";
-    return record(plan);
+    const int result = record(plan);
+    fleet.stop();
+    tell(fleet);
+    return result;
 }
 
 }  // namespace
@@ -100,11 +133,16 @@ void add_demo_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix demo --seconds 5 --output /tmp/demo\n"
         "The cameras answer on port 69, which needs root or a system that lets users have network\n"
         "namespaces of their own. Exit code 0: both cameras delivered, and every frame decoded\n"
-        "without an error. An earlier demo's files are overwritten.");
+        "without an error (with --faults: the files are whole). An earlier demo's files are overwritten.");
     command->add_option("--seconds", options->seconds, "length of the recording")->capture_default_str();
     command->add_option("--output", options->output, "folder of the recording")->capture_default_str();
     command->add_option("--plugin", options->plugin,
                         "the plug-in to load; without it as for 'plendix record'");
+    command->add_option("--faults", options->faults,
+                        "faults of both cameras, such as loss=0.1%,reorder=0.1%,silent=0.1%/12s; see "
+                        "'plendix camera --help'");
+    command->add_option("--seed", options->seed, "of the faults; the same seed repeats them")
+        ->capture_default_str();
     command->callback([options, &chosen] { chosen = [options] { return demo(*options); }; });
 }
 

@@ -77,7 +77,9 @@ Event read_version(const TiXmlElement& module, std::int64_t arrival_ms) {
     return event;
 }
 
-void note_lost_block(const std::string& rest, Event& event) {
+/// What the driver's log lines say of a camera's link.
+void note_failure(const std::string& rest, Event& event) {
+    if (rest == " timeout") event.values["timeout"] = true;
     unsigned block = 0;
     unsigned last = 0;
     if (std::sscanf(rest.c_str(), " - did not receive block %u of %u", &block, &last) != 2) return;
@@ -157,7 +159,7 @@ Event DocumentReader::read_log(const TiXmlElement& root, std::int64_t arrival_ms
     Event event{arrival_ms, camera_of_line(line, rest), EventKind::log};
     event.values["level"] = number(&root, "level");
     event.values["text"] = line;
-    note_lost_block(rest, event);
+    note_failure(rest, event);
     return event;
 }
 

@@ -24,6 +24,7 @@ struct RecordingPlan {
     std::vector<CameraSettings> cameras;
     std::chrono::milliseconds duration{0};  // 0: until SIGINT or SIGTERM
     bool check = true;                      // decode the files afterwards
+    bool faults_expected = false;           // frames that do not decode are told, but no failure
     bool replace = false;                   // overwrite the files of an earlier recording
     std::vector<Step> steps;                // in order of time
 };

@@ -20,9 +20,11 @@ double megabits(std::uint64_t bytes, double seconds) {
     return seconds > 0 ? static_cast<double>(bytes) * 8e-6 / seconds : 0;
 }
 
-std::string state(std::uint64_t frames, double rate, double rate_mbit, std::uint64_t lost) {
-    return std::to_string(frames) + " frames, " + fixed(rate, 1) + " fps, " + fixed(rate_mbit, 1) +
-           " Mbit/s, " + std::to_string(lost) + " lost";
+std::string state(const CameraTotals& totals, double rate, double rate_mbit) {
+    std::string text = std::to_string(totals.frames) + " frames, " + fixed(rate, 1) + " fps, " +
+                       fixed(rate_mbit, 1) + " Mbit/s, " + std::to_string(totals.lost_blocks) + " lost";
+    if (totals.timeouts > 0) text += ", " + std::to_string(totals.timeouts) + " time-outs";
+    return text;
 }
 
 std::string size_text(const PictureFormat& format) {
@@ -46,6 +48,8 @@ std::vector<std::string> cells(const Row& row) {
             std::to_string(totals.key_frames),
             std::to_string(totals.motion_events),
             std::to_string(totals.lost_blocks),
+            std::to_string(totals.timeouts),
+            std::to_string(totals.reconnections()),
             row.decode ? std::to_string(row.decode->decoded) : "-"};
 }
 
@@ -63,24 +67,24 @@ std::string LiveLine::next(std::chrono::milliseconds elapsed, const Recorders& r
         const Before step{totals.frames - before.frames, totals.bytes - before.bytes};
         before = {totals.frames, totals.bytes};
         line += " | camera " + std::to_string(number) + ": " +
-                state(totals.frames, static_cast<double>(step.frames) / seconds,
-                      megabits(step.bytes, seconds), totals.lost_blocks);
+                state(totals, static_cast<double>(step.frames) / seconds, megabits(step.bytes, seconds));
         sum.frames += totals.frames;
         sum.lost_blocks += totals.lost_blocks;
+        sum.timeouts += totals.timeouts;
         step_sum.frames += step.frames;
         step_sum.bytes += step.bytes;
     }
     if (recorders.size() > most_cameras_in_line) {
         line = " | " + std::to_string(recorders.size()) + " cameras: " +
-               state(sum.frames, static_cast<double>(step_sum.frames) / seconds,
-                     megabits(step_sum.bytes, seconds), sum.lost_blocks);
+               state(sum, static_cast<double>(step_sum.frames) / seconds, megabits(step_sum.bytes, seconds));
     }
     return std::to_string((elapsed.count() + 500) / 1000) + " s" + line;
 }
 
 void print_table(std::ostream& out, const std::vector<Row>& rows) {
-    const std::vector<std::string> titles{"camera", "codec",      "size",          "frames",      "fps",
-                                          "Mbit/s", "key frames", "motion events", "lost blocks", "decoded"};
+    const std::vector<std::string> titles{"camera",      "codec",     "size",          "frames",
+                                          "fps",         "Mbit/s",    "key frames",    "motion events",
+                                          "lost blocks", "time-outs", "reconnections", "decoded"};
     const auto line = [&](const std::vector<std::string>& cells_of_line) {
         for (std::size_t column = 0; column < titles.size(); ++column) {
             const int least = column == 2 ? 9 : 6;

@@ -1,0 +1,57 @@
+# Debian packages: plendix (the driver, its header, the documents) and, where the command is built,
+# plendix-tools. scripts/package makes them.
+set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL driver)
+if(PLENDIX_TOOLS)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+set(PLENDIX_MAINTAINER "The Plendix developers <plendix@localhost.localdomain>" CACHE STRING
+    "Name and mail address in the packages: of whoever publishes them")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${PLENDIX_MAINTAINER})
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${PLENDIX_ARM})
+endif()
+
+set(CPACK_DEBIAN_DRIVER_PACKAGE_NAME plendix)
+set(CPACK_DEBIAN_DRIVER_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_DRIVER_DESCRIPTION "Plendix.so drives up to 255 megapixel IP cameras for a recorder host that
+loads it: JPEG and H.264 pictures, motion, trigger, relay and connection
+events. The package holds the library, the header that a host compiles
+against, and the documents.")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME plendix-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "plendix (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "This package holds the command plendix: it records cameras through
+the driver, simulates cameras with real pictures and faults, and shows both
+together.")
+
+# What Debian wants of every package: its licence and its history, compressed.
+set(package_files ${PROJECT_BINARY_DIR}/package)
+string(TIMESTAMP PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/package/copyright.in ${package_files}/copyright @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/package/changelog.in ${package_files}/changelog @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/package/plendix.1.in ${package_files}/plendix.1 @ONLY)
+foreach(file changelog plendix.1)
+  execute_process(COMMAND gzip -9nkf ${package_files}/${file} COMMAND_ERROR_IS_FATAL ANY)
+endforeach()
+function(plendix_package_files component name)
+  set(folder ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name})
+  install(FILES ${package_files}/copyright ${package_files}/changelog.gz DESTINATION ${folder}
+          COMPONENT ${component})
+  set(overrides ${PROJECT_SOURCE_DIR}/cmake/package/${name}.overrides)
+  install(FILES ${overrides} RENAME ${name} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+          COMPONENT ${component})
+endfunction()
+plendix_package_files(driver plendix)
+if(PLENDIX_TOOLS)
+  plendix_package_files(tools plendix-tools)
+  install(FILES ${package_files}/plendix.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endif()
+include(CPack)
