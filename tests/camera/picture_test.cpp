@@ -51,24 +51,6 @@ TEST(JpegPictures, ComeWithATrailerThatDescribesThem) {
     }
 }
 
-TEST(JpegPictures, TakeTheirTablesFromTheQuality) {
-    Fleet fleet({Config{"127.20.2.2"}});
-    fleet.keep_originals(0);
-    fleet.start();
-    TftpClient client("127.20.2.2");
-    const std::pair<int, Bytes> cases[] = {{2, {25, 13, 19, 19, 19, 13, 25}},
-                                           {19, {8, 4, 6, 6, 6, 4, 8, 6}},
-                                           {20, {7, 3, 5, 5, 5, 3, 7, 5, 5, 5, 7, 7}}};
-    for (const auto& [quality, expected] : cases) {
-        ASSERT_TRUE(client.fetch("image?x1=64;y1=64;quality=" + std::to_string(quality) + ";").complete);
-        const Bytes file = fleet.originals(0).back();
-        constexpr std::uint8_t table_0[] = {0xFF, 0xDB, 0, 67, 0};
-        const auto found = std::search(file.begin(), file.end(), std::begin(table_0), std::end(table_0));
-        ASSERT_GT(file.end() - found, 69);
-        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), found + 5)) << quality;
-    }
-}
-
 TEST(H264Pictures, BeginWithKeyFrameWheneverTheStreamIsAnother) {
     Fleet fleet({Config{"127.20.2.4"}});
     fleet.start();
