@@ -101,7 +101,8 @@ int main(int count, char** values) {
     const int output = take_output();
     call<LoadFunction>(library, "Load", _LoadParmsIn{0, 0, 0, on_event}, _LoadParmsOut{});
     call<OpenFunction>(library, "Open", _OpenParmsIn{}, _OpenParmsOut{});
-    std::getchar();  // the first line of standard input starts the cameras
+    while (std::getchar() > '\n') {
+    }  // the first line of standard input starts the cameras
     const std::string text = configuration(ntohl(first.s_addr), cameras, values[4]);
     const auto length = static_cast<std::uint32_t>(text.size());
     call<IOCTLFunction>(library, "IOCTL", _IOCTLParmsIn{0, 0, 2, {}, length, text.data()}, _IOCTLParmsOut{});
