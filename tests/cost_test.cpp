@@ -110,7 +110,8 @@ public:
 
 constexpr int cameras = 4;  // half JPEG, half H.264
 // And no zone that reports motion.
-constexpr const char* unpaced = "Width='640' Height='480' Framerate='1001' Mask='                                '";
+constexpr const char* unpaced =
+    "Width='640' Height='480' Framerate='1001' Mask='                                '";
 
 class Cost : public testing::Test {
 protected:
