@@ -1,4 +1,5 @@
 """Processes on cores of their own, and what they cost, measured from outside alike for all."""
+import ctypes
 import json
 import os
 import random
@@ -14,8 +15,15 @@ BLOCK = 1450
 
 
 def pinned(core):
+    """For a child: its core, and its end when this process ends in whatever way."""
     core = core if core < os.cpu_count() else 0
-    return lambda: os.sched_setaffinity(0, {core})
+    prctl = ctypes.CDLL(None).prctl
+
+    def prepare():
+        os.sched_setaffinity(0, {core})
+        prctl(1, signal.SIGKILL)  # PR_SET_PDEATHSIG
+
+    return prepare
 
 
 def cpu_seconds(pid):
@@ -84,17 +92,18 @@ class Bench:
     """The built programs, in a scratch folder in memory: a busy disk would hold up the settings file."""
 
     def __init__(self, build):
-        self.build = build
+        self.build, self.camera_core = build, CAMERA_CORE
         self.scratch = tempfile.TemporaryDirectory(prefix="plendix-bench-", dir="/dev/shm")
         self.folder = self.scratch.name
 
     def cameras(self, count, sensor, scene=None, *options):
         command = [f"{self.build}/tools/plendix", "camera", "--address", FIRST_ADDRESS, "--count", str(count),
                    "--sensor", sensor, *options] + (["--scene", scene] if scene else [])
-        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
-                                   preexec_fn=pinned(CAMERA_CORE))
-        if b"port 69" not in process.stderr.readline():
-            raise SystemExit("bench: no simulated cameras")
+        log = f"{self.folder}/cameras.log"
+        with open(log, "w") as stderr:
+            process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=stderr,
+                                       preexec_fn=pinned(self.camera_core))
+        wait_until(lambda: "Ctrl-C ends" in open(log).read())
         return process
 
     def picture_cameras(self, picture, count):

@@ -34,8 +34,10 @@ def markdown(results, rounds, turn):
                "frames/s", "Mbit/s", "KB resident per camera", "context switches/s"],
               list(stream_rows(results["streams"]))),
         "### Stock clients, one camera, the largest JPEG frame\n",
-        table(["client", "µs/block", "MB/s"],
-              [[name, cost.text(), rate.text(0)] for name, cost, rate in results["peers"]]),
+        table(["client", "one core: µs/block", "MB/s", "two cores: µs/block", "MB/s"],
+              [[name, cost.text(), rate.text(0), cost_apart.text(), rate_apart.text(0)]
+               for (name, cost, rate), (_, cost_apart, rate_apart) in
+               zip(results["peers"], results["peers_apart"])]),
         "### Start-up, from the configuration document to all cameras streaming\n",
         table(["answers", "cameras", "CPU ms", "CPU ms per camera", "configuration documents", "seconds"],
               [[label, cameras, cpu.text(0), f"{cpu.median / cameras:.2f}", documents.text(0), wall.text()]
@@ -64,11 +66,11 @@ def update(file, text):
 COLOURS = ("#1b6ca8", "#c8553d", "#588157")
 
 
-def line(values, top, left, colour, dashes):
-    points = [(left + 60 + 90 * i, 260 - 210 * spread.median / top) for i, spread in enumerate(values)]
+def line(spreads, top, left, shift, colour):
+    points = [(left + 60 + 90 * i + shift, 260 - 210 * spread.median / top) for i, spread in enumerate(spreads)]
     path = " ".join(f"{x:.0f},{y:.1f}" for x, y in points)
-    yield f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2" {dashes}/>'
-    for (x, y), spread in zip(points, values):
+    yield f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>'
+    for (x, y), spread in zip(points, spreads):
         low, high = (260 - 210 * min(value, top) / top for value in (spread.low, spread.high))
         yield f'<path d="M{x:.0f} {low:.1f}V{high:.1f}" stroke="{colour}" stroke-opacity="0.5"/>'
         yield f'<circle cx="{x:.0f}" cy="{y:.1f}" r="3" fill="{colour}"/>'
@@ -84,26 +86,34 @@ def axes(left, width, top, title, labels):
         yield f'<text x="{left + 60 + 90 * i}" y="280" text-anchor="middle">{label}</text>'
 
 
+def ratio_panel(rows, left, title):
+    top, limit = 1.6, 1.15
+    yield from axes(left, 330, top, title, sorted({row["count"] for row in rows}))
+    y = 260 - 210 * limit / top
+    yield f'<path d="M{left + 30} {y:.1f}h330" stroke="black" stroke-dasharray="4 4"/>'
+    yield f'<text x="{left + 300}" y="{y - 5:.1f}">limit {limit}</text>'
+    for i, (colour, label) in enumerate(zip(COLOURS, ("20 KB", "300 KB", "1.9 MB"))):
+        own = [row["ratio"] for row in rows if row["picture"].label == label]
+        yield from line(own, top, left, 6 * (i - 1), colour)
+        yield f'<text x="{left + 30 + 110 * i}" y="305" fill="{colour}">frames of {label}</text>'
+
+
+def client_panel(peers, left):
+    top = 4 * (int(max(cost.high for _, cost, _ in peers)) // 4 + 1)
+    yield from axes(left, 450, top, "CPU µs per block, one camera, one core", [name for name, _, _ in peers])
+    for i, (name, cost, _) in enumerate(peers):
+        y, low, high = (260 - 210 * value / top for value in (cost.median, cost.low, cost.high))
+        x, colour = left + 60 + 90 * i, COLOURS[0] if name == "driver" else "#999"
+        yield f'<rect x="{x - 25}" y="{y:.1f}" width="50" height="{260 - y:.1f}" fill="{colour}"/>'
+        yield f'<path d="M{x} {low:.1f}V{high:.1f}" stroke="black"/>'
+
+
 def plot(results):
-    streams = results["streams"]
-    top = 1.15 * max(spread.median for row in streams for spread in (row["floor"], row["driver"]))
-    top = max(top, 1.15 * max(cost.median for _, cost, _ in results["peers"]))
     shapes = []
     for panel, codec in enumerate(("JPEG", "H.264")):
-        rows = [row for row in streams if row["picture"].codec == codec]
-        left, counts = 400 * panel, sorted({row["count"] for row in rows})
-        shapes += axes(left, 330, top, f"{codec}: CPU µs per block, by cameras", counts)
-        for colour, label in zip(COLOURS, sorted({row["picture"].label for row in rows}, key=len, reverse=True)):
-            own = [row for row in rows if row["picture"].label == label]
-            shapes += line([row["driver"] for row in own], top, left, colour, "")
-            shapes += line([row["floor"] for row in own], top, left, colour, 'stroke-dasharray="4 4"')
-    shapes += axes(800, 450, top, "One camera: CPU µs per block, by client", [n for n, _, _ in results["peers"]])
-    for i, (_, cost, _) in enumerate(results["peers"]):
-        height = 210 * cost.median / top
-        shapes.append(f'<rect x="{835 + 90 * i}" y="{260 - height:.1f}" width="50" height="{height:.1f}" '
-                      f'fill="{COLOURS[0] if i == 1 else "#999"}"/>')
-    for i, (colour, label) in enumerate(zip(COLOURS, ("300 KB", "1.9 MB", "20 KB"))):
-        shapes.append(f'<text x="{30 + 110 * i}" y="305" fill="{colour}">frames of {label}</text>')
-    shapes.append('<text x="400" y="305">solid: driver, dashed: bare loop; bars: least to most</text>')
+        rows = [row for row in results["streams"] if row["picture"].codec == codec]
+        shapes += ratio_panel(rows, 400 * panel, f"{codec}: CPU per block, driver / bare loop, by cameras")
+    shapes += client_panel(results["peers"], 800)
+    shapes.append('<text x="830" y="305">medians; thin lines: least to most</text>')
     return ('<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 1300 320" font-family="sans-serif" '
             'font-size="12"><rect width="1300" height="320" fill="white"/>\n' + "\n".join(shapes) + "\n</svg>\n")
