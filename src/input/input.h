@@ -31,8 +31,9 @@ public:
     // The camera's MAC address as "01-23-45-67-89-AB"; zeros while none is known.
     std::string MAC() const;
 
-    // The file name to request next; requires an active rectangle. now is timeGetTime.
-    std::string Request(unsigned long now);
+    // The file name to request next, until the next call; requires an active rectangle. now is
+    // timeGetTime.
+    const std::string& Request(unsigned long now);
 
     // Takes one data block in order of arrival. Returns 1 when the host sees a change, else 0.
     int Response(const char* data, int length, unsigned short blockSize, unsigned short block);
@@ -102,6 +103,8 @@ public:
 
 private:
     struct Frame;
+
+    std::string m_sRequest;  // kept for its memory
 
     void StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block);
     int CompleteFrame(const unsigned char* trailer, int length, unsigned short blockSize,

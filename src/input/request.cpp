@@ -10,22 +10,22 @@ constexpr int QpBase = 37;                            // H.264 quantiser at qual
 
 }  // namespace
 
-std::string CInput::Request(unsigned long now) {
+const std::string& CInput::Request(unsigned long now) {
     const auto time = static_cast<std::uint32_t>(now);
     const bool h264 = m_nStandard != 0;
     char name[200];  // the longest has fewer than 110 characters
     std::snprintf(name, sizeof(name), "%s?res=%s;x0=%d;y0=%d;x1=%d;y1=%d;%s=%d;", h264 ? "h264" : "image",
                   m_bHalf ? "half" : "full", m_Active.x0, m_Active.y0, m_Active.x1, m_Active.y1,
                   h264 ? "qp" : "quality", h264 ? QpBase - m_nQuality : m_nQuality);
-    std::string request = name;
+    m_sRequest = name;
     if (h264) {
         const bool key = m_dwKeyFrameTime == 0 || time - m_dwKeyFrameTime >= KeyFrameMilliseconds;
         std::snprintf(name, sizeof(name), "iframe=%d;ssn=%u;", key ? 1 : 0, m_wSsn);
-        request += name;
+        m_sRequest += name;
     } else {
-        request += "doublescan=0;";
+        m_sRequest += "doublescan=0;";
     }
     m_dwRequestTime = time;
     m_Blocks.clear();
-    return request;
+    return m_sRequest;
 }

@@ -1,0 +1,205 @@
+// What a block, a frame and a camera cost: system calls, allocations and memory. Link options put
+// the functions below in front of the C library's (--wrap).
+#include <gmock/gmock.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <fstream>
+#include <new>
+
+#include "camera/fleet.h"
+#include "device/device.h"
+#include "platform/clock.h"
+#include "support/folder.h"
+#include "support/host.h"
+
+namespace {
+
+struct Counts {
+    long selects = 0, receptions = 0, acknowledgements = 0, requests = 0, other_calls = 0, allocations = 0;
+};
+// Only of the thread that runs the plug-in, and only while it does: the cameras have theirs.
+thread_local Counts counts;
+thread_local bool counting = false;
+
+void count(long Counts::*member) {
+    if (counting) ++(counts.*member);
+}
+
+}  // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    count(&Counts::allocations);
+    if (void* const memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+#define COUNTED(result, name, parameters, arguments) \
+    result __real_##name parameters;                 \
+    result __wrap_##name parameters {                \
+        count(&Counts::other_calls);                 \
+        return __real_##name arguments;              \
+    }
+
+extern "C" {
+COUNTED(int, socket, (int domain, int type, int protocol), (domain, type, protocol))
+COUNTED(int, close, (int fd), (fd))
+COUNTED(int, fsync, (int fd), (fd))
+COUNTED(int, rename, (const char* from, const char* to), (from, to))
+COUNTED(int, nanosleep, (const timespec* time, timespec* rest), (time, rest))
+COUNTED(int, puts, (const char* text), (text))
+COUNTED(void*, mmap, (void* at, size_t size, int protection, int flags, int fd, off_t from),
+        (at, size, protection, flags, fd, from))
+
+ssize_t __real_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t);
+ssize_t __real_recvfrom(int, void*, size_t, int, sockaddr*, socklen_t*);
+int __real_select(int, fd_set*, fd_set*, fd_set*, timeval*);
+
+ssize_t __wrap_sendto(int fd, const void* data, size_t size, int flags, const sockaddr* to,
+                      socklen_t length) {
+    count(size == 4 ? &Counts::acknowledgements : &Counts::requests);
+    return __real_sendto(fd, data, size, flags, to, length);
+}
+ssize_t __wrap_recvfrom(int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* length) {
+    count(&Counts::receptions);
+    return __real_recvfrom(fd, data, size, flags, from, length);
+}
+int __wrap_select(int highest, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout) {
+    count(&Counts::selects);
+    return __real_select(highest, reads, writes, excepts, timeout);
+}
+}
+
+namespace plendix {
+namespace {
+
+// The worker's loop, pass by pass on the test's own thread.
+class HandDriven : public CPlugin {
+public:
+    HandDriven() {
+        g_Plugin = this;
+        EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+            if (in->Kind == EventKindVideo) ++frames[in->SourceId >> 8 & 255];
+            return 0;
+        };
+        for (long& number : frames)
+            number = 0;
+    }
+    ~HandDriven() override { g_Plugin = nullptr; }
+    void pass() {
+        processmsgs();
+        for (auto& device : m_Devices)  // neither polls of the trigger input nor changes of the relay
+            if (device) device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
+        counting = true;
+        CheckDevices();
+        counting = false;
+        ++passes;
+    }
+    long passes = 0;
+    static inline long frames[256];
+};
+
+constexpr int cameras = 4;  // half JPEG, half H.264
+// And no zone that reports motion.
+constexpr const char* unpaced =
+    "Width='640' Height='480' Framerate='1001' Mask='                                '";
+
+class Cost : public testing::Test {
+protected:
+    static std::string address(int number) {
+        return "127.33." + std::to_string(getpid() & 255) + "." + std::to_string(number);
+    }
+    void start() {
+        std::vector<camera::Config> configs;
+        std::string devices;
+        for (int number = 1; number <= cameras; ++number) {
+            configs.push_back({address(number)});
+            configs.back().sensor_width = 640;
+            configs.back().sensor_height = 480;
+            devices += "<Device Number='" + std::to_string(number) + "' Enabled='1' ipAddress='" +
+                       address(number) + "'><Codec><Encoder><Channel Number='0' Standard='" +
+                       std::to_string(number % 2) + "' " + unpaced + "/></Encoder></Codec></Device>";
+        }
+        fleet = std::make_unique<camera::Fleet>(configs);
+        fleet->start();
+        TiXmlDocument document;
+        document.Parse(("<Velm Delta='1'><Devices ID='2162688'>" + devices + "</Devices></Velm>").c_str());
+        plugin.UpdateConfig(document);
+    }
+    bool run_until_frames(long wanted) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto ready = [&] {
+            return std::all_of(plugin.frames + 1, plugin.frames + 1 + cameras,
+                               [=](long count) { return count >= wanted; });
+        };
+        while (!ready() && std::chrono::steady_clock::now() < end)
+            plugin.pass();
+        return ready();
+    }
+    static long frames(int number, int step) {
+        long sum = 0;
+        for (; number <= cameras; number += step)
+            sum += HandDriven::frames[number];
+        return sum;
+    }
+    static std::size_t resident() {  // bytes
+        std::size_t size = 0, pages = 0;
+        std::ifstream("/proc/self/statm") >> size >> pages;
+        return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    }
+    TemporaryFolder folder;
+    std::unique_ptr<camera::Fleet> fleet;
+    HandDriven plugin;
+};
+
+TEST_F(Cost, TwoSystemCallsForABlockAndNoAllocation) {
+    start();
+    ASSERT_TRUE(run_until_frames(5));
+    counts = Counts();
+    plugin.passes = 0;
+    const long all_before = frames(1, 1), jpeg_before = frames(2, 2);
+    ASSERT_TRUE(run_until_frames(40));
+    const long all = frames(1, 1) - all_before, jpeg = frames(2, 2) - jpeg_before;
+    EXPECT_EQ(counts.selects, plugin.passes);
+    EXPECT_GT(counts.receptions, 2 * all) << "too few blocks to say anything";
+    EXPECT_EQ(counts.acknowledgements, counts.receptions);
+    EXPECT_NEAR(static_cast<double>(counts.requests), static_cast<double>(all), cameras);
+    EXPECT_EQ(counts.other_calls, 0);
+    EXPECT_EQ(counts.allocations, jpeg) << "the header of each JPEG frame, and nothing else";
+}
+
+TEST_F(Cost, MemoryFollowsThePictures) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's own memory is in the way";
+#endif
+    constexpr std::size_t count = 255, frame = 207 * 1450;
+    const std::vector<char> block(1450, 'x');
+    std::vector<char> trailer(90, 0);
+    trailer[80] = 4;
+    trailer[86] = trailer[88] = 1;  // 256 x 256
+    const std::size_t before = resident();
+    for (std::size_t i = 0; i < count; ++i)
+        plugin.m_Devices[i] = std::make_unique<CDevice>(i + 1);
+    plugin.PostConfig();
+    const std::size_t configured = resident();
+    EXPECT_LT(configured - before, count * 100'000);
+    for (auto& device : plugin.m_Devices) {
+        for (unsigned short number = 1; number <= frame / block.size(); ++number)
+            device->m_Input.Response(block.data(), 1450, 1450, number);
+        device->m_Input.Response(trailer.data(), 90, 1450, static_cast<unsigned short>(frame / 1450 + 1));
+        EXPECT_EQ(plugin.frames[device->m_nNumber], 1);
+    }
+    EXPECT_LT(resident() - before, count * (frame + 128 * 1024));
+}
+
+}  // namespace
+}  // namespace plendix
