@@ -7,12 +7,21 @@ if(PLENDIX_SANITIZE)
   add_compile_options(-fsanitize=${PLENDIX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PLENDIX_SANITIZE})
 endif()
+# What is loaded into somebody else's process ends it rather than let a stack be overwritten, and
+# leaves nothing writable that need not be. Fortified calls need an optimising build, and sanitizers
+# bring checks of their own.
+add_compile_options(-fstack-protector-strong)
+if(NOT PLENDIX_SANITIZE)
+  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
+endif()
+add_link_options(LINKER:-z,relro,-z,now,-z,noexecstack)
 # Times beyond January 2038 and files beyond 2 GiB on 32-bit machines too (C library 2.34 or later).
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 if(PLENDIX_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link -DNDEBUG)
+  add_compile_options(-fsanitize=fuzzer-no-link -DNDEBUG -fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
 endif()
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 

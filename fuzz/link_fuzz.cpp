@@ -22,9 +22,8 @@ std::vector<char> Datagram(Input& input, std::uint8_t kind) {
     if (kind >= 230) bytes = std::string("\0\6blksize\0", 10) + input.bytes(6);
     if (kind < 100) bytes += std::string(input.word() % 3000, static_cast<char>(input.byte()));
     bytes += input.bytes(kind % 128);
-    std::vector<char> buffer(bytes.begin(), bytes.end());
-    buffer.push_back('x');  // the room behind a datagram
-    return buffer;
+    bytes += 'x';  // the room behind a datagram
+    return {bytes.begin(), bytes.end()};
 }
 
 void Step(CDevice& device, Input& input) {

@@ -60,11 +60,9 @@ int NewSocket() {
 bool CDevice::Open() {
     m_Peer.sin_family = AF_INET;
     m_Peer.sin_addr.s_addr = inet_addr(m_sAddress.c_str());
-    if (m_Peer.sin_addr.s_addr == INADDR_NONE) {
-        if (!Resolve(m_sAddress.c_str(), m_Peer.sin_addr)) {
-            Trace(LogError, "%s get host by name error %d", m_sAddress.c_str(), WSAGetLastError());
-            return false;
-        }
+    if (m_Peer.sin_addr.s_addr == INADDR_NONE && !Resolve(m_sAddress.c_str(), m_Peer.sin_addr)) {
+        Trace(LogError, "%s get host by name error %d", m_sAddress.c_str(), WSAGetLastError());
+        return false;
     }
     m_Socket = NewSocket();
     if (m_Socket == -1) Trace(LogError, "%s create socket error %d", m_sAddress.c_str(), WSAGetLastError());

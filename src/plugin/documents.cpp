@@ -1,4 +1,6 @@
 // The documents that pass between host and plug-in: version, configuration, write.
+#include <cerrno>
+
 #include "device/device.h"
 #include "platform/xml.h"
 #include "plugin/Plendix.h"
@@ -38,14 +40,10 @@ void KeepAddressless(TiXmlElement& root) {
 }  // namespace
 
 int CPlugin::Open(_OpenParmsIn*, _OpenParmsOut* out) {
-    if (running()) {  // the worker owns everything below; a host that opens twice gets what it has
-        out->Result = ResultDone;
-        out->OpenExtra = 0;
-        return 0;
-    }
-    BroadcastVersion();
     out->Result = ResultDone;
     out->OpenExtra = 0;
+    if (running()) return 0;  // the worker owns what follows; a host that opens twice keeps what it has
+    BroadcastVersion();
     LoadSettings();
     PostConfig();
     if (!start()) Trace(LogError, "create thread error %d", EAGAIN);

@@ -22,8 +22,7 @@ const char szFileName[] = "Plendix.xml";
 namespace {
 
 constexpr off_t SettingsLimit = 16 << 20;  // bytes; 255 cameras need under 1 MB
-constexpr int CopiesLimit =
-    1000;  // of unreadable settings files kept; a host that makes more has other worries
+constexpr int CopiesLimit = 1000;          // of unreadable files, so that the search for a name ends
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 

@@ -7,21 +7,14 @@
 #include <cstring>
 #include <string>
 
+#include "plugin/utf8.h"
+
 namespace {
 
 // TinyXML may look this far past a multi-byte character that the end of the text cuts off.
 constexpr std::size_t SpareNuls = 8;
 
 constexpr std::ptrdiff_t LongestReference = 10;  // bytes of "&#1114111;"
-
-// Bytes of the UTF-8 sequence that begins with a byte from 0xC2 to 0xF4.
-std::ptrdiff_t SequenceLength(unsigned char first) {
-    return first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-}
-
-bool IsContinuation(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
 
 bool BeginsName(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -81,11 +74,10 @@ private:
     // One character of text or of a quoted value. TinyXML reads a numeric reference up to the
     // next ";" however far that is, and as many bytes as the first byte of a UTF-8 sequence says.
     void Character() {
-        const auto byte = static_cast<unsigned char>(*m_p);
-        if (byte == '&' && m_p + 1 < m_pEnd && m_p[1] == '#')
+        if (*m_p == '&' && m_p + 1 < m_pEnd && m_p[1] == '#')
             m_bTrusted = IsReference();
-        else if (byte >= 0xC2 && byte <= 0xF4)
-            m_bTrusted = IsSequence(SequenceLength(byte));
+        else if (BeginsUtf8Sequence(*m_p))
+            m_bTrusted = Utf8SequenceLength(m_p, m_pEnd) != 0;
         if (m_bTrusted) ++m_p;
     }
 
@@ -95,10 +87,6 @@ private:
         return end != limit && std::all_of(m_p + 2, end, [](char c) {
                    return c == 'x' || std::isxdigit(static_cast<unsigned char>(c)) != 0;
                });
-    }
-
-    bool IsSequence(std::ptrdiff_t length) const {
-        return m_pEnd - m_p >= length && std::all_of(m_p + 1, m_p + length, IsContinuation);
     }
 
     void Markup() {
@@ -164,40 +152,6 @@ private:
     const char* m_pProblem = nullptr;
 };
 
-}  // namespace
-
-XmlVerdict ExamineXml(const char* text, std::size_t length) {
-    return Scanner(text, length).Scan();
-}
-
-namespace {
-
-bool IsSequence(const char* first, const char* end) {
-    const auto byte = static_cast<unsigned char>(*first);
-    if (byte < 0x80) return true;
-    if (byte < 0xC2 || byte > 0xF4 || end - first < SequenceLength(byte)) return false;
-    return std::all_of(first + 1, first + SequenceLength(byte), IsContinuation);
-}
-
-std::string ToUtf8(const char* text, std::size_t length) {
-    std::string utf8;
-    utf8.reserve(length + SpareNuls);
-    const char* const end = text + length;
-    for (const char* p = text; p < end; ++p) {
-        const auto byte = static_cast<unsigned char>(*p);
-        if (byte < 0x80) {
-            utf8 += *p;
-        } else if (IsSequence(p, end)) {
-            utf8.append(p, static_cast<std::size_t>(SequenceLength(byte)));
-            p += SequenceLength(byte) - 1;
-        } else {
-            utf8 += static_cast<char>(0xC0 | byte >> 6);
-            utf8 += static_cast<char>(0x80 | (byte & 0x3F));
-        }
-    }
-    return utf8;
-}
-
 // TinyXML prints "&#x" as it stands, up to the next ";", taking it for a reference: a value that
 // holds it would break the document that it is sent in.
 bool Defuse(std::string& value) {
@@ -224,8 +178,12 @@ void DefuseTree(TiXmlNode& node) {
 
 }  // namespace
 
+XmlVerdict ExamineXml(const char* text, std::size_t length) {
+    return Scanner(text, length).Scan();
+}
+
 XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t length) {
-    std::string utf8 = ToUtf8(text, strnlen(text, length));
+    std::string utf8 = ToUtf8(text, strnlen(text, length), SpareNuls);
     const XmlVerdict verdict = ExamineXml(utf8.data(), utf8.size());
     utf8.resize(verdict.length);
     utf8.append(SpareNuls, '\0');
@@ -236,10 +194,6 @@ XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t l
 
 const char* RefuseFile(const char* text, std::size_t length) {
     if (strnlen(text, length) != length) return "NUL in the text";
-    const char* const end = text + length;
-    for (const char* last = end - std::min<std::size_t>(length, 3); last < end; ++last) {
-        const auto byte = static_cast<unsigned char>(*last);
-        if (byte >= 0xC2 && byte <= 0xF4 && end - last < SequenceLength(byte)) return "incomplete character";
-    }
+    if (EndsInsideUtf8Sequence(text, length)) return "incomplete character";
     return ExamineXml(text, length).problem;
 }
