@@ -1,8 +1,11 @@
 // Configuration and write documents through the exports and the worker's handlers.
 #include <unistd.h>
 
-#include "device/device.h"
+#include <algorithm>
+#include <iterator>
+
 #include "fuzz.h"
+#include "identify.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
 
@@ -19,13 +22,13 @@ public:
     void Serve() {
         processmsgs();
         fd_set sets[3] = {};
-        for (const auto& device : m_Devices)
-            if (device) device->Set(sets[0], sets[1], sets[2]);
+        for (const auto& device : m_Devices) {
+            if (!device) continue;
+            Identify(*device, 0);
+            device->Set(sets[0], sets[1], sets[2]);
+        }
     }
-    void Forget() {
-        for (auto& device : m_Devices)
-            device.reset();
-    }
+    void Forget() { std::fill(std::begin(m_Devices), std::end(m_Devices), nullptr); }
 };
 
 void Post(CPlugin& plugin, const std::string& text, bool write) {

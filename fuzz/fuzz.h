@@ -20,7 +20,7 @@ public:
     std::uint16_t word() { return static_cast<std::uint16_t>(byte() << 8 | byte()); }
     std::string bytes(std::size_t count) {
         const auto left = static_cast<std::size_t>(end_ - p_);
-        const std::string taken(reinterpret_cast<const char*>(p_), count < left ? count : left);
+        std::string taken(reinterpret_cast<const char*>(p_), count < left ? count : left);
         p_ += taken.size();
         return taken;
     }

@@ -1,10 +1,9 @@
 // Datagrams, clock steps and settings against one camera link in any state.
-#include <tinyxml.h>
-
 #include <vector>
 
 #include "device/device.h"
 #include "fuzz.h"
+#include "identify.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
 
@@ -21,8 +20,7 @@ std::vector<char> Datagram(Input& input, std::uint8_t kind) {
     std::string bytes = kind < 200 ? std::string("\0\3", 2) + input.bytes(2) : input.bytes(4);
     if (kind >= 230) bytes = std::string("\0\6blksize\0", 10) + input.bytes(6);
     if (kind < 100) bytes += std::string(input.word() % 3000, static_cast<char>(input.byte()));
-    bytes += input.bytes(kind % 128);
-    bytes += 'x';  // the room behind a datagram
+    bytes += input.bytes(kind % 128) + 'x';  // the room behind a datagram
     return {bytes.begin(), bytes.end()};
 }
 
@@ -36,8 +34,7 @@ void Step(CDevice& device, Input& input) {
     if (device.m_Socket == -1 || kind % 8 < 4) return;
     std::vector<char> datagram = Datagram(input, input.byte());
     const unsigned int before = fake_sends;
-    sockaddr_in sender = {};
-    device.Dispatch(datagram.data(), static_cast<int>(datagram.size()) - 1, sender);
+    device.Dispatch(datagram.data(), static_cast<int>(datagram.size()) - 1, {});
     require(fake_sends - before <= 1);
 }
 
@@ -50,9 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     device.m_sAddress = "127.0.0.1";
     device.m_bEnabled = true;
     device.m_Input.m_nFramerate = 25;
-    for (Input input(data, size); !input.empty(); Step(device, input)) {
+    fake_now = 1000;
+    Input input(data, size);
+    for (Identify(device, input.word()); !input.empty(); Step(device, input))
         require(device.m_dwSendTime != 0 || device.m_wBlockSize == 512);
-    }
     device.m_bEnabled = true;  // an unsupported model switches it off
     device.Close();
     require(device.Open());

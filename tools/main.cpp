@@ -11,25 +11,7 @@
 
 namespace {
 
-int run(CLI::App& app, const std::function<int()>& chosen, int argc, char** argv) {
-    try {
-        app.parse(argc, argv);
-        return chosen();
-    } catch (const CLI::ParseError& error) {
-        const int code = app.exit(error, std::cout, std::cerr);
-        return code == 0 ? plendix::exit_done : plendix::exit_usage;
-    } catch (const plendix::UsageError& error) {
-        std::cerr << "plendix: " << error.what() << '\n';
-        return plendix::exit_usage;
-    } catch (const std::exception& error) {
-        std::cerr << "plendix: " << error.what() << '\n';
-        return plendix::exit_failed;
-    }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app{"Plendix: a driver for network cameras, with a reference host and simulated cameras."};
     app.require_subcommand(1);
     app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage. 'plendix COMMAND --help' tells more.");
@@ -38,5 +20,25 @@ int main(int argc, char** argv) {
     plendix::add_demo_command(app, chosen);
     plendix::add_record_command(app, chosen);
     plendix::add_camera_command(app, chosen);
-    return run(app, chosen, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int code = app.exit(error, std::cout, std::cerr);
+        return code == 0 ? plendix::exit_done : plendix::exit_usage;
+    }
+    return chosen();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const plendix::UsageError& error) {
+        std::cerr << "plendix: " << error.what() << '\n';
+        return plendix::exit_usage;
+    } catch (const std::exception& error) {
+        std::cerr << "plendix: " << error.what() << '\n';
+        return plendix::exit_failed;
+    }
 }

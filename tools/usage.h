@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace plendix {
 
@@ -20,5 +21,10 @@ class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// The system's words for an errno value.
+inline std::string error_text(int error) {
+    return std::generic_category().message(error);
+}
 
 }  // namespace plendix

@@ -19,7 +19,7 @@ constexpr int TrailerSize = 90;      // shorter ones are not used
 constexpr int TrailerKeyFrame = 92;  // H.264 only, and what tells H.264 from JPEG
 constexpr unsigned char FlagFullResolution = 4;
 
-constexpr int Zones = 8;  // across and down
+constexpr std::size_t Zones = 8;  // across and down
 constexpr int MotionMapSize = 24;
 constexpr int MacroblockSize = 16;
 constexpr int CodecJpeg = 8;
@@ -114,9 +114,9 @@ bool CInput::UpdateMAC(const unsigned char* mac) {
 // Fills the cleared map with the zones in motion; true when the mask enables one of them.
 bool CInput::ReadMotion(const unsigned char* activity, unsigned char* map) const {
     bool motion = false;
-    for (int row = 0; row < Zones; ++row) {
+    for (std::size_t row = 0; row < Zones; ++row) {
         unsigned char& zones = map[3 * row];
-        for (int column = 0; column < Zones; ++column) {
+        for (std::size_t column = 0; column < Zones; ++column) {
             if (activity[Zones * row + column] != 0)
                 zones = static_cast<unsigned char>(zones | 0x80 >> column);
         }

@@ -89,7 +89,7 @@ void Trace(LogLevel level, const char* format, ...) {
 void TraceException(const char* what) noexcept {
     try {
         try {
-            throw;
+            throw;  // cppcheck-suppress rethrowNoCurrentException; a handler calls us
         } catch (const std::exception& error) {
             Trace(LogError, "%s failed: %s", what, error.what());
         }

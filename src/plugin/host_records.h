@@ -261,6 +261,7 @@ PLENDIX_OFFSET(_EventParmsOut, Error, 8, 8);
 
 #define PLENDIX_SIZE(record, narrow, wide) \
     static_assert(sizeof(record) == (sizeof(void*) == 4 ? (narrow) : (wide)), #record)
+// NOLINTBEGIN(bugprone-branch-clone): of one size everywhere
 PLENDIX_SIZE(_EventParmsIn, 184, 192);
 PLENDIX_SIZE(_EventParmsOut, 12, 12);
 PLENDIX_SIZE(_LoadParmsIn, 16, 24);
@@ -279,6 +280,7 @@ PLENDIX_SIZE(_WriteParmsIn, 28, 40);
 PLENDIX_SIZE(_WriteParmsOut, 20, 20);
 PLENDIX_SIZE(_IOCTLParmsIn, 28, 32);
 PLENDIX_SIZE(_IOCTLParmsOut, 16, 16);
+// NOLINTEND(bugprone-branch-clone)
 
 #undef PLENDIX_SIZE
 #undef PLENDIX_OFFSET

@@ -50,7 +50,6 @@ std::string ToUtf8(const char* text, std::size_t length, std::size_t reserve) {
 bool EndsInsideUtf8Sequence(const char* text, std::size_t length) {
     const char* const end = text + length;
     const char* const first = end - std::min(static_cast<std::ptrdiff_t>(length), LongestSequence - 1);
-    return std::any_of(first, end, [end](const char& c) {
-        return BeginsUtf8Sequence(c) && end - &c < AnnouncedLength(c);
-    });
+    return std::any_of(
+        first, end, [end](const char& c) { return BeginsUtf8Sequence(c) && end - &c < AnnouncedLength(c); });
 }

@@ -75,7 +75,7 @@ bool CPlugin::ServeSockets() {
         pt::psleep(PassMilliseconds);
         return false;
     }
-    timeval timeout = {0, PassMilliseconds * 1000};
+    timeval timeout = {0, suseconds_t{PassMilliseconds} * 1000};
     if (select(highest + 1, &readset, &writeset, &exceptset, &timeout) < 0) {
         if (WSAGetLastError() != EINTR) Trace(LogError, "select error %d", WSAGetLastError());
         return false;

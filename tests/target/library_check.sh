@@ -1,9 +1,9 @@
 #!/bin/sh
 # The built driver as a small machine needs it: small when stripped, no use of streams and locales,
-# and nothing exported but its functions.
-# Usage: library_check.sh NM STRIP LIBRARY LIMIT_BYTES
+# nothing exported but its functions, and hardened.
+# Usage: library_check.sh NM STRIP READELF LIBRARY LIMIT_BYTES OPTIMISED
 set -eu
-nm=$1 strip=$2 library=$3 limit=$4
+nm=$1 strip=$2 readelf=$3 library=$4 limit=$5 optimised=$6
 stripped=$(mktemp)
 trap 'rm -f "$stripped"' EXIT
 failed=0
@@ -24,5 +24,14 @@ exported=$("$nm" -D --defined-only "$library" | cut -d' ' -f3 | sort | tr '\n' '
 if [ "$exported" != "Close IOCTL Load Open Read Seek Unload Write " ]; then
     echo "exported: $exported"
     failed=1
+fi
+
+headers=$("$readelf" -Wld "$library")
+for mark in 'GNU_RELRO' '(BIND_NOW|FLAGS.*NOW)' 'GNU_STACK .* RW '; do
+    echo "$headers" | grep -Eq "$mark" || { echo "no $mark in the headers"; failed=1; }
+done
+echo "$needed" | grep -q __stack_chk_fail || { echo "no stack protector"; failed=1; }
+if [ "$optimised" = 1 ]; then # fortified calls are made by the optimiser
+    echo "$needed" | grep -Eq '_chk(@|$)' || { echo "not fortified"; failed=1; }
 fi
 exit $failed

@@ -1,5 +1,6 @@
 #include "camera/fault.h"
 
+#include <cmath>
 #include <sstream>
 
 #include "usage.h"
@@ -78,7 +79,7 @@ bool parse_time(const std::string& text, milliseconds& time) {
     if (!take_number(rest, number)) return false;
     const double unit = rest == "ms" ? 1 : rest == "s" ? 1000 : rest == "m" ? 60'000 : 0;
     if (unit == 0 || number * unit > day) return false;
-    time = milliseconds(static_cast<long long>(number * unit + 0.5));
+    time = milliseconds(std::llround(number * unit));
     return true;
 }
 

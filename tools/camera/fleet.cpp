@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 
 #include "camera/camera.h"
 #include "camera/gallery.h"
@@ -33,7 +32,7 @@ void watch(int epoll, int descriptor, std::uint64_t data) {
     event.events = EPOLLIN;
     event.data.u64 = data;
     if (epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) != 0)
-        throw Failure(std::string("cannot watch a socket: ") + std::strerror(errno));
+        throw Failure("cannot watch a socket: " + error_text(errno));
 }
 
 /// Signals of the process are for the threads of the program, not for the camera's.
@@ -72,10 +71,10 @@ std::unique_ptr<Gallery> make_gallery(const std::vector<Config>& cameras, const 
 
 }  // namespace
 
-Fleet::Fleet(std::vector<Config> cameras, Log log, bool verbose)
-    : Fleet(std::move(cameras), Behaviour{}, std::move(log), verbose) {}
+Fleet::Fleet(const std::vector<Config>& cameras, Log log, bool verbose)
+    : Fleet(cameras, Behaviour{}, std::move(log), verbose) {}
 
-Fleet::Fleet(std::vector<Config> cameras, const Behaviour& behaviour, Log log, bool verbose)
+Fleet::Fleet(const std::vector<Config>& cameras, const Behaviour& behaviour, Log log, bool verbose)
     : behaviour_(behaviour),
       gallery_(make_gallery(cameras, behaviour)),
       stranger_(std::make_unique<UdpSocket>(stranger_address, std::uint16_t{0})) {
@@ -83,7 +82,7 @@ Fleet::Fleet(std::vector<Config> cameras, const Behaviour& behaviour, Log log, b
     Descriptor wake{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     Descriptor timer{timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};
     if (epoll.value < 0 || wake.value < 0 || timer.value < 0)
-        throw Failure(std::string("cannot wait for sockets: ") + std::strerror(errno));
+        throw Failure("cannot wait for sockets: " + error_text(errno));
     watch(epoll.value, wake.value, wake_mark);
     watch(epoll.value, timer.value, timer_mark);
     const Surroundings surroundings{behaviour_,     agenda_, gallery_.get(), stranger_.get(),

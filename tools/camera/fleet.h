@@ -77,8 +77,8 @@ public:
     /// Binds the sockets of all cameras, or throws Failure with one line that names the address
     /// and the way out, or the scene file. Relay changes and register writes are always logged,
     /// each request when verbose.
-    explicit Fleet(std::vector<Config> cameras, Log log = {}, bool verbose = false);
-    Fleet(std::vector<Config> cameras, const Behaviour& behaviour, Log log = {}, bool verbose = false);
+    explicit Fleet(const std::vector<Config>& cameras, Log log = {}, bool verbose = false);
+    Fleet(const std::vector<Config>& cameras, const Behaviour& behaviour, Log log = {}, bool verbose = false);
     ~Fleet();
     Fleet(const Fleet&) = delete;
     Fleet& operator=(const Fleet&) = delete;

@@ -2,6 +2,7 @@
 
 #include <jpeglib.h>
 
+#include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -32,7 +33,7 @@ struct Errors {
 };
 
 [[noreturn]] void leave(j_common_ptr codec) {
-    std::longjmp(reinterpret_cast<Errors*>(codec->err)->leave, 1);
+    std::longjmp(reinterpret_cast<Errors*>(codec->err)->leave, 1);  // NOLINT(cert-err52-cpp): C in between
 }
 void no_message(j_common_ptr) {}
 
@@ -42,7 +43,7 @@ void set_table(j_compress_ptr codec, int slot, const unsigned char* base, int qu
     unsigned table[DCTSIZE2];
     for (int i = 0; i < DCTSIZE2; ++i) {
         const float product = static_cast<float>(base[i]) * factor;
-        table[i] = static_cast<unsigned>(product + 0.5F);
+        table[i] = static_cast<unsigned>(std::floor(product + 0.5F));
     }
     jpeg_add_quant_table(codec, slot, table, 100, TRUE);
 }
@@ -85,7 +86,7 @@ bool compress(const Picture& picture, const Size& size, int quality, unsigned ch
     codec.err = jpeg_std_error(&errors.manager);
     errors.manager.error_exit = leave;
     errors.manager.output_message = no_message;
-    if (setjmp(errors.leave) != 0) {
+    if (setjmp(errors.leave) != 0) {  // NOLINT(cert-err52-cpp)
         jpeg_destroy_compress(&codec);
         return false;
     }

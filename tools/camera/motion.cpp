@@ -9,6 +9,11 @@ namespace {
 
 constexpr int zones = 8, cells_per_zone = Thumbnail::side / zones;
 
+std::size_t index(int row, int columns, int column) {
+    return static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+           static_cast<std::size_t>(column);
+}
+
 /// Every other row and column is enough: the scenes have no finer detail that moves.
 std::uint8_t mean(const Picture& picture, const Area& square) {
     unsigned long sum = 0, count = 0;
@@ -24,7 +29,7 @@ std::uint8_t mean(const Brightness& brightness, const Area& cell) {
     unsigned long sum = 0, count = 0;
     for (int y = cell.y0; y < std::min(cell.y1, brightness.rows); ++y)
         for (int x = cell.x0; x < std::min(cell.x1, brightness.columns); ++x, ++count)
-            sum += brightness.squares[static_cast<std::size_t>(y * brightness.columns + x)];
+            sum += brightness.squares[index(y, brightness.columns, x)];
     return static_cast<std::uint8_t>(count == 0 ? 0 : sum / count);
 }
 
@@ -34,7 +39,7 @@ Brightness measure(const Picture& picture, const Area& area, bool half) {
     const Size size = scaled(area, half);
     const int edge = Brightness::square / (half ? 2 : 1);  // picture pixels
     Brightness brightness{area, half, (size.width + edge - 1) / edge, (size.height + edge - 1) / edge};
-    brightness.squares.reserve(static_cast<std::size_t>(brightness.columns * brightness.rows));
+    brightness.squares.reserve(index(brightness.rows, brightness.columns, 0));
     for (int y = 0; y < size.height; y += edge)
         for (int x = 0; x < size.width; x += edge)
             brightness.squares.push_back(
@@ -49,8 +54,7 @@ Thumbnail make_thumbnail(const Brightness& brightness, int zone_edge) {
     for (int row = 0; row < Thumbnail::side && row * edge < brightness.rows; ++row)
         for (int column = 0; column < Thumbnail::side && column * edge < brightness.columns; ++column) {
             const Area cell{column * edge, row * edge, (column + 1) * edge, (row + 1) * edge};
-            thumbnail.cells[static_cast<std::size_t>(row * Thumbnail::side + column)] =
-                mean(brightness, cell);
+            thumbnail.cells[index(row, Thumbnail::side, column)] = mean(brightness, cell);
         }
     return thumbnail;
 }
@@ -64,7 +68,7 @@ Activity compare(const Thumbnail& before, const Thumbnail& now, const MotionSett
         const auto cell = static_cast<std::size_t>(i);
         const int change = std::abs(before.cells[cell] - now.cells[cell]);
         const int row = i / Thumbnail::side / cells_per_zone, column = i % Thumbnail::side / cells_per_zone;
-        auto& zone = activity[static_cast<std::size_t>(row * zones + column)];
+        auto& zone = activity[index(row, zones, column)];
         if (change > settings.threshold) zone = std::max(zone, static_cast<std::uint8_t>(change));
     }
     return activity;

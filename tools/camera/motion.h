@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -35,7 +36,7 @@ struct Thumbnail {
     Area area;
     bool half = false;
     int zone_edge = 0;
-    std::array<std::uint8_t, side * side> cells{};
+    std::array<std::uint8_t, std::size_t{side} * side> cells{};
 };
 
 using Activity = std::array<std::uint8_t, 64>;  // 8 rows of 8 zones; 0 is no motion

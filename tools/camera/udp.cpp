@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "usage.h"
 
@@ -32,7 +31,7 @@ std::string advice(int error) {
         case EADDRNOTAVAIL:
             return "not an address of this machine: take one of 127.0.0.0/8";
         default:
-            return std::strerror(error);
+            return error_text(error);
     }
 }
 
@@ -49,7 +48,7 @@ UdpSocket::UdpSocket(const std::string& dotted, std::uint16_t port) : descriptor
     const sockaddr_in address = socket_address({parse_address(dotted), htons(port)});
     const std::string name = dotted + " port " + std::to_string(port) + ": ";
     descriptor_ = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_UDP);
-    if (descriptor_ < 0) throw Failure(name + "no socket: " + std::strerror(errno));
+    if (descriptor_ < 0) throw Failure(name + "no socket: " + error_text(errno));
     if (bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
         close(descriptor_);

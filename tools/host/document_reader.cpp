@@ -3,7 +3,8 @@
 #include <tinyxml.h>
 
 #include <array>
-#include <cstdio>
+#include <regex>
+#include <string>
 
 namespace plendix {
 namespace {
@@ -80,11 +81,11 @@ Event read_version(const TiXmlElement& module, std::int64_t arrival_ms) {
 /// What the driver's log lines say of a camera's link.
 void note_failure(const std::string& rest, Event& event) {
     if (rest == " timeout") event.values["timeout"] = true;
-    unsigned block = 0;
-    unsigned last = 0;
-    if (std::sscanf(rest.c_str(), " - did not receive block %u of %u", &block, &last) != 2) return;
-    event.values["lost_block"] = block;
-    event.values["of"] = last;
+    static const std::regex lost(" - did not receive block ([0-9]{1,5}) of ([0-9]{1,5})");
+    std::smatch found;
+    if (!std::regex_match(rest, found, lost)) return;
+    event.values["lost_block"] = std::stoi(found[1]);
+    event.values["of"] = std::stoi(found[2]);
 }
 
 }  // namespace

@@ -77,6 +77,7 @@ std::shared_ptr<void> open_library(const fs::path& file) {
         throw Failure("no plug-in at '" + file.string() + "': give the path of a Plendix.so");
     }
     void* handle = dlopen(fs::absolute(file).c_str(), RTLD_NOW | RTLD_LOCAL);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): its text is the calling thread's own
     if (handle == nullptr) throw Failure(std::string("cannot load the plug-in: ") + dlerror());
     return {handle, dlclose};
 }

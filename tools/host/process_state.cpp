@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <system_error>
 
 #include "usage.h"
@@ -47,7 +46,7 @@ WorkingDirectory::~WorkingDirectory() {
 
 OutputToFile::OutputToFile(const std::filesystem::path& file) : before_(-1) {
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (descriptor < 0) throw Failure("cannot write '" + file.string() + "': " + std::strerror(errno));
+    if (descriptor < 0) throw Failure("cannot write '" + file.string() + "': " + error_text(errno));
     std::fflush(stdout);
     before_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     dup2(descriptor, STDOUT_FILENO);
