@@ -1,8 +1,11 @@
 // What must hold whatever comes: documents made to harm, kills, storms, stops.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <random>
@@ -176,8 +179,8 @@ TEST_F(Reliability, ValuesOfAnyKindSurviveARestart) {
 
 class Streaming : public Reliability {
 protected:
-    /// Cameras 127.31.(80 + net).1 and up.
-    void stream(int net, int count) {
+    /// Cameras 127.31.(80 + net).1 and up, of which these are configured.
+    void stream(int net, int count, int first = 1, int last = 255) {
         const std::string prefix = "127.31." + std::to_string(80 + net) + ".";
         std::vector<camera::Config> cameras(static_cast<std::size_t>(count));
         std::string devices;
@@ -186,6 +189,7 @@ protected:
             config.address = prefix + std::to_string(number);
             config.sensor_width = 320;
             config.sensor_height = 240;
+            if (number < first || number > last) continue;
             devices +=
                 "<Device Number='" + std::to_string(number) + "' Enabled='1' ipAddress='" + config.address +
                 "'><Codec><Encoder><Channel Number='0' Width='64' Height='32' Standard='0' Framerate='20'/>"
@@ -216,20 +220,75 @@ TEST_F(Streaming, CloseReturnsWithinASecondFromEveryState) {
     EXPECT_LT(close(), 1s);  // identifying
     stream(0, 255);
     EXPECT_TRUE(frames_from(255));
-    for (std::size_t camera = 0; camera < 255; camera += 2)
-        fleet->set_silent(camera, true);
+    for (std::size_t camera = 0; camera < 255; ++camera)
+        fleet->inject(
+            camera, camera::parse_fault(camera % 2 == 0 ? "silent" : "loss", camera % 2 == 0 ? "60s" : "5%"));
     std::atomic<bool> storming{true};
     std::thread storm([&] {  // as fast as the queue takes them
         while (storming)
             post(change("<Device Number='3'/><Device Number='4'/>"));
     });
     host.clear();
-    EXPECT_TRUE(frames_from(100));  // the storm does not stop the pictures
+    EXPECT_TRUE(frames_from(60));  // neither faults nor the storm stop the other pictures
     EXPECT_LT(close(), 1s);
     storming = false;
     open();  // makes room for a post that waits
     storm.join();
     EXPECT_LT(close(), 1s);
+}
+
+// Descriptors that select cannot watch, and then none at all: the first two cameras stream on, and the
+// others come up as soon as there is room.
+TEST_F(Streaming, CamerasWaitForDescriptors) {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    for (const rlim_t most : {rlim_t{2000}, rlim_t{1020}}) {
+        const rlimit lowered = {most, limit.rlim_max};
+        host.clear();
+        stream(3, 8, 1, 2);
+        EXPECT_TRUE(frames_from(2));
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+        std::vector<int> taken;
+        for (int next = 0; next >= 0 && next < 1019; taken.push_back(next))
+            next = ::open("/dev/null", O_RDONLY);
+        host.clear();
+        stream(3, 8, 3, 8);
+        EXPECT_TRUE(host.wait_for([](auto& h) {
+            return testing::Matches(testing::Contains(HasSubstr("create socket error 24")))(h.log_lines());
+        }));
+        host.clear();
+        EXPECT_TRUE(frames_from(2));
+        std::for_each(taken.begin(), taken.end(), [](int descriptor) { ::close(descriptor); });
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        EXPECT_TRUE(frames_from(8));
+        close();
+        std::remove(szFileName);
+    }
+}
+
+TEST_F(Streaming, ACallbackMayBeSlowAndPostDocuments) {
+    static CPlugin* plugin = nullptr;
+    static std::atomic<unsigned> frames, lines;
+    plugin = &host.plugin();
+    plugin->EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+        lines += in->Kind == EventKindLog ? 1 : 0;
+        if (in->Kind != EventKindVideo) return 0;
+        if (++frames % 10 == 0) std::this_thread::sleep_for(500ms);
+        const std::string text = change("<Device Number='1'/>");
+        _IOCTLParmsIn config = {0, 0, 2, {}, static_cast<std::uint32_t>(text.size()), text.data()};
+        _IOCTLParmsOut queued = {};
+        _WriteParmsIn command = {0, 0, 0, 0, {}, config.DataLength, text.data(), 5};
+        _WriteParmsOut written = {};
+        return plugin->IOCTL(&config, &queued) + plugin->Write(&command, &written);
+    };
+    stream(4, 4);
+    EXPECT_TRUE(host.wait_for([](auto&) { return frames >= 40; }, 30s));
+    close();
+    unsigned sent = 0;
+    for (std::size_t camera = 0; camera < 4; ++camera)
+        sent += static_cast<unsigned>(fleet->counters(camera).frames);
+    EXPECT_NEAR(frames, sent, 4);  // on their way when it stopped
+    EXPECT_EQ(lines, 4U);          // every camera's first picture, and no loss
 }
 
 TEST_F(Streaming, TwoHundredLivesLeaveNothingBehind) {

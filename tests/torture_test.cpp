@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -23,6 +24,7 @@ enum Call {
     select_call,
     close_call,
     open_call,
+    write_call,
     fsync_call,
     rename_call,
     new_call
@@ -83,6 +85,7 @@ ssize_t __real_recvfrom(int, void*, size_t, int, sockaddr*, socklen_t*);
 int __real_select(int, fd_set*, fd_set*, fd_set*, timeval*);
 int __real_close(int);
 int __real_open(const char*, int, ...);
+int __real_fflush(std::FILE*);
 int __real_fsync(int);
 int __real_rename(const char*, const char*);
 
@@ -115,6 +118,11 @@ int __wrap_open(const char* name, int flags, ...) {
     va_end(arguments);
     int result = 0;
     return fail(open_call, result) ? result : __real_open(name, flags, mode);
+}
+int __wrap_fflush(std::FILE* file) {  // what a stream writes goes past the name write
+    int result = __real_fflush(file);
+    fail(write_call, result);
+    return result;
 }
 int __wrap_fsync(int fd) {
     int result = 0;
@@ -226,7 +234,7 @@ TEST_P(Torture, EveryCallFailsOnceAndLastingly) {
 
 INSTANTIATE_TEST_SUITE_P(Calls, Torture,
                          testing::Values(socket_call, sendto_call, recvfrom_call, select_call, close_call,
-                                         open_call, fsync_call, rename_call, new_call));
+                                         open_call, write_call, fsync_call, rename_call, new_call));
 
 }  // namespace
 }  // namespace plendix

@@ -1,0 +1,176 @@
+// Cameras with every kind of fault, by a fixed seed, for as long as PLENDIX_SOAK_SECONDS says (10):
+// afterwards every camera delivers again, and both sides have counted the same pictures. Whole
+// minutes of it are recorded by scripts/soak.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "camera/fleet.h"
+#include "device/device.h"
+#include "plugin/Plendix.h"
+#include "plugin/plugin.h"
+#include "support/folder.h"
+
+namespace plendix {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using camera::Counters;
+
+constexpr auto recovery_limit = 25s;  // a stalled transfer takes 10 s, a silent camera another 15
+constexpr std::size_t most_cameras = 255;
+
+long setting(const char* name, long otherwise) {
+    const char* const text = std::getenv(name);
+    return text == nullptr ? otherwise : std::strtol(text, nullptr, 10);
+}
+
+/// Pictures by camera, as the callback counts them.
+std::array<std::atomic<std::uint64_t>, most_cameras + 1> delivered{};
+
+int count(_EventParmsIn* in, _EventParmsOut*) {
+    if (in->Kind == EventKindVideo) ++delivered.at(in->SourceId >> 8 & 0xFF);
+    return 0;
+}
+
+/// Rates for all cameras, and for each camera silence and restarts at times of its own; all is over
+/// when the time is.
+camera::Behaviour make_behaviour(std::size_t cameras, std::chrono::milliseconds time) {
+    camera::Behaviour behaviour;
+    behaviour.seed = 1;
+    behaviour.faults = camera::parse_faults(
+        "loss=0.1%,ack-loss=0.02%,duplicate=0.2%,reorder=0.1%,delay=0.2%/300ms,corrupt=0.1%,truncate=0.05%,"
+        "garbage=0.1%,foreign=0.05%,wrong-block=0.05%,mac-change=0.01%");
+    std::mt19937 random(1);
+    const auto at = [&] { return std::chrono::milliseconds(random() % (time * 9 / 10).count()); };
+    for (std::size_t i = 0; i < cameras; ++i) {
+        for (auto rest = time; rest > 0ms; rest -= 120s) {
+            behaviour.scenario.push_back({at(), i, camera::parse_fault("silent", i % 2 == 0 ? "1s" : "12s")});
+            behaviour.scenario.push_back({at(), i, camera::parse_fault("reboot", "2s")});
+        }
+        for (camera::Fault fault : behaviour.faults) {
+            fault.rate = 0;
+            behaviour.scenario.push_back({time, i, fault});
+        }
+    }
+    return behaviour;
+}
+
+/// The cameras in a process of their own, so that this one's memory is the driver's.
+class Cameras {
+public:
+    Cameras(std::size_t cameras, std::chrono::milliseconds time) : counters_(cameras) {
+        if (pipe(orders_) != 0 || pipe(answers_) != 0) throw std::runtime_error("no pipe");
+        child_ = fork();
+        if (child_ != 0) return;
+        std::vector<camera::Config> configs(cameras);
+        for (std::size_t i = 0; i < cameras; ++i) {
+            configs[i].address = address(i);
+            configs[i].sensor_width = 320;
+            configs[i].sensor_height = 240;
+        }
+        camera::Fleet fleet(configs, make_behaviour(cameras, time));
+        fleet.start();
+        char order = 0;
+        while (read(orders_[0], &order, 1) == 1 && order != 0)
+            for (std::size_t i = 0; i < cameras; ++i) {
+                counters_[i] = fleet.counters(i);
+                if (write(answers_[1], &counters_[i], sizeof(Counters)) < 0) _exit(1);
+            }
+        _exit(0);
+    }
+    ~Cameras() {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+    }
+    static std::string address(std::size_t index) { return "127.36.1." + std::to_string(index + 1); }
+
+    const std::vector<Counters>& counters() {
+        EXPECT_EQ(write(orders_[1], "?", 1), 1);
+        for (Counters& each : counters_)
+            EXPECT_EQ(read(answers_[0], &each, sizeof(each)), ssize_t{sizeof(each)});
+        return counters_;
+    }
+
+private:
+    int orders_[2] = {}, answers_[2] = {};
+    pid_t child_ = 0;
+    std::vector<Counters> counters_;
+};
+
+long resident_kilobytes() {
+    std::ifstream file("/proc/self/statm");
+    long size = 0, resident = 0;
+    file >> size >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+TEST(Soak, EveryCameraComesBackAndBothSidesCountTheSame) {
+    const auto cameras = static_cast<std::size_t>(setting("PLENDIX_SOAK_CAMERAS", 40));
+    const std::chrono::seconds time(setting("PLENDIX_SOAK_SECONDS", 10));
+    const char* const log = std::getenv("PLENDIX_SOAK_LOG");
+    std::ofstream samples(log != nullptr ? log : "/dev/null");
+    const TemporaryFolder folder;
+    Cameras fleet(cameras, time);
+    CPlugin plugin;
+    g_Plugin = &plugin;
+    plugin.EventCallback = count;
+    std::string devices;
+    for (std::size_t i = 0; i < cameras; ++i)
+        devices += "<Device Number='" + std::to_string(i + 1) + "' Enabled='1' ipAddress='" +
+                   Cameras::address(i) + "'><Codec><Encoder><Channel Number='0' Width='320' Height='240' " +
+                   "Standard='" + (i % 2 == 0 ? "0" : "5") + "' Framerate='2'/></Encoder></Codec></Device>";
+    devices = "<Velm Delta='1'><Devices ID='2162688'>" + devices + "</Devices></Velm>";
+    _IOCTLParmsIn in = {0, 0, 2, {}, static_cast<std::uint32_t>(devices.size()), devices.data()};
+    _IOCTLParmsOut configured = {};
+    _OpenParmsOut opened = {};
+    _CloseParmsOut closed = {};
+    plugin.IOCTL(&in, &configured);
+    plugin.Open(nullptr, &opened);
+
+    std::vector<long> resident;
+    const auto start = Clock::now();
+    for (auto next = start; next < start + time; next += 1s) {
+        std::this_thread::sleep_until(next);
+        std::uint64_t frames = 0;
+        for (const auto& camera : delivered)
+            frames += camera;
+        resident.push_back(resident_kilobytes());
+        samples << (next - start) / 1s << ' ' << resident.back() << ' ' << frames << std::endl;
+    }
+    if (time >= 5min) {
+        EXPECT_LE(resident.back(), resident.at(resident.size() / 5) + 1024) << "memory grows";
+    }
+    std::array<std::uint64_t, most_cameras + 1> before{};
+    std::copy(delivered.begin(), delivered.end(), before.begin());
+    const auto end = Clock::now();
+    for (std::size_t i = 1; i <= cameras; ++i) {
+        while (delivered.at(i) == before.at(i) && Clock::now() < end + recovery_limit)
+            std::this_thread::sleep_for(10ms);
+        EXPECT_GT(delivered.at(i), before.at(i)) << "camera " << i;
+    }
+    samples << "all again after " << (Clock::now() - end) / 1ms << " ms" << std::endl;
+    plugin.Close(nullptr, &closed);
+    g_Plugin = nullptr;
+
+    const std::vector<Counters>& counters = fleet.counters();
+    for (std::size_t i = 1; i <= cameras; ++i) {
+        const std::uint64_t sent = counters[i - 1].frames, lost = counters[i - 1].frames_lost;
+        const std::uint64_t got = delivered.at(i);
+        samples << "camera " << i << " sent " << sent << " lost " << lost << " delivered " << got << '\n';
+        EXPECT_LE(got, sent) << "camera " << i;
+        EXPECT_GE(got + 1, sent) << "camera " << i;  // one may have been on its way to the end
+    }
+}
+
+}  // namespace
+}  // namespace plendix
