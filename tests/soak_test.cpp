@@ -17,6 +17,7 @@
 #include "device/device.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
+#include "support/calls.h"
 #include "support/folder.h"
 
 namespace plendix {
@@ -126,16 +127,11 @@ TEST(Soak, EveryCameraComesBackAndBothSidesCountTheSame) {
     plugin.EventCallback = count;
     std::string devices;
     for (std::size_t i = 0; i < cameras; ++i)
-        devices += "<Device Number='" + std::to_string(i + 1) + "' Enabled='1' ipAddress='" +
-                   Cameras::address(i) + "'><Codec><Encoder><Channel Number='0' Width='320' Height='240' " +
-                   "Standard='" + (i % 2 == 0 ? "0" : "5") + "' Framerate='2'/></Encoder></Codec></Device>";
-    devices = "<Velm Delta='1'><Devices ID='2162688'>" + devices + "</Devices></Velm>";
-    _IOCTLParmsIn in = {0, 0, 2, {}, static_cast<std::uint32_t>(devices.size()), devices.data()};
-    _IOCTLParmsOut configured = {};
-    _OpenParmsOut opened = {};
-    _CloseParmsOut closed = {};
-    plugin.IOCTL(&in, &configured);
-    plugin.Open(nullptr, &opened);
+        devices += device(
+            static_cast<int>(i + 1), Cameras::address(i),
+            "Width='320' Height='240' Framerate='2' Standard='" + std::string(i % 2 == 0 ? "0'" : "5'"));
+    post(plugin, change(devices));
+    open(plugin);
 
     std::vector<long> resident;
     const auto start = Clock::now();
@@ -159,7 +155,7 @@ TEST(Soak, EveryCameraComesBackAndBothSidesCountTheSame) {
         EXPECT_GT(delivered.at(i), before.at(i)) << "camera " << i;
     }
     samples << "all again after " << (Clock::now() - end) / 1ms << " ms" << std::endl;
-    plugin.Close(nullptr, &closed);
+    close(plugin);
     g_Plugin = nullptr;
 
     const std::vector<Counters>& counters = fleet.counters();

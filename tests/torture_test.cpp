@@ -12,6 +12,7 @@
 
 #include "camera/fleet.h"
 #include "device/device.h"
+#include "support/calls.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -172,22 +173,18 @@ protected:
         config.sensor_height = 240;
         return config;
     }
-    void post(const std::string& devices) {
-        const std::string text = "<Velm Delta='1'><Devices ID='2162688'>" + devices + "</Devices></Velm>";
-        _IOCTLParmsIn in = {0, 0, 2, {}, static_cast<std::uint32_t>(text.size()), text.data()};
-        _IOCTLParmsOut out = {};
+    void change_devices(const std::string& devices) {
+        const std::string text = change(devices);
         const Armed armed;
         try {
-            plugin_.IOCTL(&in, &out);
+            post(plugin_, text);
         } catch (const std::bad_alloc&) {  // the exports keep it from the host
         }
     }
     void add_cameras() {
-        for (const std::string number : {"1", "2"})
-            post(
-                "<Device Number='" + number + "' Enabled='1' ipAddress='" + address(number) +
-                "'><Codec><Encoder><Channel Number='0' Width='64' Height='32' Standard='0' Framerate='1000'/>"
-                "</Encoder></Codec></Device>");
+        for (const int number : {1, 2})
+            change_devices(device(number, address(std::to_string(number)),
+                                  "Width='64' Height='32' Standard='0' Framerate='1000'"));
     }
     /// Turns until both cameras delivered frames, at most a number of them.
     bool run(int frames, int turns) {
@@ -201,7 +198,7 @@ protected:
         plan = failure;
         add_cameras();
         run(1, failure.lasting ? 20 : 400);
-        post("<Device Number='2' ipAddress=''/>");
+        change_devices("<Device Number='2' ipAddress=''/>");
         plugin_.turn();
         const long seen = plan.seen;
         plan = Plan();
@@ -209,7 +206,7 @@ protected:
             if (device) device->m_dwSendTime = 0;  // what was lost on the way is not waited for
         add_cameras();
         EXPECT_TRUE(run(1, 4000)) << "call " << failure.turn;
-        post("<Device Number='1' ipAddress=''/><Device Number='2' ipAddress=''/>");
+        change_devices("<Device Number='1' ipAddress=''/><Device Number='2' ipAddress=''/>");
         plugin_.turn();
         return seen;
     }
