@@ -1,18 +1,27 @@
-// The Device element, read and written, and the trigger events as documents.
+// The Device element, read and written, commands to it, and its trigger events as documents.
 #include <gmock/gmock.h>
 #include <tinyxml.h>
 
 #include <cstring>
 
 #include "device/device.h"
+#include "input/mask.h"
 #include "support/host.h"
 
 namespace plendix {
 namespace {
 
+using testing::HasSubstr;
+
 std::string quoted(std::string text) {
     std::replace(text.begin(), text.end(), '\'', '"');
     return text;
+}
+std::string input(const std::string& content) {
+    return "<Video><Input Number='0' " + content + "</Input></Video>";
+}
+std::string channel(const std::string& content) {
+    return "<Codec><Encoder><Channel Number='0' " + content + "</Channel></Encoder></Codec>";
 }
 
 class DeviceElement : public testing::Test {
@@ -40,9 +49,11 @@ protected:
 };
 
 TEST_F(DeviceElement, DescribesTheCamera) {
-    EXPECT_THAT(filled(), testing::HasSubstr(quoted("Name='0' Serial='00-00-00-00-00-00' Firmware='0'>")));
-    EXPECT_THAT(filled(),
-                testing::HasSubstr(quoted("MaxStandard='0'><Framerate Min='1' Max='30' /><Encoder ")));
+    for (const char* part : {"Name='0' Serial='00-00-00-00-00-00' Firmware='0'>",
+                             "Brightness='50' Saturation='50' Sharpness='50'><Motion ",
+                             "MaxStandard='0'><Framerate Min='1' Max='30' /><Encoder Number='0' Running='0'>",
+                             "Width='0' Height='0' Standard='0' Framerate='0' Quality='4' Sensitivity='6' "})
+        EXPECT_THAT(filled(), HasSubstr(quoted(part)));
     parse(
         "Enabled='2' ipAddress='a&lt;b' username='u' password='p'><Trigger><Input Number='0' Name='Door' "
         "NormallyClosed='1'/><Output Number='0' Name='Lamp' NormallyLow='1'/></Trigger>");
@@ -51,43 +62,70 @@ TEST_F(DeviceElement, DescribesTheCamera) {
     std::memcpy(device->m_Input.m_MAC, "\x01\x23\x45\x67\x89\xAB", 6);
     // clang-format off
     EXPECT_EQ(filled(), quoted(
-        "<Device Number='7' Enabled='1' ipAddress='a&lt;b' username='' password='' Name='1203' Serial='01-23-45-67-89-AB' "
-        "Firmware='61750'><Video Inputs='1'><Input Number='0' Name='Camera' Brightness='31' Saturation='57' Sharpness='60'>"
-        "<Motion PreMotion='1000' /><Schedule><Entry FirstHour='0' LastHour='167' Record='1' /></Schedule>"
+        "<Device Number='7' Enabled='1' ipAddress='a&lt;b' username='' password='' Name='1203' "
+        "Serial='01-23-45-67-89-AB' Firmware='61750'><Video Inputs='1'><Input Number='0' Name='Camera' "
+        "Brightness='31' Saturation='57' Sharpness='60'><Motion PreMotion='1000' />"
+        "<Schedule><Entry FirstHour='0' LastHour='167' Record='1' /></Schedule>"
         "<DigPTZ><Presets MaxPresets='16' /></DigPTZ></Input></Video><Codec MinStandard='0' MaxStandard='3'>"
-        "<Resolution Width='1600' Height='1184' Name='1600x1184' /><Resolution Width='800' Height='592' Name='800x592' />"
-        "<Framerate Min='1' Max='20' /><Encoder Number='0' Running='1'><Channel Number='0' Enabled='1' Width='1600' "
-        "Height='1184' Standard='3' Framerate='20' Quality='4' Sensitivity='1' Mask='________________________________' "
-        "MaskWidth='224' MaskHeight='224' ID='2164480'><Crop Left='0' Top='0' Width='10000' Height='10000' /></Channel>"
-        "</Encoder></Codec><Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
+        "<Resolution Width='1600' Height='1184' Name='1600x1184' />"
+        "<Resolution Width='800' Height='592' Name='800x592' /><Framerate Min='1' Max='20' />"
+        "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='1' Width='1600' "
+        "Height='1184' Standard='3' Framerate='20' Quality='4' Sensitivity='1' "
+        "Mask='________________________________' MaskWidth='224' MaskHeight='224' ID='2164480'>"
+        "<Crop Left='0' Top='0' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
+        "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
         "<Output Number='0' Name='Lamp' NormallyLow='1' Relay='0' /></Trigger></Device>"));
     // clang-format on
 }
 
 TEST_F(DeviceElement, TakesWhatIsCompleteAndMeantForIt) {
-    const std::tuple<const char*, bool, bool> cases[] = {
-        // changed, link closed
-        {"", false, false},
-        {"<Trigger/>", true, false},
-        {"<Trigger><Input Number='0' Name='a'/><Output Number='0' Name='a'/></Trigger>", true, false},
-        {"<Trigger><Input Number='1' Name='a' NormallyClosed='1'/></Trigger>", true, false},
-        {"<Video><Input Number='1' Name='a'/></Video>", false, false},
-        {"<Video><Input Number='0' Name='a'/></Video>", true, false},
-        {"<Codec><Encoder><Channel Number='1' Quality='3'/></Encoder></Codec>", false, false},
-        {"<Codec><Encoder><Channel Number='0'/></Encoder></Codec>", false, true},
-        {"<Codec><Encoder><Channel Number='0' Width='640'/></Encoder></Codec>", true, true}};
+    const std::pair<std::string, bool> cases[] = {
+        // changed
+        {"", false},
+        {"<Trigger/>", true},
+        {"<Trigger><Input Number='0' Name='a'/><Output Number='0' Name='a'/></Trigger>", true},
+        {"<Trigger><Input Number='1' Name='a' NormallyClosed='1'/></Trigger>", true},
+        {"<Video><Input Number='1' Name='a'/></Video>", false},
+        {input("Brightness='1' Saturation='0' Sharpness='-3'><Motion/>"), false},
+        {input("><Motion PreMotion='0'/>"), true},
+        {input("Name='A&amp;B'>"), true},
+        {input("><OSD a='1'><b>c</b></OSD>"), true},
+        {input("><Schedule/>"), true},
+        {input("><DigPTZ/>"), true},
+        {"<Codec><Encoder><Channel Number='1' Quality='3'/></Encoder></Codec>", false},
+        {channel("Sensitivity='0' MaskWidth='9' ID='9'>"), false},
+        {channel("Enabled='x' Width='99999999999999999999' Standard='-' Framerate='' Quality='q'>"), false},
+        {channel("Enabled='0'>"), true},
+        {channel("Framerate='-1'>"), true},
+        {channel("Quality='0'>"), true},
+        {channel("Mask='&amp;&lt;&gt;&apos;'>"), true},
+        {channel("><Crop Top='300' Width='5000'/>"), true},  // this and the rest begin the stream afresh
+        {channel("Standard=' 7h'>"), true},
+        {channel("Width='800'>"), true},
+        {channel("Height='-5'>"), true},
+        {channel("><Crop Left='2500' Top='2147483648' Width='x'/>"), true}};
     device->m_bEnabled = true;
     device->m_sAddress = "127.0.0.1";
     identify();
-    for (const auto& [content, changed, closed] : cases) {
+    for (const auto& [content, changed] : cases) {
         device->Open();
-        EXPECT_EQ(parse("Number='7' Enabled='x'>" + std::string(content)), changed) << content;
-        EXPECT_EQ(device->m_Socket == -1, closed) << content;
+        EXPECT_EQ(parse("Number='7' Enabled='x'>" + content), changed) << content;
+        EXPECT_EQ(device->m_Socket == -1, content.find("Channel Number='0'") != std::string::npos) << content;
         EXPECT_TRUE(device->m_Input.m_Active.IsValid()) << content;
         device->Close();
     }
     EXPECT_EQ(device->m_sInputName + device->m_sOutputName, "TriggerAlarm");
     EXPECT_FALSE(device->m_bNormallyClosed || device->m_bNormallyLow);
+    EXPECT_THAT(filled(), HasSubstr(quoted("Name='A&amp;B' Brightness='1' Saturation='57' Sharpness='60'>"
+                                           "<Motion PreMotion='0' /><OSD a='1'><b>c</b></OSD><Schedule />"
+                                           "<DigPTZ /></Input>")));
+    EXPECT_THAT(filled(),
+                HasSubstr(quoted("<Channel Number='0' Enabled='0' Width='600' Height='592' Standard='5' "
+                                 "Framerate='-1' Quality='1' Sensitivity='1' "
+                                 "Mask='&amp;&lt;&gt;&apos;____________________________' MaskWidth='112' "
+                                 "MaskHeight='112' ID='2164480'><Crop Left='2500' Top='0' Width='10000' ")));
+    parse(">" + channel("Quality='11' Sensitivity='11'>"));
+    EXPECT_TRUE(device->m_Input.m_nQuality == 20 && device->m_Input.m_nSensitivity == 10);
     device->Parameter(25, 1);
     device->m_Actions[1] = -1;
     EXPECT_TRUE(parse("Enabled='0'>"));  // forgets the camera
@@ -102,6 +140,38 @@ TEST_F(DeviceElement, TakesWhatIsCompleteAndMeantForIt) {
         host.documents(EventKindAlarm).back(),
         quoted("<?xml ?><Velm><Devices ID='2162688'><Device Number='7'><Trigger><Output Number='0' Alarm='1' "
                "Time='1700000000' Milliseconds='123' /></Trigger></Device></Devices></Velm>"));
+}
+
+TEST_F(DeviceElement, DecodesTheMask) {
+    unsigned char(&mask)[24] = device->m_Input.m_Mask;
+    EXPECT_TRUE(parse(">" + channel("Mask='" + std::string(28, ' ') + "'>")));
+    EXPECT_TRUE(std::count(mask, mask + 24, 0) == 21 && mask[21] == 255);
+    EXPECT_THAT(host.log_lines(), testing::ElementsAre("50 Camera invalid mask length 21"));
+    EXPECT_TRUE(parse(">" + channel("Mask='" + std::string(35, ' ') + "'>")));  // the rest is ignored
+    EXPECT_EQ(std::count(mask, mask + 24, 0), 24);
+    EXPECT_EQ(uu_decode("&<>'\x1F\xFF\x7F\x01!!!", 11, mask, 7), 6U);  // not validated: FF, DF, 5F, E1
+    const unsigned char expected[7] = {0x19, 0xC7, 0x87, 0xFD, 0xF7, 0xE1, 0};
+    EXPECT_EQ(std::memcmp(mask, expected, 7), 0);
+}
+
+TEST_F(DeviceElement, CommandsNeedAllTheirAttributes) {
+    const std::string complete =
+        "Number='0' Context='0' Time='1' Milliseconds='2' Action='-4' Record='0' Alarm='0' ";
+    const ActionMap taken = {{-4, 62135596801002}}, none;
+    for (const std::string missing :
+         {"Number", "Context", "Time", "Milliseconds", "Action", "Record", "Alarm", "another"}) {
+        const auto attributes = std::regex_replace(complete, std::regex(missing + "='"), missing + "='x");
+        const bool unneeded = missing == "another";
+        TiXmlDocument document;
+        document.Parse(("<Device><Video><Input " + attributes + "/></Video><Trigger><Output " + attributes +
+                        "/></Trigger></Device>")
+                           .c_str());
+        device->WriteDevice(document.RootElement());
+        EXPECT_EQ(device->m_Input.m_Actions, unneeded || missing == "Alarm" ? taken : none) << missing;
+        EXPECT_EQ(device->m_Actions, unneeded || missing == "Context" || missing == "Record" ? taken : none)
+            << missing;
+        device->m_Input.m_Actions = device->m_Actions = none;
+    }
 }
 
 }  // namespace
