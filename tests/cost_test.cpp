@@ -76,6 +76,8 @@ ssize_t __wrap_sendto(int fd, const void* data, size_t size, int flags, const so
 namespace plendix {
 namespace {
 
+using namespace std::string_literals;
+
 // The worker's loop, pass by pass on the test's own thread.
 class HandDriven : public CPlugin {
 public:
@@ -154,24 +156,21 @@ TEST_F(Cost, MemoryFollowsThePictures) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "a sanitizer's own memory is in the way";
 #endif
-    constexpr std::size_t count = 255, frame = 207 * 1450;
-    const std::vector<char> block(1450, 'x');
-    std::vector<char> trailer(90, 0);
-    trailer[80] = 4;
-    trailer[86] = trailer[88] = 1;  // 256 x 256
+    constexpr std::size_t count = 255, size = 1450, blocks = 207;
+    const std::string block(size, 'x'),
+        trailer = std::string(80, '\0') + "\4\0\0\0\0\0\1\0\1\0"s;  // 256 x 256
     const std::size_t before = resident();
     for (std::size_t i = 0; i < count; ++i)
         plugin.m_Devices[i] = std::make_unique<CDevice>(i + 1);
     plugin.PostConfig();
-    const std::size_t configured = resident();
-    EXPECT_LT(configured - before, count * 100'000);
+    EXPECT_LT(resident() - before, count * 100'000);
     for (auto& device : plugin.m_Devices) {
-        for (unsigned short number = 1; number <= frame / block.size(); ++number)
-            device->m_Input.Response(block.data(), 1450, 1450, number);
-        device->m_Input.Response(trailer.data(), 90, 1450, static_cast<unsigned short>(frame / 1450 + 1));
+        for (unsigned short number = 1; number <= blocks; ++number)
+            device->m_Input.Response(block.data(), size, size, number);
+        device->m_Input.Response(trailer.data(), 90, size, blocks + 1);
         EXPECT_EQ(plugin.frames[device->m_nNumber], 1);
     }
-    EXPECT_LT(resident() - before, count * (frame + 128 * 1024));
+    EXPECT_LT(resident() - before, count * (blocks * size + 128 * 1024));
 }
 
 }  // namespace

@@ -18,10 +18,6 @@ using namespace testing;
 
 class Settings : public testing::Test {
 protected:
-    static std::string text(const fs::path& name) {
-        std::ifstream file(name);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
     static std::string one_line(const fs::path& name) {  // as the host gets it
         TiXmlDocument document;
         EXPECT_TRUE(document.LoadFile(name.c_str()));
@@ -74,8 +70,10 @@ TEST_F(Settings, KeepAFileThatDoesNotParse) {
         EXPECT_EQ(one_line("Plendix.xml"), sent());
         EXPECT_THAT(sent(), Not(HasSubstr("<Device ")));
     }
-    for (const auto& [name, content] : copies)
-        EXPECT_EQ(text(name), content);
+    for (const auto& [name, content] : copies) {
+        std::ifstream file(name);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), content);
+    }
 }
 
 TEST_F(Settings, AreReplacedInTheirPlace) {
@@ -94,7 +92,7 @@ TEST_F(Settings, AreReplacedInTheirPlace) {
 
 TEST_F(Settings, StayWholeWhenTheyCannotBeSaved) {
     add_camera(1);
-    const std::string before = text("Plendix.xml");
+    const std::string before = sent();
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit = {};
     getrlimit(RLIMIT_FSIZE, &limit);
@@ -102,7 +100,7 @@ TEST_F(Settings, StayWholeWhenTheyCannotBeSaved) {
     setrlimit(RLIMIT_FSIZE, &full);  // fails as a full disk does
     add_camera(2);
     setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_EQ(text("Plendix.xml"), before);
+    EXPECT_EQ(one_line("Plendix.xml"), before);
     EXPECT_EQ(files("."), 1);
     EXPECT_THAT(sent(), HasSubstr("Number=\"2\""));  // nevertheless
     fs::remove("Plendix.xml");

@@ -37,6 +37,7 @@ public:
         g_Plugin = nullptr;
     }
     CPlugin& plugin() { return *plugin_; }
+    void serve() { plugin_->processmsgs(); }  // what was posted, on this thread
 
     /// What the callback answers from now on; 0 and 0 accept.
     void answer(int result, std::uint32_t error) {
@@ -83,6 +84,9 @@ public:
     }
 
 private:
+    struct Plugin : CPlugin {
+        using CPlugin::processmsgs;
+    };
     int record(const _EventParmsIn& in, _EventParmsOut& out) {
         const auto* data = static_cast<const char*>(in.Data);
         const bool terminated = in.Kind != EventKindVideo && data[in.DataLength] == '\0';
@@ -99,7 +103,7 @@ private:
     std::vector<RecordedEvent> events_;
     int result_ = 0;
     std::uint32_t error_ = 0;
-    std::unique_ptr<CPlugin> plugin_ = std::make_unique<CPlugin>();
+    std::unique_ptr<Plugin> plugin_ = std::make_unique<Plugin>();
 };
 
 }  // namespace plendix
