@@ -44,15 +44,11 @@ protected:
 
 TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
     for (const char* part : {"Name='0' Serial='00-00-00-00-00-00' Firmware='0'>",
-                             "Name='Camera' Brightness='50' Saturation='50' Sharpness='50'>"
-                             "<Motion PreMotion='1000' /><Schedule>"
+                             "Saturation='50' Sharpness='50'><Motion PreMotion='1000' /><Schedule>"
                              "<Entry FirstHour='0' LastHour='167' Record='1' /></Schedule>"
                              "<DigPTZ><Presets MaxPresets='16' /></DigPTZ></Input>",
                              "MaxStandard='0'><Framerate Min='1' Max='30' /><Encoder Number='0' Running='0'>",
-                             "Width='0' Height='0' Standard='0' Framerate='0' Quality='4' Sensitivity='6' ",
-                             "<Crop Left='0' Top='0' Width='10000' Height='10000' />",
-                             "<Input Number='0' Name='Trigger' NormallyClosed='0' />"
-                             "<Output Number='0' Name='Alarm' NormallyLow='0' Relay='0' />"})
+                             "Width='0' Height='0' Standard='0' Framerate='0' Quality='4' Sensitivity='6' "})
         EXPECT_THAT(filled(), HasSubstr(quoted(part)));
     EXPECT_TRUE(parse("Enabled='2' ipAddress='127.0.0.1' username='u' password='p'>"));
     std::istringstream answers(
@@ -81,7 +77,7 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         {channel("Enabled='0'>"), true},
         {channel("Framerate='-1'>"), true},
         {channel("Quality='0'>"), true},
-        {channel("Mask='&amp;&lt;&gt;&apos;'>"), true},
+        {channel("Mask=' !!#$%&amp;&apos;()*+,-./0123456789:;&lt;=&gt;?'>"), true},
         {channel("><Crop Top='300' Width='5000'/>"), true},  // this and the rest begin the stream afresh
         {channel("Standard=' 7h'>"), true},
         {channel("Width='800'>"), true},
@@ -105,7 +101,7 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         "<Resolution Width='600' Height='592' Name='600x592' /><Framerate Min='1' Max='20' />"
         "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='0' Width='600' "
         "Height='592' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
-        "Mask='&amp;&lt;&gt;&apos;____________________________' MaskWidth='112' MaskHeight='112' ID='2164480'>"
+        "Mask=' !!#$%&amp;&apos;()*+,-./0123456789:;&lt;=&gt;?' MaskWidth='112' MaskHeight='112' ID='2164480'>"
         "<Crop Left='2500' Top='0' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
         "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
         "<Output Number='0' Name='Lamp' NormallyLow='1' Relay='0' /></Trigger></Device>"));
@@ -146,25 +142,25 @@ TEST_F(DeviceElement, DecodesTheMask) {
 }
 
 TEST_F(DeviceElement, CommandsNeedAllTheirAttributes) {
-    const ActionMap taken = {{-4, 62135596801002}};
-    // Without these, the commands to the input and to the output are incomplete.
-    const std::tuple<std::string, bool, bool> cases[] = {{"Number", true, true}, {"Context", true, false},
-                                                         {"Time", true, true},   {"Milliseconds", true, true},
-                                                         {"Action", true, true}, {"Record", true, false},
-                                                         {"Alarm", false, true}, {"Other", false, false}};
-    for (const auto& [name, input_ignores, output_ignores] : cases) {
-        std::string text = "<Device><Video><Input /></Video><Trigger><Output /></Trigger></Device>";
-        const std::string attributes =
-            " Number='0' Context='0' Time='1' Milliseconds='2' Action='-4' Record='0' Alarm='0' ";
-        text = std::regex_replace(text, std::regex(" "), attributes);
-        TiXmlDocument document;
-        document.Parse(std::regex_replace(text, std::regex(name), "Missing").c_str());
-        device.WriteDevice(document.RootElement());
-        EXPECT_EQ(device.m_Input.m_Actions, input_ignores ? ActionMap() : taken) << name;
-        EXPECT_EQ(device.m_Actions, output_ignores ? ActionMap() : taken) << name;
+    // Without the attribute so many remain of the commands to the input and the output.
+    const std::pair<const char*, std::size_t> cases[] = {{"Number", 0}, {"Time", 0},    {"Milliseconds", 0},
+                                                         {"Action", 0}, {"Context", 1}, {"Record", 1},
+                                                         {"Alarm", 1},  {"Other", 2}};
+    const std::string attributes =
+        "Number='0' Context='0' Time='1' Milliseconds='2' Action='-4' Record='0' Alarm='0'";
+    for (const auto& [name, taken] : cases) {
         device.m_Input.m_Actions.clear();
         device.m_Actions.clear();
+        const std::string left = std::regex_replace(attributes, std::regex(name), "Missing");
+        TiXmlDocument document;
+        document.Parse(
+            ("<Device><Video><Input " + left + "/></Video><Trigger><Output " + left + "/></Trigger></Device>")
+                .c_str());
+        device.WriteDevice(document.RootElement());
+        EXPECT_EQ(device.m_Input.m_Actions.size() + device.m_Actions.size(), taken) << name;
     }
+    EXPECT_EQ(device.m_Actions, (ActionMap{{-4, 62135596801002}}));
+    EXPECT_EQ(device.m_Input.m_Actions, device.m_Actions);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ namespace {
 
 class DeviceLink : public Bench {
 protected:
-    void begin() { camera.expect("getreg?page=3;reg=122;"); }
+    void begin() { expect("getreg?page=3;reg=122;"); }
     void expect_log(const std::string& text) {
         EXPECT_THAT(host.log_lines(), testing::ElementsAre(testing::StartsWith(text)));
         host.clear();
@@ -19,20 +19,20 @@ protected:
 };
 
 TEST_F(DeviceLink, TakesWhatBelongsToTheTransferFromTheTransferPort) {
-    EXPECT_EQ(camera.request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
-    camera.send("\0\3\0\1\0\x69"s, "");  // no options acknowledged yet
+    EXPECT_EQ(request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
+    send("\0\3\0\1\0\x69"s, "");  // no options acknowledged yet
     for (const unsigned opcode : {0U, 1U, 2U, 4U, 5U, 7U, 0x103U, 0x600U})
-        camera.send(word(opcode) + word(1) + "no", "");
-    camera.answer(205);
-    camera.expect("getreg?page=3;reg=123;");  // on port 69 again
-    camera.send("\0\3\0\2\xF2\0"s, "");       // a stray block of the transfer before
+        send(word(opcode) + word(1) + "no", "");
+    answer(205);
+    expect("getreg?page=3;reg=123;");  // on port 69 again
+    send("\0\3\0\2\xF2\0"s, "");       // a stray block of the transfer before
     EXPECT_EQ(device->m_wModel, 205);
     EXPECT_EQ(device->m_wFirmware, 0);
     EXPECT_TRUE(host.events().empty());
     device->Read(static_cast<char>(200));  // numbered alike whether char is signed or not
-    camera.expect("getreg?page=3;reg=-56;");
+    expect("getreg?page=3;reg=-56;");
     device->Write(static_cast<char>(255), 65535);
-    camera.expect("setreg?page=3;reg=-1;val=65535;");
+    expect("setreg?page=3;reg=-1;val=65535;");
 }
 
 TEST_F(DeviceLink, TakesTheBlockSizeFromOptionsInsideTheDatagramOnly) {
@@ -45,37 +45,37 @@ TEST_F(DeviceLink, TakesTheBlockSizeFromOptionsInsideTheDatagramOnly) {
     for (int size = 0; std::getline(cases, list, '=') && cases >> size; cases.get()) {
         renew();
         begin();
-        camera.grant();  // leaves a longer, valid list behind in the receive buffer
+        grant();  // leaves a longer, valid list behind in the receive buffer
         device->m_wBlockSize = 512;
-        camera.options(list);
+        options(list);
         EXPECT_EQ(device->m_wBlockSize, size) << list;
-        if (size != 512) camera.data(1, "ab");
+        if (size != 512) data(1, "ab");
     }
 }
 
 TEST_F(DeviceLink, TakesRepliesOfAnyLength) {
     begin();
     for (std::size_t length = 0; length < 4; ++length) {  // no packet at all
-        camera.send(std::string("\0\3\0", length), "");
+        send(std::string("\0\3\0", length), "");
         begin();
         expect_log("50 " + own_address() + " received invalid packet length " + std::to_string(length));
     }
-    camera.grant();
-    camera.data(1, word(105) + std::string(1448, 'x'));
+    grant();
+    data(1, word(105) + std::string(1448, 'x'));
     EXPECT_EQ(device->m_wModel, 105);
-    camera.expect("");  // a full block is not the last one
-    camera.data(2, "");
+    expect("");  // a full block is not the last one
+    data(2, "");
     for (const auto& [payload, value] : {std::pair{"", 0}, {"\xF2", 0xF200}}) {
-        camera.expect("getreg?page=3;reg=123;");
-        camera.grant();
-        camera.data(1, payload);
+        expect("getreg?page=3;reg=123;");
+        grant();
+        data(1, payload);
         EXPECT_EQ(device->m_wFirmware, value);
     }
 }
 
 TEST_F(DeviceLink, ClosesOnFailuresAndTriesAgain) {
     begin();
-    camera.grant();
+    grant();
     char packet[] = "\0\3\0\2\0\x69";
     EXPECT_EQ(device->Dispatch(packet, 6, {AF_INET, 0, {}, {}}), 0);  // port 0 takes no acknowledgement
     expect_log("75 " + own_address() + " send error 22");

@@ -17,22 +17,22 @@ protected:
         ASSERT_EQ(serve(agreeing), "h264?res=full;x0=0;y0=0;x1=1600;y1=1184;qp=29;iframe=1;ssn=1;");
         device->m_Input.m_nFramerate = device->m_Input.m_nStandard = 0;
         finish_picture();
-        camera.expect(picture);
+        expect(picture);
         finish_picture();
     }
     void finish_picture() {  // a JPEG of 16 x 16 pixels
-        camera.grant();
-        camera.data(1, std::string(1450, 'p'));
-        camera.data(2, std::string(80, '\0') + "\4\x8\0\0\0\0\0\x10\0\x10"s);
+        grant();
+        data(1, std::string(1450, 'p'));
+        data(2, std::string(80, '\0') + "\4\x8\0\0\0\0\0\x10\0\x10"s);
     }
     // Expects a write of the register that is due 501 ms after the given time.
-    void expect_due(std::uint32_t& time, unsigned value, unsigned answer) {
+    void expect_due(std::uint32_t& time, unsigned value, unsigned reply) {
         quiet = false;
         device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
         time -= 501;
-        camera.expect("setreg?page=3;reg=25;val=" + std::to_string(value) + ";");
+        expect("setreg?page=3;reg=25;val=" + std::to_string(value) + ";");
         quiet = true;
-        camera.answer(answer);
+        answer(reply);
     }
     const std::string picture = "image?res=full;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;";
 };
@@ -45,12 +45,12 @@ TEST_F(DeviceService, AsksAFreshCameraInOrder) {
         "s79;val=12308; 12308 0 s25;val=48; 48 0 g25; 1 0 s25;val=32; 32 0");
     std::string name;
     bool seen = false;
-    for (unsigned answer = 0; steps >> name >> answer >> seen; changed = false) {
-        camera.expect(name.substr(0, 1) + "etreg?page=3;reg=" + name.substr(1));
-        camera.answer(answer);
+    for (unsigned value = 0; steps >> name >> value >> seen; changed = false) {
+        expect(name.substr(0, 1) + "etreg?page=3;reg=" + name.substr(1));
+        answer(value);
         EXPECT_EQ(changed, seen) << name;
     }
-    camera.expect("h264?res=full;x0=0;y0=0;x1=1600;y1=1184;qp=29;iframe=1;ssn=1;");
+    expect("h264?res=full;x0=0;y0=0;x1=1600;y1=1184;qp=29;iframe=1;ssn=1;");
     EXPECT_THAT(host.documents(EventKindAlarm),
                 ElementsAre(HasSubstr("<Trigger><Input Number=\"0\" Alarm=\"1\" "),
                             HasSubstr("<Trigger><Output Number=\"0\" Alarm=\"0\" ")));
@@ -75,10 +75,10 @@ TEST_F(DeviceService, SettlesOnTheCamerasItSupports) {
     for (auto [registers, name, scale, log] : cases) {
         renew();
         registers.insert(agreeing.begin(), agreeing.end());
-        const std::string asked = serve(registers);
-        EXPECT_THAT(asked, HasSubstr(name));
-        EXPECT_EQ(asked.empty(), name.empty());
-        EXPECT_EQ(device->m_wZones >> 8, scale) << asked;
+        const std::string last = serve(registers);
+        EXPECT_THAT(last, HasSubstr(name));
+        EXPECT_EQ(last.empty(), name.empty());
+        EXPECT_EQ(device->m_wZones >> 8, scale) << last;
         EXPECT_EQ(device->m_Socket == -1, !log.empty()) << log;
         EXPECT_EQ(host.log_lines(), std::vector<std::string>(log.empty() ? 0 : 1, log));
     }
@@ -88,9 +88,9 @@ TEST_F(DeviceService, PacesPicturesAndWritesChanges) {
     settle();
     device->m_Input.m_nFramerate = 1;
     device->m_Input.m_dwRequestTime = timeGetTime();
-    camera.expect("");
+    expect("");
     device->m_Input.m_dwRequestTime -= 1000;
-    camera.expect(picture);
+    expect(picture);
     written.clear();
     TiXmlDocument change;
     change.Parse(
@@ -105,7 +105,7 @@ TEST_F(DeviceService, PacesPicturesAndWritesChanges) {
 TEST_F(DeviceService, GivesAStalledTransferUp) {
     settle();
     device->Parameter(25, 1);
-    camera.expect(picture);
+    expect(picture);
     host.clear();
     for (const int change : {1000, -10000}) {  // ahead of the clock, and 9 s ago
         device->m_dwSendTime += static_cast<std::uint32_t>(change);
@@ -129,7 +129,7 @@ TEST_F(DeviceService, DecodesTheTriggerInputAndDrivesTheRelay) {
     }
     settle();
     expect_due(device->m_dwPollTime, 48, 16);
-    camera.expect(picture);  // no reading follows: the poll was not confirmed
+    expect(picture);  // no reading follows: the poll was not confirmed
     finish_picture();
     const std::pair<std::string, int> actions[] = {
         {"'0' Action='1' Alarm='0' Time='1000' Milliseconds='0'", 0},

@@ -166,7 +166,8 @@ TEST_F(Plugin, LogsToTheHostAndTheConsole) {
               "Plendix: XML event ret 3 error 0\nPlendix: XML event ret 0 error 2\n");
     EXPECT_THAT(host.log_lines(), ElementsAre("75 select error 9", "25 " + cut));
     const RecordedEvent event = host.events()[0];
-    EXPECT_TRUE(event.record.SourceId == 0x210000 && event.record.DataType == 0x1000010 && event.terminated);
+    EXPECT_TRUE(event.record.SourceId == 0x210000 && event.record.DataType == 0x1000010);
+    EXPECT_EQ(event.record.DataLength, event.data.size());
 }
 
 }  // namespace

@@ -132,9 +132,11 @@ TEST_F(Response, FillsTheBufferToItsLastUsableBlock) {
     EXPECT_EQ(frame().substr(0, sets.size()), sets);
 }
 
-TEST_F(Response, MotionMapAndMask) {
+TEST_F(Response, MotionMapMaskAndEvents) {
     // Zone, the mask's byte of its row, the map's byte, frame flags.
     const int cases[][4] = {{0, 0x7F, 0x80, 0}, {0, 0x80, 0x80, 0x80}, {63, 1, 1, 0x80}, {42, 0xDF, 0x20, 0}};
+    host.answer(3, 7);  // a frame that is refused is not repeated
+    testing::internal::CaptureStderr();
     for (const auto& [zone, mask, bits, flags] : cases) {
         const auto byte = static_cast<std::size_t>(3 * (zone / 8));
         std::fill_n(input.m_Mask, 24, static_cast<unsigned char>(0xFF));
@@ -146,6 +148,16 @@ TEST_F(Response, MotionMapAndMask) {
         EXPECT_EQ(std::vector<int>(record.MotionMap, record.MotionMap + 128), map);
         EXPECT_TRUE(record.FrameFlags == flags && record.MotionLength == 24) << zone;
     }
+    EXPECT_EQ(host.frames().size(), 4U);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\nPlendix: video event ret 3 error 7\n"));
+    EXPECT_EQ(input.MAC(), "01-23-45-67-89-AB");
+    input.Reset();
+    input.Reset();
+    EXPECT_EQ(input.MAC(), "00-00-00-00-00-00");
+    EXPECT_THAT(
+        host.documents(EventKindAlarm),
+        ElementsAre(HasSubstr(" Connected=\"1\""), HasSubstr(" Motion=\"0\""), HasSubstr(" Motion=\"1\""),
+                    HasSubstr(" Motion=\"0\""), HasSubstr(" Connected=\"0\"")));
 }
 
 TEST_F(Response, UndecodableFramesAreRefusedAndLoggedOncePerRun) {
@@ -165,29 +177,6 @@ TEST_F(Response, UndecodableFramesAreRefusedAndLoggedOncePerRun) {
         }
         EXPECT_EQ(host.events().size(), 1U);
         EXPECT_THAT(host.log_lines(), ElementsAre("50 Camera - invalid " + reason));
-    }
-}
-
-TEST_F(Response, ConnectionAndMotionAreToldOnce) {
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_EQ(answer("payload"), 1);
-        testing::internal::CaptureStderr();
-        host.answer(3, 7);  // refused, not repeated
-        EXPECT_EQ(answer("payload"), 0);
-        host.answer(0, 0);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "Plendix: video event ret 3 error 7\n");
-        answer("payload", {90, 0, 0, 1280, 1024, 8, 4, 0, 9});
-        answer("payload");
-        EXPECT_EQ(host.frames().size(), 4U);
-        EXPECT_EQ(input.MAC(), "01-23-45-67-89-AB");
-        input.Reset();
-        input.Reset();
-        EXPECT_EQ(input.MAC(), "00-00-00-00-00-00");
-        EXPECT_THAT(
-            host.documents(EventKindAlarm),
-            ElementsAre(HasSubstr("Connected=\"1\""), HasSubstr("Motion=\"0\""), HasSubstr("Motion=\"1\""),
-                        HasSubstr("Motion=\"0\""), HasSubstr("Connected=\"0\"")));
-        host.clear();
     }
 }
 

@@ -6,7 +6,6 @@
 #include <fstream>
 
 #include "device/device.h"
-#include "input/mask.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -41,21 +40,6 @@ protected:
     TemporaryFolder folder;
     RecordingHost host;
 };
-
-TEST_F(Settings, AreWhatTheHostGotAndComeBack) {
-    add_camera(1);
-    uu_decode(" !\"#$%&'()*+,-./0123456789:;<=>?", 32, host.plugin().m_Devices[0]->m_Input.m_Mask, 24);
-    host.plugin().m_Devices[0]->m_Input.m_nStandard = 5;
-    add_camera(255);
-    const std::string before = sent();
-    EXPECT_EQ(one_line("Plendix.xml"), before);
-    EXPECT_EQ(files("."), 1);
-    for (auto& device : host.plugin().m_Devices)
-        device.reset();
-    open_and_close();
-    EXPECT_EQ(sent(), before);
-    EXPECT_EQ(one_line("Plendix.xml"), before);
-}
 
 TEST_F(Settings, KeepAFileThatDoesNotParse) {
     const std::pair<const char*, const char*> copies[] = {

@@ -18,9 +18,8 @@ namespace plendix {
 
 /// One event as the callback got it.
 struct RecordedEvent {
-    _EventParmsIn record;  // Data is dead by now: see data
-    std::string data;      // a copy of the DataLength bytes
-    bool terminated;       // a NUL followed the data (documents only; frames are not looked at)
+    _EventParmsIn record;  // Data is dead by now
+    std::string data;      // a copy: DataLength bytes of a frame, a document up to its NUL
 };
 
 /// One at a time: installs a fresh CPlugin as g_Plugin, and takes it away again, cameras included.
@@ -89,9 +88,8 @@ private:
     };
     int record(const _EventParmsIn& in, _EventParmsOut& out) {
         const auto* data = static_cast<const char*>(in.Data);
-        const bool terminated = in.Kind != EventKindVideo && data[in.DataLength] == '\0';
         const std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back({in, std::string(data, in.DataLength), terminated});
+        events_.push_back({in, in.Kind == EventKindVideo ? std::string(data, in.DataLength) : data});
         arrived_.notify_all();
         out.Error = error_;
         return result_;
