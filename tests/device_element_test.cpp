@@ -77,7 +77,7 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         {channel("Enabled='0'>"), true},
         {channel("Framerate='-1'>"), true},
         {channel("Quality='0'>"), true},
-        {channel("Mask=' !!#$%&amp;&apos;()*+,-./0123456789:;&lt;=&gt;?'>"), true},
+        {channel("Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_'>"), true},
         {channel("><Crop Top='300' Width='5000'/>"), true},  // this and the rest begin the stream afresh
         {channel("Standard=' 7h'>"), true},
         {channel("Width='800'>"), true},
@@ -101,7 +101,7 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         "<Resolution Width='600' Height='592' Name='600x592' /><Framerate Min='1' Max='20' />"
         "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='0' Width='600' "
         "Height='592' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
-        "Mask=' !!#$%&amp;&apos;()*+,-./0123456789:;&lt;=&gt;?' MaskWidth='112' MaskHeight='112' ID='2164480'>"
+        "Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_' MaskWidth='112' MaskHeight='112' ID='2164480'>"
         "<Crop Left='2500' Top='0' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
         "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
         "<Output Number='0' Name='Lamp' NormallyLow='1' Relay='0' /></Trigger></Device>"));

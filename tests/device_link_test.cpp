@@ -217,7 +217,11 @@ TEST_F(DeviceService, GivesAStalledTransferUp) {
     }
     EXPECT_TRUE(host.events().empty());
     device->m_dwSendTime -= 1001;
-    EXPECT_EQ(serve(agreeing), picture);  // after all the registers
+    Registers restarted = agreeing;
+    std::tie(restarted[109], restarted[110], restarted[111]) = std::tuple(2, 0x0100, 0x0101);
+    written.clear();
+    EXPECT_EQ(serve(restarted), picture);  // after all the registers
+    EXPECT_THAT(written, ElementsAre(Pair(79, 12308), Pair(109, 3), Pair(110, 0x0700), Pair(111, 0x1104)));
     EXPECT_THAT(host.log_lines(), ElementsAre("50 " + own_address() + " timeout"));
     device->Parameter(25, 1);  // the level that the host knows
     EXPECT_THAT(host.documents(EventKindAlarm), ElementsAre(HasSubstr(" Connected=\"0\" ")));

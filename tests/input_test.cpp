@@ -63,6 +63,7 @@ TEST(Input, RequestNamesThePicture) {
         {5000, 0, 20, "qp=17;iframe=1;ssn=65535;"},
         {5000, 3001, 2, "qp=35;iframe=0;ssn=65535;"},
         {5000, 3000, 8, "qp=29;iframe=1;ssn=65535;"},
+        {4294967295, 4294966296, 8, "qp=29;iframe=0;ssn=65535;"},
         {1000, 4294966297, 8, "qp=29;iframe=0;ssn=65535;"},  // 1999 and 2000 ms across the wrap
         {1000, 4294966296, 8, "qp=29;iframe=1;ssn=65535;"}};
     for (const auto& [now, key_frame, quality, end] : cases) {
