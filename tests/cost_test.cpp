@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdlib>
 #include <fstream>
 #include <new>
