@@ -101,8 +101,8 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         "<Resolution Width='600' Height='592' Name='600x592' /><Framerate Min='1' Max='20' />"
         "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='0' Width='600' "
         "Height='592' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
-        "Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_' MaskWidth='112' MaskHeight='112' ID='2164480'>"
-        "<Crop Left='2500' Top='0' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
+        "Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_' MaskWidth='112' MaskHeight='112' "
+        "ID='2164480'><Crop Left='2500' Top='0' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
         "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
         "<Output Number='0' Name='Lamp' NormallyLow='1' Relay='0' /></Trigger></Device>"));
     // clang-format on
