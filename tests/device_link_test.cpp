@@ -1,6 +1,7 @@
-// The link to one camera, packet by packet.
+// The link to one camera, packet by packet; what the camera is asked, and what its answers change.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <tinyxml.h>
 
 #include <algorithm>
 
@@ -9,26 +10,34 @@
 namespace plendix {
 namespace {
 
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+
 class DeviceLink : public Bench {
 protected:
-    void begin() { camera.expect("getreg?page=3;reg=122;"); }
+    void begin() { expect("getreg?page=3;reg=122;"); }
     void expect_log(const std::string& text) {
-        EXPECT_THAT(host.log_lines(), testing::ElementsAre(testing::StartsWith(text)));
+        EXPECT_THAT(host.log_lines(), ElementsAre(testing::StartsWith(text)));
         host.clear();
     }
 };
 
 TEST_F(DeviceLink, TakesWhatBelongsToTheTransferFromTheTransferPort) {
-    EXPECT_EQ(camera.request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
-    camera.send("\0\3\0\1\0\x69"s, "");  // no options acknowledged yet
+    EXPECT_EQ(request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
+    send("\0\3\0\1\0\x69"s, "");  // no options acknowledged yet
     for (const unsigned opcode : {0U, 1U, 2U, 4U, 5U, 7U, 0x103U, 0x600U})
-        camera.send(word(opcode) + word(1) + "no", "");
-    camera.answer(205);
-    camera.expect("getreg?page=3;reg=123;");  // on port 69 again
-    camera.send("\0\3\0\2\xF2\0"s, "");       // a stray block of the transfer before
+        send(word(opcode) + word(1) + "no", "");
+    answer(205);
+    expect("getreg?page=3;reg=123;");  // on port 69 again
+    send("\0\3\0\2\xF2\0"s, "");       // a stray block of the transfer before
     EXPECT_EQ(device->m_wModel, 205);
     EXPECT_EQ(device->m_wFirmware, 0);
     EXPECT_TRUE(host.events().empty());
+    device->Read(static_cast<char>(200));  // numbered alike whether char is signed or not
+    expect("getreg?page=3;reg=-56;");
+    device->Write(static_cast<char>(255), 65535);
+    expect("setreg?page=3;reg=-1;val=65535;");
 }
 
 TEST_F(DeviceLink, TakesTheBlockSizeFromOptionsInsideTheDatagramOnly) {
@@ -41,45 +50,37 @@ TEST_F(DeviceLink, TakesTheBlockSizeFromOptionsInsideTheDatagramOnly) {
     for (int size = 0; std::getline(cases, list, '=') && cases >> size; cases.get()) {
         renew();
         begin();
-        camera.grant();  // leaves a longer, valid list behind in the receive buffer
+        grant();  // leaves a longer, valid list behind in the receive buffer
         device->m_wBlockSize = 512;
-        camera.options(list);
+        options(list);
         EXPECT_EQ(device->m_wBlockSize, size) << list;
-        if (size != 512) camera.data(1, "ab");
+        if (size != 512) data(1, "ab");
     }
-}
-
-TEST_F(DeviceLink, NumbersRegistersAlikeWhetherCharIsSignedOrNot) {
-    begin();
-    device->Read(static_cast<char>(200));
-    camera.expect("getreg?page=3;reg=-56;");
-    device->Write(static_cast<char>(255), 65535);
-    camera.expect("setreg?page=3;reg=-1;val=65535;");
 }
 
 TEST_F(DeviceLink, TakesRepliesOfAnyLength) {
     begin();
     for (std::size_t length = 0; length < 4; ++length) {  // no packet at all
-        camera.send(std::string("\0\3\0", length), "");
+        send(std::string("\0\3\0", length), "");
         begin();
         expect_log("50 " + own_address() + " received invalid packet length " + std::to_string(length));
     }
-    camera.grant();
-    camera.data(1, word(105) + std::string(1448, 'x'));
+    grant();
+    data(1, word(105) + std::string(1448, 'x'));
     EXPECT_EQ(device->m_wModel, 105);
-    camera.expect("");  // a full block is not the last one
-    camera.data(2, "");
+    expect("");  // a full block is not the last one
+    data(2, "");
     for (const auto& [payload, value] : {std::pair{"", 0}, {"\xF2", 0xF200}}) {
-        camera.expect("getreg?page=3;reg=123;");
-        camera.grant();
-        camera.data(1, payload);
+        expect("getreg?page=3;reg=123;");
+        grant();
+        data(1, payload);
         EXPECT_EQ(device->m_wFirmware, value);
     }
 }
 
 TEST_F(DeviceLink, ClosesOnFailuresAndTriesAgain) {
     begin();
-    camera.grant();
+    grant();
     char packet[] = "\0\3\0\2\0\x69";
     EXPECT_EQ(device->Dispatch(packet, 6, {AF_INET, 0, {}, {}}), 0);  // port 0 takes no acknowledgement
     expect_log("75 " + own_address() + " send error 22");
@@ -111,6 +112,152 @@ TEST_F(DeviceLink, ClosesSocketsThatSelectCannotWatch) {
     EXPECT_EQ(take(), FD_SETSIZE);  // nothing was left open
     std::for_each(taken.begin(), taken.end(), close);
     begin();
+}
+
+class DeviceService : public Bench {
+protected:
+    void settle() {  // and stream JPEG: the next request is for a picture
+        quiet = true;
+        ASSERT_EQ(serve(agreeing), "h264?res=full;x0=0;y0=0;x1=1600;y1=1184;qp=29;iframe=1;ssn=1;");
+        device->m_Input.m_nFramerate = device->m_Input.m_nStandard = 0;
+        finish_picture();
+        expect(picture);
+        finish_picture();
+    }
+    void finish_picture() {  // a JPEG of 16 x 16 pixels
+        grant();
+        data(1, std::string(1450, 'p'));
+        data(2, std::string(80, '\0') + "\4\x8\0\0\0\0\0\x10\0\x10"s);
+    }
+    // Expects a write of the register that is due 501 ms after the given time.
+    void expect_due(std::uint32_t& time, unsigned value, unsigned reply) {
+        quiet = false;
+        device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
+        time -= 501;
+        expect("setreg?page=3;reg=25;val=" + std::to_string(value) + ";");
+        quiet = true;
+        answer(reply);
+    }
+    const std::string picture = "image?res=full;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;";
+};
+
+TEST_F(DeviceService, AsksAFreshCameraInOrder) {
+    std::istringstream steps(  // each request, the answer, and whether the host gets the configuration then
+        "g122; 105 0 g123; 61705 0 g2; 100 1 s2;val=99; 99 1 g15; 7 1 s15;val=6; 6 1 g16; 5 1 s16;val=4; 4 1 "
+        "g70; 0 0 g71; 0 0 g72; 1600 0 g73; 1200 1 g109; 1282 0 s109;val=1283; 1283 0 g110; 37428 0 "
+        "s110;val=38708; 38708 0 g111; 773 1 s111;val=4357; 4357 1 s111;val=4356; 4356 1 "
+        "s79;val=12308; 12308 0 s25;val=48; 48 0 g25; 1 0 s25;val=32; 32 0");
+    std::string name;
+    bool seen = false;
+    for (unsigned value = 0; steps >> name >> value >> seen; changed = false) {
+        expect(name.substr(0, 1) + "etreg?page=3;reg=" + name.substr(1));
+        answer(value);
+        EXPECT_EQ(changed, seen) << name;
+    }
+    expect("h264?res=full;x0=0;y0=0;x1=1600;y1=1184;qp=29;iframe=1;ssn=1;");
+    EXPECT_THAT(host.documents(EventKindAlarm),
+                ElementsAre(HasSubstr("<Trigger><Input Number=\"0\" Alarm=\"1\" "),
+                            HasSubstr("<Trigger><Output Number=\"0\" Alarm=\"0\" ")));
+}
+
+TEST_F(DeviceService, SettlesOnTheCamerasItSupports) {
+    // Registers, what is asked in the end, the zone scale by then, and the log.
+    const std::tuple<Registers, std::string, int, std::string> cases[] = {
+        {{{122, 106}}, "", 0, "50 Model 106 is not supported"},
+        {{{122, 99}}, "", 0, "50 Model 99 is not supported"},
+        {{{123, 61704}}, "", 0, "50 Version 61704 is not supported"},
+        {{{122, 1200}, {123, 61705}}, "x1=1600;y1=1184;", 7, ""},
+        {{{72, 8000}, {73, 6000}}, "x1=8000;y1=5984;", 15, ""},
+        {{{72, 65534}, {73, 65534}}, "x1=65472;y1=65504;", 15, ""},
+        {{{72, 64}, {73, 32}}, "x1=64;y1=32;", 1, ""},
+        {{{72, 32}, {73, 16}}, "", 1, ""},  // no whole picture block
+        {{{70, 100}, {71, 100}, {72, 100}, {73, 100}}, "", 1, ""},
+        {{{70, 200}, {72, 100}}, "", 15, ""},
+        {{{2, 0}}, "not settled", 0, ""},
+        {{{111, 0}}, "not settled", 7, ""}};
+    quiet = true;
+    for (auto [registers, name, scale, log] : cases) {
+        renew();
+        registers.insert(agreeing.begin(), agreeing.end());
+        const std::string last = serve(registers);
+        EXPECT_THAT(last, HasSubstr(name));
+        EXPECT_EQ(last.empty(), name.empty());
+        EXPECT_EQ(device->m_wZones >> 8, scale) << last;
+        EXPECT_EQ(device->m_Socket == -1, !log.empty()) << log;
+        EXPECT_EQ(host.log_lines(), std::vector<std::string>(log.empty() ? 0 : 1, log));
+    }
+}
+
+TEST_F(DeviceService, PacesPicturesAndWritesChanges) {
+    settle();
+    device->m_Input.m_nFramerate = 1;
+    device->m_Input.m_dwRequestTime = timeGetTime();
+    expect("");
+    device->m_Input.m_dwRequestTime -= 1000;
+    expect(picture);
+    written.clear();
+    TiXmlDocument change;
+    change.Parse(
+        "<Device><Video><Input Number='0' Brightness='60' Saturation='100' Sharpness='100'/></Video><Codec>"
+        "<Encoder><Channel Number='0' Enabled='0' Framerate='0' "
+        "Sensitivity='10'/></Encoder></Codec></Device>");
+    EXPECT_TRUE(device->ParseDevice(change.RootElement()));
+    EXPECT_EQ(serve({}), "");  // and no pictures any more
+    EXPECT_THAT(written, ElementsAre(Pair(2, 119), Pair(15, 6), Pair(16, 4), Pair(111, 0x1104)));
+}
+
+TEST_F(DeviceService, GivesAStalledTransferUp) {
+    settle();
+    device->Parameter(25, 1);
+    expect(picture);
+    host.clear();
+    for (const int change : {1000, -10000}) {  // ahead of the clock, and 9 s ago
+        device->m_dwSendTime += static_cast<std::uint32_t>(change);
+        pass();
+    }
+    EXPECT_TRUE(host.events().empty());
+    device->m_dwSendTime -= 1001;
+    Registers restarted = agreeing;
+    std::tie(restarted[109], restarted[110], restarted[111]) = std::tuple(2, 0x0100, 0x0101);
+    written.clear();
+    EXPECT_EQ(serve(restarted), picture);  // after all the registers
+    EXPECT_THAT(written, ElementsAre(Pair(79, 12308), Pair(109, 3), Pair(110, 0x0700), Pair(111, 0x1104)));
+    EXPECT_THAT(host.log_lines(), ElementsAre("50 " + own_address() + " timeout"));
+    device->Parameter(25, 1);  // the level that the host knows
+    EXPECT_THAT(host.documents(EventKindAlarm), ElementsAre(HasSubstr(" Connected=\"0\" ")));
+}
+
+TEST_F(DeviceService, DecodesTheTriggerInputAndDrivesTheRelay) {
+    std::istringstream inputs("0 48 -1 0 49 -1 0 17 -1 0 33 -1 0 1 1 0 129 1 0 0 0 0 65486 0 1 0 1 1 1 0");
+    unsigned short value = 0;
+    for (int closed = 0, state = 0; inputs >> closed >> value >> state;) {
+        device->m_bNormallyClosed = closed != 0;
+        EXPECT_FALSE(device->Parameter(25, value)) << value;
+        EXPECT_EQ(device->m_nInputState, state) << value;
+    }
+    settle();
+    expect_due(device->m_dwPollTime, 48, 16);
+    expect(picture);  // no reading follows: the poll was not confirmed
+    finish_picture();
+    const std::pair<std::string, int> actions[] = {
+        {"'0' Action='1' Alarm='0' Time='1000' Milliseconds='0'", 0},
+        {"'1' Action='1' Alarm='1' Time='0' Milliseconds='0'", 0},
+        {"'0' Action='1' Alarm='1' Time='0' Milliseconds='0'", 1},
+        {"'0' Action='2' Alarm='0' Time='2147483647' Milliseconds='999'", 1},
+        {"'0' Action='1' Alarm='0' Time='1000' Milliseconds='0'", 1},
+        {"'0' Action='2' Alarm='0' Time='1000' Milliseconds='0'", 0}};
+    const unsigned values[2][2] = {{32, 16}, {16, 32}};  // by NormallyLow and state
+    for (const bool low : {false, true}) {
+        device->m_bNormallyLow = low;
+        for (const auto& [action, state] : actions) {
+            TiXmlDocument document;
+            document.Parse(("<Device><Trigger><Output Number=" + action + "/></Trigger></Device>").c_str());
+            device->WriteDevice(document.RootElement());
+            expect_due(device->m_dwOutputTime, values[low][state], values[low][state]);
+            EXPECT_EQ(device->m_nOutputState, state) << action;
+        }
+    }
+    EXPECT_EQ(host.documents(EventKindAlarm).size(), 4U + 2 + 5);  // input, picture, relay
 }
 
 }  // namespace

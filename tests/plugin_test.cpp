@@ -1,7 +1,10 @@
-// The exported functions, the routing of documents, and the log.
+// The exported functions, the routing of documents, the log, and the settings file.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <cstring>
+#include <fstream>
 
 #include "device/device.h"
 #include "support/folder.h"
@@ -21,7 +24,8 @@ std::remove_pointer_t<IOCTLFunction> IOCTL;
 namespace plendix {
 namespace {
 
-using testing::ElementsAre;
+namespace fs = std::filesystem;
+using namespace testing;
 
 class Plugin : public testing::Test {
 protected:
@@ -39,11 +43,14 @@ protected:
         _IOCTLParmsOut out = {0, 0, 0, 77};
         return ::IOCTL(&in, &out) + out.Result;
     }
-    static std::string cameras(const RecordedEvent& event) {  // the numbers, each with a blank
+    std::vector<std::string> cameras() const {  // of each configuration: the numbers, each with a blank
         static const std::regex number("<Device Number=\"(\\d+)\"");
-        std::string found;
-        for (std::sregex_iterator at(event.data.begin(), event.data.end(), number), end; at != end; ++at)
-            found += at->str(1) + " ";
+        std::vector<std::string> found;
+        for (const std::string& text : host.documents(EventKindConfig)) {
+            found.emplace_back();
+            for (std::sregex_iterator at(text.begin(), text.end(), number), end; at != end; ++at)
+                found.back() += at->str(1) + " ";
+        }
         return found;
     }
     TemporaryFolder folder;
@@ -65,7 +72,6 @@ TEST_F(Plugin, LoadFillsItsRecordAndNothingElse) {
 }
 
 TEST_F(Plugin, ReportsResultsInTheRecords) {
-    load();
     EXPECT_EQ(write(1, PluginId, "", 0), -1);
     EXPECT_EQ(write(0, PluginId, "", 0), 0);
     EXPECT_EQ(write(0, 5, nullptr, 3), -2);
@@ -81,7 +87,6 @@ TEST_F(Plugin, ReportsResultsInTheRecords) {
     EXPECT_EQ(::Read(nullptr, &read) + read.Result, -1);
     EXPECT_EQ(::Seek(nullptr, &seek) + seek.Result, -1);
     EXPECT_EQ(::Close(nullptr, &close) + close.Result, 0);
-    ::Unload(nullptr, nullptr);
 }
 
 TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
@@ -89,33 +94,28 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
     const std::string start = "<Velm Delta='1'><Devices ID='2162688'><Device ipAddress='a' Number='";
     const std::string whole = start + "3'/></Devices></Velm>", broken = start + "4'/><Device Number='5";
     control(2, std::vector<char>(whole.begin(), whole.end()).data(), whole.size());  // no NUL behind it
-    _OpenParmsOut out = {0, 0, 77, 77};
-    _CloseParmsOut closed = {};
-    EXPECT_EQ(::Open(nullptr, &out), 0);
-    EXPECT_TRUE(out.Result == 0 && out.OpenExtra == 0);
-    EXPECT_TRUE(host.wait_for([](auto& h) { return h.events().size() == 3; }));
-    control(2, broken.c_str(), broken.size());  // served up to the error
-    EXPECT_EQ(::Close(nullptr, &closed), 0);
-    EXPECT_EQ(g_Plugin->m_Devices[2], nullptr);
-    ::Open(nullptr, &out);  // the settings file brings the cameras back
-    for (std::size_t count = host.events().size(), end = count + 2; count < end; ++count) {
-        control(2, whole.c_str(), whole.size());
-        EXPECT_TRUE(host.wait_for([&](auto& h) { return h.events().size() > count; }));
+    for (std::size_t events = 3; events < 8; events += 4) {
+        _OpenParmsOut out = {0, 0, 77, 77};
+        _CloseParmsOut closed = {};
+        EXPECT_EQ(::Open(nullptr, &out), 0);
+        EXPECT_TRUE(out.Result == 0 && out.OpenExtra == 0);
+        EXPECT_TRUE(host.wait_for([&](auto& h) { return h.events().size() == events; }));
+        control(2, broken.c_str(), broken.size());  // served up to the error
+        if (events == 7) {
+            EXPECT_TRUE(host.wait_for([](auto& h) { return h.events().size() == 8; }));
+        }
+        EXPECT_EQ(::Close(nullptr, &closed), 0);
+        EXPECT_EQ(g_Plugin->m_Devices[2], nullptr);
     }
-    ::Close(nullptr, &closed);
     ::Unload(nullptr, nullptr);
-    const auto sent = host.events();
-    ASSERT_GT(sent.size(), 4U);
-    EXPECT_EQ(sent[0].data,
+    EXPECT_THAT(cameras(), ElementsAre("", "", "3 ", "3 4 ", "", "3 4 ", "3 4 ", "3 4 "));  // from the file
+    const auto sent = host.documents();
+    EXPECT_EQ(sent[0],
               "<?xml ?><Velm Delta=\"0\"><Modules><Module Name=\"Plendix\" ID=\"2162688\" "
               "Version=\"9.2.3.130093\" /></Modules></Velm>");
-    EXPECT_EQ(sent[1].data,
+    EXPECT_EQ(sent[1],
               "<?xml ?><Velm Delta=\"0\"><Devices ID=\"2162688\" Description=\"Plendix\" "
               "MaxDevices=\"255\" /></Velm>");
-    EXPECT_EQ(cameras(sent[2]), "3 ");
-    EXPECT_EQ(cameras(sent[3]), "3 4 ");
-    EXPECT_EQ(sent[4].data, sent[0].data);
-    EXPECT_EQ(cameras(sent.back()), "3 4 ");
 }
 
 TEST_F(Plugin, AppliesOnlyWhatIsMeantForIt) {
@@ -134,24 +134,22 @@ TEST_F(Plugin, AppliesOnlyWhatIsMeantForIt) {
         {"1" + ours + "2' ipAddress=''/></Devices>", 0, "1 3 255 "}};
     for (const auto& [text, count, numbers] : cases) {
         host.clear();
-        TiXmlDocument document;
-        document.Parse(("<Any Delta='" + text + "</Any>").c_str());
-        host.plugin().UpdateConfig(document);
+        const std::string document = "<Any Delta='" + text + "</Any>";
+        control(2, document.c_str(), document.size());
+        host.serve();
         EXPECT_EQ(host.events().size(), count) << text;
         host.plugin().PostConfig();
-        EXPECT_EQ(cameras(host.events().back()), numbers) << text;
+        EXPECT_EQ(cameras().back(), numbers) << text;
     }
     host.clear();
-    std::string text =  // what is wrapped comes first, wherever it stands
-        "<Any>[2162688-1-0][5-1-1]<PTZ ID='5'>[2162688-255-1]</PTZ>"
-        "<PTZ ID='2162688'>[2162688-1-1][2162688-256-1][2162688-3-1]</PTZ></Any>";
-    text = std::regex_replace(
-        text, std::regex("\\[(\\d+)-(\\d+)-(\\d)\\]"),
+    const std::string text = std::regex_replace(  // what is wrapped comes first, wherever it stands
+        std::string("<Any>[2162688-1-0][5-1-1]<PTZ ID='5'>[2162688-255-1]</PTZ>"
+                    "<PTZ ID='2162688'>[2162688-1-1][2162688-256-1][2162688-3-1]</PTZ></Any>"),
+        std::regex("\\[(\\d+)-(\\d+)-(\\d)\\]"),
         "<Devices ID='$1'><Device Number='$2'><Trigger><Output Number='0' Action='1' Time='0' "
         "Milliseconds='0' Alarm='$3'/></Trigger></Device></Devices>");
-    TiXmlDocument document;
-    document.Parse(text.c_str());
-    host.plugin().ProcessWrite(document);
+    write(0, 5, text.c_str(), text.size());
+    host.serve();
     EXPECT_THAT(host.plugin().m_Devices[0]->m_Actions, ElementsAre(std::pair(1, 62135596800000)));
     EXPECT_THAT(host.plugin().m_Devices[2]->m_Actions, ElementsAre(std::pair(1, -1)));
     EXPECT_TRUE(host.plugin().m_Devices[254]->m_Actions.empty());
@@ -172,9 +170,86 @@ TEST_F(Plugin, LogsToTheHostAndTheConsole) {
               "Plendix: XML event ret 3 error 0\nPlendix: XML event ret 0 error 2\n");
     EXPECT_THAT(host.log_lines(), ElementsAre("75 select error 9", "25 " + cut));
     const RecordedEvent event = host.events()[0];
-    EXPECT_EQ(event.record.SourceId, 0x210000U);
-    EXPECT_EQ(event.record.DataType, 0x1000010U);
-    EXPECT_TRUE(event.terminated);
+    EXPECT_TRUE(event.record.SourceId == 0x210000 && event.record.DataType == 0x1000010);
+    EXPECT_EQ(event.record.DataLength, event.data.size());
+}
+
+// What is kept of the configuration, and under which circumstances.
+class Settings : public Plugin {
+protected:
+    static std::string one_line(const fs::path& name) {  // as the host gets it
+        TiXmlDocument document;
+        EXPECT_TRUE(document.LoadFile(name.c_str()));
+        std::string line;
+        line << document;
+        return line;
+    }
+    static auto files(const char* in) { return std::distance(fs::directory_iterator(in), {}); }
+    void add_camera(unsigned number) {
+        host.plugin().m_Devices[number - 1] = std::make_unique<CDevice>(number);
+        host.plugin().m_Devices[number - 1]->m_sAddress = "T\xC3\xBCr <\">";
+        host.plugin().PostConfig();
+    }
+    std::string sent() { return host.documents(EventKindConfig).back(); }
+    void open_and_close() {
+        _OpenParmsOut opened;
+        _CloseParmsOut closed;
+        host.plugin().Open(nullptr, &opened);
+        host.plugin().Close(nullptr, &closed);
+    }
+};
+
+TEST_F(Settings, KeepAFileThatDoesNotParse) {
+    const std::pair<const char*, const char*> copies[] = {
+        {"Plendix.xml.bad", ""},
+        {"Plendix.xml.bad.1", "no document"},
+        {"Plendix.xml.bad.2", "<Velm Delta='0'><Devices ID='2162688'><Device Number='1' ipA"}};
+    for (const auto& [name, content] : copies) {
+        std::ofstream("Plendix.xml") << content;
+        host.clear();
+        open_and_close();
+        EXPECT_THAT(host.log_lines(), ElementsAre(AllOf(StartsWith("50 "), HasSubstr(name))));
+        EXPECT_EQ(one_line("Plendix.xml"), sent());
+        EXPECT_THAT(sent(), Not(HasSubstr("<Device ")));
+    }
+    for (const auto& [name, content] : copies) {
+        std::ifstream file(name);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), content);
+    }
+}
+
+TEST_F(Settings, AreReplacedInTheirPlace) {
+    fs::create_directory("real");
+    std::ofstream("real/file") << "<Velm/>";
+    std::ofstream("real/file.new") << "left by a run that was killed";
+    fs::create_symlink("real/file", "Plendix.xml");
+    add_camera(1);
+    EXPECT_TRUE(fs::is_symlink("Plendix.xml"));
+    EXPECT_EQ(one_line("real/file"), sent());
+    EXPECT_EQ(files("real"), 1);
+    fs::create_directories("real/file.new/full");  // no room for a temporary file
+    add_camera(2);
+    EXPECT_EQ(one_line("real/file"), sent());
+}
+
+TEST_F(Settings, StayWholeWhenTheyCannotBeSaved) {
+    add_camera(1);
+    const std::string before = sent();
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = {};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit full = {100, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);  // fails as a full disk does
+    add_camera(2);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(one_line("Plendix.xml"), before);
+    EXPECT_EQ(files("."), 1);
+    EXPECT_THAT(sent(), HasSubstr("Number=\"2\""));  // nevertheless
+    fs::remove("Plendix.xml");
+    fs::create_directory("Plendix.xml");
+    open_and_close();
+    EXPECT_TRUE(fs::is_directory("Plendix.xml"));
+    EXPECT_EQ(files("."), 1);
 }
 
 }  // namespace

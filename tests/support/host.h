@@ -18,9 +18,8 @@ namespace plendix {
 
 /// One event as the callback got it.
 struct RecordedEvent {
-    _EventParmsIn record;  // Data is dead by now: see data
-    std::string data;      // a copy of the DataLength bytes
-    bool terminated;       // a NUL followed the data (documents only; frames are not looked at)
+    _EventParmsIn record;  // Data is dead by now
+    std::string data;      // a copy: DataLength bytes of a frame, a document up to its NUL
 };
 
 /// One at a time: installs a fresh CPlugin as g_Plugin, and takes it away again, cameras included.
@@ -37,6 +36,7 @@ public:
         g_Plugin = nullptr;
     }
     CPlugin& plugin() { return *plugin_; }
+    void serve() { plugin_->processmsgs(); }  // what was posted, on this thread
 
     /// What the callback answers from now on; 0 and 0 accept.
     void answer(int result, std::uint32_t error) {
@@ -83,11 +83,13 @@ public:
     }
 
 private:
+    struct Plugin : CPlugin {
+        using CPlugin::processmsgs;
+    };
     int record(const _EventParmsIn& in, _EventParmsOut& out) {
         const auto* data = static_cast<const char*>(in.Data);
-        const bool terminated = in.Kind != EventKindVideo && data[in.DataLength] == '\0';
         const std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back({in, std::string(data, in.DataLength), terminated});
+        events_.push_back({in, in.Kind == EventKindVideo ? std::string(data, in.DataLength) : data});
         arrived_.notify_all();
         out.Error = error_;
         return result_;
@@ -99,7 +101,7 @@ private:
     std::vector<RecordedEvent> events_;
     int result_ = 0;
     std::uint32_t error_ = 0;
-    std::unique_ptr<CPlugin> plugin_ = std::make_unique<CPlugin>();
+    std::unique_ptr<Plugin> plugin_ = std::make_unique<Plugin>();
 };
 
 }  // namespace plendix

@@ -6,9 +6,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <functional>
 #include <map>
-#include <stdexcept>
 
 #include "device/device.h"
 #include "platform/clock.h"
@@ -27,60 +25,14 @@ inline std::string own_address() {
     return "127.30." + std::to_string(getpid() >> 8 & 0xFF) + "." + std::to_string(getpid() & 0xFF);
 }
 
-/// Port 69 of own_address, and a transfer port for the answers. pump lets the other side work while
-/// the camera waits; what it waits for in vain reads as empty.
-class ScriptedCamera {
-public:
-    explicit ScriptedCamera(std::function<void()> pump) : pump_(std::move(pump)) {}
-    ~ScriptedCamera() { close(server_), close(transfer_); }
-
-    /// The next datagram on port 69; its sender gets the answers from now on.
-    std::string request() { return receive(server_, 20, &client_); }
-    /// The name in the next read request.
-    std::string name() { return request().append(3, '\0').c_str() + 2; }
-    void expect(const std::string& wanted) { EXPECT_EQ(name(), wanted); }
-    void send(const std::string& datagram, const std::string& acknowledgement) {
-        const auto* const peer = reinterpret_cast<const sockaddr*>(&client_);
-        sendto(transfer_, datagram.data(), datagram.size(), 0, peer, sizeof(client_));
-        EXPECT_EQ(receive(transfer_, 5, nullptr), acknowledgement) << datagram;
-    }
-    void options(const std::string& list) { send("\0\6"s + list, "\0\4\0\0"s); }
-    void grant() { options("blksize\0001450\0"s); }
-    void data(unsigned block, const std::string& bytes) {
-        send("\0\3"s + word(block) + bytes, "\0\4"s + word(block));
-    }
-    void answer(unsigned value) { grant(), data(1, word(value)); }
-
-private:
-    static int open_socket(std::uint16_t port) {
-        const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
-        const sockaddr_in local = {AF_INET, htons(port), {inet_addr(own_address().c_str())}, {}};
-        if (bind(descriptor, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) == 0)
-            return descriptor;
-        throw std::runtime_error("port 69 is not available: run as root, or under 'unshare -rn'");
-    }
-    std::string receive(int descriptor, int passes, sockaddr_in* from) {
-        pollfd waiting = {descriptor, POLLIN, 0};
-        for (; poll(&waiting, 1, 0) == 0; pump_())
-            if (passes-- == 0) return {};
-        char buffer[4096];
-        socklen_t size = sizeof(*from);
-        auto* const sender = reinterpret_cast<sockaddr*>(from);
-        return {buffer,
-                static_cast<std::size_t>(recvfrom(descriptor, buffer, sizeof(buffer), 0, sender, &size))};
-    }
-
-    std::function<void()> pump_;
-    const int server_ = open_socket(69), transfer_ = open_socket(0);
-    sockaddr_in client_ = {};
-};
-
-/// One enabled connection, number 7, to a scripted camera; while that waits, the worker works.
+/// One enabled connection, number 7, to a camera on port 69 of own_address, which answers from a
+/// transfer port. While the camera waits, the worker works; what it waits for in vain reads as empty.
 class Bench : public testing::Test {
 protected:
     using Registers = std::map<int, unsigned>;
 
     Bench() { renew(); }
+    ~Bench() override { close(server), close(transfer); }
     void renew() {  // a connection that knows nothing of its camera yet
         device = std::make_unique<CDevice>(7);
         device->m_bEnabled = true;
@@ -95,10 +47,27 @@ protected:
         if (highest >= 0) select(highest + 1, &read, nullptr, nullptr, &limit);
         changed |= device->IsSet(read, unused, unused);
     }
+
+    /// The next datagram on port 69; its sender gets the answers from now on.
+    std::string request() { return receive(server, 20, &client); }
+    /// The name in the next read request.
+    std::string asked() { return request().append(3, '\0').c_str() + 2; }
+    void expect(const std::string& wanted) { EXPECT_EQ(asked(), wanted); }
+    void send(const std::string& datagram, const std::string& acknowledgement) {
+        const auto* const peer = reinterpret_cast<const sockaddr*>(&client);
+        sendto(transfer, datagram.data(), datagram.size(), 0, peer, sizeof(client));
+        EXPECT_EQ(receive(transfer, 5, nullptr), acknowledgement) << datagram;
+    }
+    void options(const std::string& list) { send("\0\6"s + list, "\0\4\0\0"s); }
+    void grant() { options("blksize\0001450\0"s); }
+    void data(unsigned block, const std::string& bytes) {
+        send("\0\3"s + word(block) + bytes, "\0\4"s + word(block));
+    }
+    void answer(unsigned value) { grant(), data(1, word(value)); }
     /// Plays a camera with these registers until something else is asked for, or nothing: the name.
     std::string serve(Registers registers) {
-        for (int count = 0, number = 0; count < 60; camera.answer(registers[number]), ++count) {
-            const std::string name = camera.name();
+        for (int count = 0, number = 0; count < 60; answer(registers[number]), ++count) {
+            const std::string name = asked();
             unsigned value = 0;
             if (std::sscanf(name.c_str(), "setreg?page=3;reg=%d;val=%u;", &number, &value) == 2)
                 written[number] = registers[number] = value;
@@ -110,13 +79,33 @@ protected:
 
     RecordingHost host;
     std::unique_ptr<CDevice> device;
-    ScriptedCamera camera{[this] { pass(); }};
     bool quiet = false;    // no trigger polls and no output updates
     bool changed = false;  // by a pass
     Registers written;
     // A 1600 x 1200 camera that agrees with what the driver wants of it.
     const Registers agreeing{{122, 105}, {123, 61750}, {2, 99},  {15, 3},       {16, 2},
                              {72, 1600}, {73, 1200},   {109, 1}, {110, 0x0700}, {111, 0x1110}};
+
+private:
+    static int open_socket(std::uint16_t port) {
+        const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
+        const sockaddr_in local = {AF_INET, htons(port), {inet_addr(own_address().c_str())}, {}};
+        EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&local), sizeof(local)), 0)
+            << "port 69 is not available: run as root, or under 'unshare -rn'";
+        return descriptor;
+    }
+    std::string receive(int descriptor, int passes, sockaddr_in* from) {
+        pollfd waiting = {descriptor, POLLIN, 0};
+        for (; poll(&waiting, 1, 0) == 0; pass())
+            if (passes-- == 0) return {};
+        char buffer[4096];
+        socklen_t size = sizeof(*from);
+        const ssize_t length =
+            recvfrom(descriptor, buffer, sizeof(buffer), 0, reinterpret_cast<sockaddr*>(from), &size);
+        return {buffer, static_cast<std::size_t>(length)};
+    }
+    const int server = open_socket(69), transfer = open_socket(0);
+    sockaddr_in client = {};
 };
 
 }  // namespace plendix
