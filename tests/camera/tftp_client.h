@@ -2,15 +2,14 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "camera/udp.h"
 
 namespace plendix::camera::test {
 
@@ -33,37 +32,27 @@ inline Bytes read_request(const std::string& name, std::optional<int> block_size
 
 class TftpClient {
 public:
-    explicit TftpClient(const std::string& camera) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
-        peer_.sin_family = AF_INET;
-        peer_.sin_addr.s_addr = inet_addr(camera.c_str());
-    }
-    ~TftpClient() { close(socket_); }
-    TftpClient(const TftpClient&) = delete;
-    TftpClient& operator=(const TftpClient&) = delete;
+    explicit TftpClient(const std::string& camera) : peer_{parse_address(camera)} {}
 
     void request(const Bytes& datagram) {
-        peer_.sin_port = htons(69);
-        answer(datagram);
+        peer_.port = htons(69);
+        socket_.send(datagram.data(), datagram.size(), peer_);
     }
     /// To where the last datagram came from.
-    void answer(const Bytes& datagram) {
-        sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&peer_),
-               sizeof peer_);
-    }
     void acknowledge(int block) {
-        answer({0, 4, static_cast<std::uint8_t>(block >> 8), static_cast<std::uint8_t>(block)});
+        const std::uint8_t packet[] = {0, 4, static_cast<std::uint8_t>(block >> 8),
+                                       static_cast<std::uint8_t>(block)};
+        socket_.send(packet, sizeof packet, peer_);
     }
     bool waits(int milliseconds) {
-        pollfd waiting{socket_, POLLIN, 0};
+        pollfd waiting{socket_.descriptor(), POLLIN, 0};
         return poll(&waiting, 1, milliseconds) == 1;
     }
     /// Opcode and number of the next datagram, whose rest goes to `data`; opcode 0 after 10 s.
     std::pair<int, int> receive(Bytes& data) {
         data.assign(65536, 0);
-        socklen_t length = sizeof peer_;
         if (!waits(10'000)) return {0, 0};
-        const auto size =
-            recvfrom(socket_, data.data(), data.size(), 0, reinterpret_cast<sockaddr*>(&peer_), &length);
+        const auto size = socket_.receive(data.data(), data.size(), peer_);
         EXPECT_GE(size, 4);
         data.resize(static_cast<std::size_t>(size));
         const std::pair<int, int> head{data[1], data[2] << 8 | data[3]};
@@ -105,8 +94,8 @@ public:
     }
 
 private:
-    int socket_;
-    sockaddr_in peer_{};
+    UdpSocket socket_{"0.0.0.0", 0};
+    Endpoint peer_;
 };
 
 }  // namespace plendix::camera::test

@@ -5,26 +5,19 @@ extern "C" {
 
 #include <fstream>
 
+#include "camera/camera_bench.h"
+#include "camera/decoder.h"
 #include "camera/gallery.h"
-#include "decoder.h"
-#include "driver_bench.h"
 #include "support/folder.h"
 #include "usage.h"
 
 namespace plendix::camera::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 
 constexpr int width = 320, height = 240;
-
-/// White on the left, black on the right.
-void write_still(const std::string& file) {
-    std::ofstream stream(file, std::ios::binary);
-    stream << "P6 " << width << ' ' << height << " 255\n";
-    for (int i = 0; i < width * height; ++i)
-        stream << std::string(3, i % width < width / 2 ? '\xFF' : '\0');
-}
 
 /// A white square of 32 pixels that goes right along the top, on black.
 void write_video(const std::string& file, int pictures) {
@@ -38,46 +31,36 @@ void write_video(const std::string& file, int pictures) {
     }
 }
 
-class Scenes : public testing::Test {
+class Scenes : public CameraBench {
 protected:
     Scenes() { av_log_set_level(AV_LOG_QUIET); }  // of files that are no pictures
-    void start(const std::string& scene, std::size_t cameras = 1) {
-        std::vector<Config> configs;
-        for (std::size_t i = 1; i <= cameras; ++i) {
-            configs.push_back({own_address(i)});
-            configs.back().sensor_width = 640;
-            configs.back().sensor_height = 480;
-        }
+    void show(const std::string& scene, std::size_t cameras = 1) {
         Behaviour behaviour;
         behaviour.scene = scene;
-        fleet.reset();  // its addresses are wanted again
-        fleet = std::make_unique<Fleet>(configs, behaviour);
-        fleet->keep_originals(0);
-        fleet->start();
+        start(sensor(640, 480), cameras, behaviour);
     }
-    /// The last picture of camera 1.
-    Decoded seen(const char* codec) const { return decode(codec, {fleet->originals(0).back()}).front(); }
-
     TemporaryFolder folder;
-    std::unique_ptr<Fleet> fleet;
 };
 
 TEST_F(Scenes, AreScaledCroppedAndOfTheLevelsOfTheCodec) {
-    write_still("still.ppm");
-    start("still.ppm");
-    TftpClient client(own_address(1));
-    struct Case {
-        std::string name;
+    std::ofstream still("still.ppm", std::ios::binary);  // white on the left, black on the right
+    still << "P6 " << width << ' ' << height << " 255\n";
+    for (int i = 0; i < width * height; ++i)
+        still << std::string(3, i % width < width / 2 ? '\xFF' : '\0');
+    still.close();
+    show("still.ppm");
+    const struct {
+        const char* name;
         const char* codec;
         int width, white, black;
-    };
-    for (const Case& c : {Case{"image?res=full;quality=20;", "mjpeg", 640, 255, 0},
-                          Case{"image?res=half;quality=20;", "mjpeg", 320, 255, 0},
-                          Case{"image?res=full;x0=256;x1=385;quality=20;", "mjpeg", 129, 255, 0},
-                          Case{"h264?res=full;qp=20;", "h264", 640, 235, 16},
-                          Case{"h264?res=half;x0=192;x1=448;qp=20;", "h264", 128, 235, 16}}) {
+    } cases[] = {{"image?res=full;quality=20;", "mjpeg", 640, 255, 0},
+                 {"image?res=half;quality=20;", "mjpeg", 320, 255, 0},
+                 {"image?res=full;x0=256;x1=385;quality=20;", "mjpeg", 129, 255, 0},
+                 {"h264?res=full;qp=20;", "h264", 640, 235, 16},
+                 {"h264?res=half;x0=192;x1=448;qp=20;", "h264", 128, 235, 16}};
+    for (const auto& c : cases) {
         ASSERT_TRUE(client.fetch(c.name).complete) << c.name;
-        const Decoded picture = seen(c.codec);
+        const Decoded picture = decode(c.codec, {fleet->originals(0).back()}).front();
         ASSERT_EQ(picture.width, c.width) << c.name;
         EXPECT_NEAR(picture.samples[10], c.white, 3) << c.name;
         EXPECT_NEAR(picture.samples[static_cast<std::size_t>(c.width) - 10], c.black, 3) << c.name;
@@ -85,15 +68,17 @@ TEST_F(Scenes, AreScaledCroppedAndOfTheLevelsOfTheCodec) {
 }
 
 TEST_F(Scenes, DecideOnTheMotion) {
-    struct Case {
+    const struct {
         int pictures, detection, zones, threshold;
         bool motion;
-    };
-    for (const Case& c : {Case{1, 1, 3, 10, false}, Case{24, 1, 3, 10, true}, Case{24, 1, 3, 255, false},
-                          Case{24, 0, 3, 10, false}, Case{24, 1, 0, 10, false}}) {
+    } cases[] = {{1, 1, 3, 10, false},
+                 {24, 1, 3, 10, true},
+                 {24, 1, 3, 255, false},
+                 {24, 0, 3, 10, false},
+                 {24, 1, 0, 10, false}};
+    for (const auto& c : cases) {
         write_video("scene.y4m", c.pictures);
-        start("scene.y4m");
-        TftpClient client(own_address(1));
+        show("scene.y4m");
         client.write(109, c.detection);
         client.write(110, c.zones << 8);
         client.write(111, c.threshold);
@@ -112,56 +97,49 @@ TEST_F(Scenes, DecideOnTheMotion) {
 
 TEST_F(Scenes, ThatCannotBeReadAreNamed) {
     std::ofstream("text.png") << "no picture";
-    for (const char* file : {"missing.png", "text.png", "."})
-        try {
-            start(file);
-            ADD_FAILURE() << file;
-        } catch (const Failure& failure) {
-            EXPECT_THAT(failure.what(), HasSubstr("scene '" + std::string(file) + "'"));
-            EXPECT_THAT(failure.what(), HasSubstr("expected a picture or video file"));
-        }
+    for (const std::string file : {"missing.png", "text.png", "."})
+        EXPECT_THAT([&] { show(file); },
+                    testing::ThrowsMessage<Failure>(AllOf(HasSubstr("scene '" + file + "'"),
+                                                          HasSubstr("expected a picture or video file"))));
 }
 
 TEST_F(Scenes, AreSharedPictureByPicture) {
     write_video("scene.y4m", 36);
-    start("scene.y4m", 2);
-    TftpClient one(own_address(1)), two(own_address(2));
-    std::vector<Bytes> first, key_frames;
-    for (int i = 0; i < 76; ++i) {  // groups of 32 and 4 pictures, round and round
-        const Reply reply = one.fetch("h264?qp=29;ssn=1;");
+    show("scene.y4m", 2);
+    std::vector<Bytes> first;
+    for (std::size_t i = 0; i < 76; ++i) {  // groups of 32 and 4 pictures, round and round
+        const Reply reply = client.fetch("h264?qp=29;ssn=1;");
         ASSERT_EQ(reply.trailer.size(), 93U);
         EXPECT_EQ(reply.trailer[92] != 0, i % 36 == 0 || i % 36 == 32) << i;
         first.push_back(reply.payload);
-        EXPECT_TRUE(reply.payload == first[static_cast<std::size_t>(i % 36)]) << i;
+        EXPECT_TRUE(reply.payload == first[i % 36]) << i;
     }
     EXPECT_EQ(decode("h264", fleet->originals(0)).size(), 76U);
-    struct Case {
-        const char* name;
-        std::size_t picture;
-    };
-    for (const Case& c : {Case{"h264?qp=29;ssn=9;iframe=0;", 0}, Case{"h264?qp=29;ssn=9;iframe=0;", 1},
-                          Case{"h264?qp=29;ssn=9;iframe=1;", 32}, Case{"h264?qp=29;ssn=9;iframe=1;", 0},
-                          Case{"h264?qp=29;ssn=10;iframe=1;", 0}})
-        EXPECT_TRUE(two.fetch(c.name).payload == first[c.picture]) << c.name << ' ' << c.picture;
+    TftpClient other(own_address(2));
+    const std::string name = "h264?qp=29;ssn=9;", key = name + "iframe=1;";
+    const std::pair<std::string, std::size_t> cases[] = {
+        {name, 0}, {name, 1}, {key, 32}, {key, 0}, {"h264?qp=29;ssn=10;iframe=1;", 0}};
+    for (const auto& [asked, picture] : cases)
+        EXPECT_TRUE(other.fetch(asked).payload == first[picture]) << asked << ' ' << picture;
 }
 
 TEST(Galleries, KeepToTheirMemory) {
     constexpr std::size_t limit = 2'000'000;
-    const Area sensor{0, 0, 320, 240};
+    const Area whole{0, 0, 320, 240};
     Gallery gallery(generated_loop(), limit);
     PictureRequest request;
-    request.area = sensor;
+    request.area = whole;
     for (const bool h264 : {true, false})
         for (request.h264 = h264, request.qp = 10; request.qp < 30; ++request.qp) {
             request.quality = request.qp - 10;
             for (std::size_t i = 0; i < Gallery::group; ++i)
-                ASSERT_NE(gallery.picture(request, sensor, i), nullptr);
+                ASSERT_NE(gallery.picture(request, whole, i), nullptr);
             EXPECT_LT(gallery.bytes(), 2 * limit);  // the group in use is never forgotten
         }
     request.h264 = true;
     request.qp = 10;
-    EXPECT_EQ(gallery.picture(request, sensor, 5), nullptr) << "forgotten, so it begins with its key frame";
-    EXPECT_TRUE(gallery.picture(request, sensor, 0)->key());
+    EXPECT_EQ(gallery.picture(request, whole, 5), nullptr) << "forgotten, so it begins with its key frame";
+    EXPECT_TRUE(gallery.picture(request, whole, 0)->key());
 }
 
 }  // namespace

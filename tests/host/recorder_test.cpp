@@ -6,51 +6,46 @@
 #include "host/arrival_queue.h"
 #include "host/camera_recorder.h"
 #include "host/decode_check.h"
-#include "host/process_state.h"
 #include "host/still.h"
 #include "pictures.h"
 #include "plugin/host_records.h"
+#include "support/folder.h"
 
 using namespace plendix;
 
-namespace {
-
-Arrival arrival(std::vector<std::uint8_t> data, bool h264, bool key, std::int64_t time_ms) {
-    Arrival made;
-    made.kind = EventKindVideo;
-    made.data_type = h264 ? DataTypeH264 : DataTypeJpeg;
-    made.camera = 1;
-    made.time_ms = time_ms;
-    made.key = key;
-    made.data = std::move(data);
-    return made;
-}
-
-}  // namespace
-
 TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
-    const auto folder = std::filesystem::path(testing::TempDir()) / "formats";
-    std::filesystem::remove_all(folder);
-    const WorkingDirectory inside(folder);
+    const TemporaryFolder folder;
     CameraRecorder recorder(1);
     std::int64_t time = 1700000000000;
-    const auto feed = [&](bool h264, int count, int width, int first) {
-        const auto pictures = encode_pictures(h264, count, width, 64);
-        for (int i = first; i < count; ++i)
-            recorder.frame(arrival(pictures[size_t(i)], h264, !h264 || i % 10 == 0, time += 40));
+    const auto feed = [&](bool h264, std::size_t first, std::size_t end, int width, std::size_t gap) {
+        const auto pictures = encode_pictures(h264, end, width);
+        for (std::size_t i = first; i < end; ++i) {
+            Arrival frame;
+            frame.kind = EventKindVideo;
+            frame.data_type = h264 ? DataTypeH264 : DataTypeJpeg;
+            frame.camera = 1;
+            frame.time_ms = time += 40;
+            frame.key = !h264 || i % key_distance == 0;
+            frame.after_gap = i == gap;
+            frame.data = pictures[i];
+            recorder.frame(frame);
+        }
     };
-    feed(false, 3, 96, 0);
-    feed(false, 2, 128, 0);
-    feed(true, 12, 96, 8);  // two deltas, the key frame, one delta
-    recorder.frame(arrival({0xFF, 0xD8, 0xFF}, false, true, time));
+    feed(false, 0, 3, 96, 2);  // every JPEG picture is a key frame
+    feed(false, 0, 2, 128, 9);
+    feed(true, 30, 66, 96, 40);  // two deltas, a key frame, seven deltas, a gap, the next key frame, a delta
+    Arrival cut;
+    cut.data_type = DataTypeJpeg;
+    cut.data = {0xFF, 0xD8, 0xFF};
+    recorder.frame(cut);
     recorder.close();
 
     ASSERT_EQ(recorder.files(),
               (std::vector<std::filesystem::path>{"camera-1.mkv", "camera-1-2.mkv", "camera-1-3.mkv"}));
-    EXPECT_EQ(recorder.totals().unstarted, 2U);
+    EXPECT_EQ(recorder.totals().unstarted, 2U + 24);
     EXPECT_EQ(recorder.totals().unreadable, 1U);
-    EXPECT_EQ(recorder.totals().recorded, 7U);
-    const std::uint64_t expected[] = {3, 2, 2};
+    EXPECT_EQ(recorder.totals().recorded, 15U);
+    const std::uint64_t expected[] = {3, 2, 10};
     for (std::size_t i = 0; i < 3; ++i) {
         const DecodeResult result = check_file(recorder.files()[i]);
         EXPECT_EQ(result.packets, expected[i]);
@@ -61,14 +56,9 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
 
 TEST(CameraRecorder, CountsWhatWentWrong) {
     CameraRecorder recorder(3);
-    Event event{0, 3, EventKind::connection};
-    for (const bool connected : {true, false, true, false, true}) {
-        event.values["connected"] = connected;
-        recorder.count(event);
-    }
-    event = {0, 3, EventKind::log};
-    event.values["timeout"] = true;
-    recorder.count(event);
+    for (const bool connected : {true, false, true, false, true})
+        recorder.count({0, 3, EventKind::connection, {{"connected", connected}}});
+    recorder.count({0, 3, EventKind::log, {{"timeout", true}}});
     EXPECT_EQ(recorder.totals().reconnections(), 2U);
     EXPECT_EQ(recorder.totals().timeouts, 1U);
     EXPECT_EQ(recorder.totals().lost_blocks, 0U);
