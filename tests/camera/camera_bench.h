@@ -1,12 +1,104 @@
-// A fleet of simulated cameras and a client of the first of them.
+// A plain TFTP client, and a fleet of simulated cameras for it.
 #pragma once
 
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "camera/fleet.h"
-#include "tftp_client.h"
+#include "camera/udp.h"
 
 namespace plendix::camera::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Reply {
+    std::optional<int> error, granted;  // code of an ERROR packet, block size of the OACK
+    std::vector<Bytes> blocks;
+    Bytes payload;          // of a picture: the blocks without the zeros that pad them
+    Bytes trailer;          // the last block
+    bool complete = false;  // false without error: nothing came within 10 s
+};
+
+inline Bytes read_request(const std::string& name, std::optional<int> block_size,
+                          const std::string& mode = "netascii") {
+    std::string text = std::string("\0\1", 2) + name + '\0' + mode + '\0';
+    if (block_size) text += std::string("blksize") + '\0' + std::to_string(*block_size) + '\0';
+    return Bytes(text.begin(), text.end());
+}
+
+class TftpClient {
+public:
+    explicit TftpClient(const std::string& camera) : peer_{parse_address(camera)} {}
+
+    void request(const Bytes& datagram) {
+        peer_.port = htons(69);
+        socket_.send(datagram.data(), datagram.size(), peer_);
+    }
+    /// To where the last datagram came from.
+    void acknowledge(int block) {
+        const std::uint8_t packet[] = {0, 4, static_cast<std::uint8_t>(block >> 8),
+                                       static_cast<std::uint8_t>(block)};
+        socket_.send(packet, sizeof packet, peer_);
+    }
+    bool waits(int milliseconds) {
+        pollfd waiting{socket_.descriptor(), POLLIN, 0};
+        return poll(&waiting, 1, milliseconds) == 1;
+    }
+    /// Opcode and number of the next datagram, whose rest goes to `data`; opcode 0 after 10 s.
+    std::pair<int, int> receive(Bytes& data) {
+        data.assign(65536, 0);
+        if (!waits(10'000)) return {0, 0};
+        const auto size = socket_.receive(data.data(), data.size(), peer_);
+        EXPECT_GE(size, 4);
+        data.resize(static_cast<std::size_t>(size));
+        const std::pair<int, int> head{data[1], data[2] << 8 | data[3]};
+        data.erase(data.begin(), data.begin() + 4);
+        return head;
+    }
+
+    Reply fetch(const Bytes& datagram, int block_size) {
+        Reply reply;
+        Bytes data;
+        request(datagram);
+        while (!reply.complete) {
+            const auto [opcode, number] = receive(data);
+            if (opcode == 5) reply.error = number;
+            if (opcode == 6) reply.granted = std::stoi(std::string(data.begin() + 6, data.end()));
+            if (opcode == 6) acknowledge(0);
+            if (opcode == 6) continue;
+            if (opcode != 3 || number != static_cast<int>(reply.blocks.size()) + 1) return reply;
+            acknowledge(number);
+            reply.complete = data.size() < static_cast<std::size_t>(block_size);
+            Bytes& part = reply.complete ? reply.trailer : reply.payload;
+            part.insert(part.end(), data.begin(), data.end());
+            reply.blocks.push_back(data);
+        }
+        while (!reply.payload.empty() && reply.payload.back() == 0)
+            reply.payload.pop_back();
+        return reply;
+    }
+    Reply fetch(const std::string& name, std::optional<int> block_size = 1450) {
+        return fetch(read_request(name, block_size), block_size.value_or(512));
+    }
+    int value(const std::string& name) {
+        const Reply reply = fetch(name);
+        return reply.trailer.size() == 2 ? reply.trailer[0] << 8 | reply.trailer[1] : -1;
+    }
+    int read(int number) { return value("getreg?page=3;reg=" + std::to_string(number) + ";"); }
+    int write(int number, int to) {
+        return value("setreg?page=3;reg=" + std::to_string(number) + ";val=" + std::to_string(to) + ";");
+    }
+
+private:
+    UdpSocket socket_{"0.0.0.0", 0};
+    Endpoint peer_;
+};
 
 /// Loopback addresses that no other test process uses: one for each number, 1 to 254.
 inline std::string own_address(std::size_t number) {

@@ -5,14 +5,9 @@
 namespace plendix::camera::test {
 namespace {
 
-using testing::StartsWith;
-using testing::ThrowsMessage;
-using Registers = CameraBench;
-using Transfers = CameraBench;
-using Requests = CameraBench;
-using Pictures = CameraBench;
+using Camera = CameraBench;
 
-TEST_F(Registers, AnswerWritesWithTheValueTheyThenHold) {
+TEST_F(Camera, AnswersWritesWithTheValueTheyThenHold) {
     start();
     const struct {
         int number, start, written, held;
@@ -25,25 +20,9 @@ TEST_F(Registers, AnswerWritesWithTheValueTheyThenHold) {
         EXPECT_EQ(client.read(c.number), c.held);
         EXPECT_EQ(fleet->get_register(0, c.number), c.held);
     }
-    fleet->set_register(0, 122, 107);
-    EXPECT_EQ(client.read(122), 107);
 }
 
-TEST_F(Registers, Number25TellsTheTriggerAndTheRelayApart) {
-    start();
-    EXPECT_EQ(fleet->relay(0), -1);
-    for (const int level : {1, 0}) {
-        fleet->set_trigger(0, level == 1);
-        EXPECT_EQ(client.write(25, 48), 48);
-        EXPECT_EQ(client.read(25), level);
-        EXPECT_EQ(client.write(25, 16 << level), 16 << level);
-        EXPECT_EQ(client.read(25), 16 << level);
-        EXPECT_EQ(client.write(25, 48), 48);
-        EXPECT_EQ(fleet->relay(0), level) << "and a poll must not touch the relay";
-    }
-}
-
-TEST_F(Transfers, ArriveWholeWithEveryBlockSizeAndAreCounted) {
+TEST_F(Camera, TransfersWithEveryBlockSizeAndCounts) {
     start();
     std::uint64_t blocks = 1, acknowledgements = 1;  // of the register read at the end
     const std::optional<int> sizes[] = {1450, 512, 94, 65464, std::nullopt};
@@ -52,9 +31,6 @@ TEST_F(Transfers, ArriveWholeWithEveryBlockSizeAndAreCounted) {
         ASSERT_TRUE(reply.complete);
         EXPECT_EQ(reply.granted, size);
         EXPECT_EQ(reply.trailer.size(), 90U);
-        ASSERT_GT(reply.payload.size(), 5000U);
-        const Bytes file = fleet->originals(0).back();
-        EXPECT_TRUE(std::equal(reply.payload.rbegin(), reply.payload.rend() - 2, file.rbegin()));
         blocks += reply.blocks.size();
         acknowledgements += reply.blocks.size() + (size ? 1 : 0);
     }
@@ -68,7 +44,7 @@ TEST_F(Transfers, ArriveWholeWithEveryBlockSizeAndAreCounted) {
     EXPECT_EQ(counters.register_reads, 1U);
 }
 
-TEST_F(Transfers, AreInStepWithAcknowledgements) {
+TEST_F(Camera, KeepsInStepWithAcknowledgements) {
     TftpClient other(own_address(1));
     Bytes data;
     const auto expect_blocks = [&](int first, int last) {
@@ -104,7 +80,7 @@ TEST_F(Transfers, AreInStepWithAcknowledgements) {
     expect_blocks(7, 6);
 }
 
-TEST_F(Requests, ThatCannotBeServedAreAnsweredWithAnError) {
+TEST_F(Camera, AnswersWhatCannotBeServedWithAnError) {
     start();
     constexpr int not_found = 1, access = 2, illegal = 4, option = 8;
     std::vector<std::pair<Bytes, int>> cases{{{0}, illegal},
@@ -133,20 +109,23 @@ TEST(Fleets, HoldCamerasApartAndTellWhatCannotBeBound) {
     Fleet fleet({Config{own_address(1)}, odd}, [&lines](const std::string& line) { lines.push_back(line); });
     fleet.start();
     TftpClient first(own_address(1)), second(own_address(2));
-    for (const int value : {32, 32, 48})
-        EXPECT_EQ(first.write(25, value), value);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(first.write(25, 32), 32);
     EXPECT_EQ(second.write(79, 5), 5);
     EXPECT_EQ(first.read(79), 0);
     EXPECT_EQ(second.read(2), 11);
-    EXPECT_EQ(fleet.relay(1), -1);
-    EXPECT_THROW(Fleet({Config{"localhost"}}), Failure);
+    EXPECT_EQ(std::make_pair(fleet.relay(0), fleet.relay(1)), std::make_pair(1, -1));
+    fleet.set_trigger(0, true);
+    EXPECT_EQ(first.read(25), 32) << "the relay, until a poll asks for the trigger";
+    EXPECT_EQ(first.write(25, 48), 48);
+    EXPECT_EQ(first.read(25), 1);
     EXPECT_THAT([&] { Fleet again({odd}); },
-                ThrowsMessage<Failure>(StartsWith(odd.address + " port 69: in use")));
+                testing::ThrowsMessage<Failure>(testing::StartsWith(odd.address + " port 69: in use")));
     fleet.stop();
     EXPECT_EQ(lines, (std::vector{own_address(1) + " relay high", own_address(2) + " register 79 = 5"}));
 }
 
-TEST_F(Pictures, ComeWithATrailerThatDescribesThem) {
+TEST_F(Camera, DescribesItsPicturesInTheTrailer) {
     Config config;
     config.mac = {2, 0, 0, 0, 0, 9};
     start(config);
@@ -170,29 +149,19 @@ TEST_F(Pictures, ComeWithATrailerThatDescribesThem) {
     }
 }
 
-TEST_F(Pictures, BeginWithAKeyFrameWheneverTheStreamIsAnother) {
+TEST_F(Camera, BeginsWithAKeyFrameWheneverTheStreamIsAnother) {
     start();
     TftpClient other(own_address(1));
-    const std::string whole = "h264?qp=31;ssn=2;x1=640;", half = whole + "res=half;";
-    const struct {
-        TftpClient& from;
-        std::string name;
-        bool key;
-    } cases[] = {{client, "h264?qp=30;ssn=1;iframe=0;", true},
-                 {client, "h264?qp=30;ssn=1;iframe=0;", false},
-                 {client, "h264?qp=30;ssn=2;iframe=0;", true},
-                 {client, "h264?qp=31;ssn=2;iframe=0;", true},
-                 {client, "h264?qp=31;ssn=2;iframe=0;", false},
-                 {client, whole, true},
-                 {client, half, true},
-                 {other, half, true},
-                 {other, half + "iframe=1;", true},
-                 {other, half + "iframe=0;", false}};
-    for (const auto& c : cases) {
-        const Reply reply = c.from.fetch(c.name);
-        ASSERT_TRUE(reply.complete) << c.name;
-        EXPECT_EQ(reply.trailer.at(92) != 0, c.key) << c.name;
-    }
+    const auto keys = [](TftpClient& from, const std::vector<std::string>& names) {
+        std::string seen;
+        for (const std::string& name : names)
+            seen += from.fetch(name).trailer.at(92) != 0 ? 'K' : '-';
+        return seen;
+    };
+    const std::string first = "h264?qp=30;ssn=1;iframe=0;", other_number = "h264?qp=30;ssn=2;iframe=0;";
+    const std::string other_qp = "h264?qp=31;ssn=2;", part = other_qp + "x1=640;", half = part + "res=half;";
+    EXPECT_EQ(keys(client, {first, first, other_number, other_qp, other_qp, part, half}), "K-KK-KK");
+    EXPECT_EQ(keys(other, {half, half + "iframe=1;", half + "iframe=0;"}), "KK-");
 }
 
 }  // namespace

@@ -7,10 +7,12 @@ extern "C" {
 
 #include <stdexcept>
 
+#include "camera/packet.h"
 #include "host/ffmpeg.h"
-#include "tftp_client.h"
 
 namespace plendix::camera::test {
+
+using Bytes = camera::Bytes;
 
 struct Decoded {
     int width = 0, height = 0;

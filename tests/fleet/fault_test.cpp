@@ -62,53 +62,44 @@ protected:
 
 TEST_F(Faults, HaveTheirOutcome) {
     const struct {
-        FaultKind kind;
-        bool late;  // comes when the option acknowledgement is on its way
+        const char* faults;
+        bool late;  // come when the option acknowledgement is on its way
         Outcome outcome;
-        std::chrono::milliseconds time = 0ms;
-    } cases[] = {{FaultKind::loss, false, Outcome::timed_out},
-                 {FaultKind::loss, true, Outcome::dropped},
-                 {FaultKind::ack_loss, true, Outcome::timed_out},
-                 {FaultKind::duplicate, true, Outcome::delivered},
-                 {FaultKind::delay, true, Outcome::delivered, 50ms},
-                 {FaultKind::corrupt, true, Outcome::delivered},
-                 {FaultKind::truncate, true, Outcome::vanished},
-                 {FaultKind::garbage, true, Outcome::delivered},
-                 {FaultKind::foreign, true, Outcome::delivered},
-                 {FaultKind::wrong_block, true, Outcome::dropped},
-                 {FaultKind::no_oack, false, Outcome::timed_out},
-                 {FaultKind::oack_512, false, Outcome::timed_out},
-                 {FaultKind::error, false, Outcome::timed_out},
-                 {FaultKind::silent, false, Outcome::timed_out, 300ms},
-                 {FaultKind::reboot, false, Outcome::timed_out, 300ms},
-                 {FaultKind::mac_change, false, Outcome::delivered}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(fault_name(c.kind)) + (c.late ? " late" : " early"));
-        connect(sensor(640, 480));
-        ASSERT_TRUE(frames(2));
-        fleet->set_register(0, 300, 7);
-        const Bytes mac_before = mac();
-        changed = false;
-        if (c.late) await_options();
-        fleet->inject(0, {c.kind, true, 0, c.time});
-        const bool timed_out = c.outcome == Outcome::timed_out, dropped = c.outcome == Outcome::dropped;
-        if (timed_out) {
-            ASSERT_TRUE(
-                until([&] { return fleet->counters(0).frames_lost > 0 && device->m_dwSendTime != 0; }));
-            EXPECT_EQ(asked("reg=122;"), 1U);
-            EXPECT_EQ(told(own_address(1) + " timeout"), 0U) << "before its time";
-            let_it_stall();
+    } cases[] = {{"loss,no-oack,oack-512,error,silent=300ms,reboot=300ms", false, Outcome::timed_out},
+                 {"ack-loss", true, Outcome::timed_out},
+                 {"duplicate,delay=50ms,corrupt,garbage,foreign", true, Outcome::delivered},
+                 {"mac-change", false, Outcome::delivered},
+                 {"loss,wrong-block", true, Outcome::dropped},
+                 {"truncate", true, Outcome::vanished}};
+    for (const auto& c : cases)
+        for (Fault fault : parse_faults(c.faults)) {
+            SCOPED_TRACE(std::string(fault_name(fault.kind)) + (c.late ? " late" : " early"));
+            fault.once = true;
+            connect(sensor(640, 480));
+            ASSERT_TRUE(frames(2));
+            fleet->set_register(0, 300, 7);
+            const Bytes mac_before = mac();
+            changed = false;
+            if (c.late) await_options();
+            fleet->inject(0, fault);
+            const bool timed_out = c.outcome == Outcome::timed_out, dropped = c.outcome == Outcome::dropped;
+            if (timed_out) {
+                ASSERT_TRUE(
+                    until([&] { return fleet->counters(0).frames_lost > 0 && device->m_dwSendTime != 0; }));
+                EXPECT_EQ(asked("reg=122;"), 1U);
+                EXPECT_EQ(told(own_address(1) + " timeout"), 0U) << "before its time";
+                let_it_stall();
+            }
+            ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 5; }));
+            EXPECT_EQ(told(own_address(1) + " timeout") > 0, timed_out);
+            EXPECT_EQ(asked("reg=122;") > 1, timed_out) << "identification";
+            EXPECT_EQ(told("did not receive block"), dropped ? 1U : 0U);
+            EXPECT_EQ(asked("iframe=1;"), timed_out || dropped ? 2U : 1U);
+            EXPECT_EQ(fleet->counters(0).faults.at(static_cast<std::size_t>(fault.kind)), 1U);
+            EXPECT_EQ(lost(), c.outcome == Outcome::delivered ? 0U : 1U);
+            EXPECT_EQ(changed && mac() != mac_before, fault.kind == FaultKind::mac_change);
+            EXPECT_EQ(fleet->get_register(0, 300), fault.kind == FaultKind::reboot ? 0 : 7);
         }
-        ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 5; }));
-        EXPECT_EQ(told(own_address(1) + " timeout") > 0, timed_out);
-        EXPECT_EQ(asked("reg=122;") > 1, timed_out) << "identification";
-        EXPECT_EQ(told("did not receive block"), dropped ? 1U : 0U);
-        EXPECT_EQ(asked("iframe=1;"), timed_out || dropped ? 2U : 1U);
-        EXPECT_EQ(fleet->counters(0).faults.at(static_cast<std::size_t>(c.kind)), 1U);
-        EXPECT_EQ(lost(), c.outcome == Outcome::delivered ? 0U : 1U);
-        EXPECT_EQ(changed && mac() != mac_before, c.kind == FaultKind::mac_change);
-        EXPECT_EQ(fleet->get_register(0, 300), c.kind == FaultKind::reboot ? 0 : 7);
-    }
 }
 
 TEST_F(Faults, OfOrderHurtOnlyInFrontOfTheTrailer) {
@@ -142,9 +133,7 @@ TEST_F(Faults, OfAScenarioComeToTheirCamerasAtTheirTime) {
     std::istringstream text("0s 1 mac-change\n0s 2 silent 1m\n0s 3 error 100%\n100ms 3 error 0%\n");
     Behaviour behaviour;
     behaviour.scenario = parse_scenario(text, "text", 3);
-    Config camera;
-    camera.mac = {2, 0, 0, 0, 0, 9};
-    start(camera, 3, behaviour);
+    start({}, 3, behaviour);
     const auto faults = [&](std::size_t i, FaultKind kind) {
         return fleet->counters(i).faults.at(static_cast<std::size_t>(kind));
     };
@@ -152,9 +141,7 @@ TEST_F(Faults, OfAScenarioComeToTheirCamerasAtTheirTime) {
     while (third.read(122) == -1)  // refused for a while, then no more
         ASSERT_LT(faults(2, FaultKind::error), 100'000U);
     EXPECT_GT(faults(2, FaultKind::error), 0U);
-    EXPECT_EQ(faults(0, FaultKind::mac_change) + faults(1, FaultKind::silent), 2U);
-    const Bytes trailer = client.fetch("image?res=half;x1=64;y1=64;").trailer;
-    EXPECT_NE(Bytes(trailer.begin() + 9, trailer.begin() + 12), (Bytes{0, 0, 9}));
+    EXPECT_EQ(faults(0, FaultKind::mac_change), 1U);
     second.request(read_request("getreg?page=3;reg=122;", 1450));
     EXPECT_FALSE(second.waits(100));
 }

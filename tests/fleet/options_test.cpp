@@ -8,9 +8,7 @@
 namespace plendix::camera::test {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::StartsWith;
 using testing::ThrowsMessage;
 using namespace std::chrono_literals;
 using Pace = CameraBench;
@@ -20,17 +18,14 @@ TEST(Options, MakeCamerasOnConsecutiveAddresses) {
     options.address = "127.0.1.250";
     options.count = 10;
     options.models = {100, 105, 103};
-    options.sensors = {"640x480", "1600x1200"};
     options.mac = "02-00-00-00-00-FF";
     options.registers = {"2=11", "300=7"};
     const auto configs = make_configs(options);
-    ASSERT_EQ(configs.size(), 10U);
-    EXPECT_EQ(configs[6].address, "127.0.2.0");
+    EXPECT_EQ(configs.at(6).address, "127.0.2.0");
     EXPECT_EQ(configs[6].number, 7U);
     EXPECT_EQ(configs[4].model, 105);
-    EXPECT_EQ(configs[5].sensor_width, 1600U);
     EXPECT_EQ(configs[1].mac, (std::array<std::uint8_t, 6>{2, 0, 0, 0, 1, 0}));
-    EXPECT_EQ(configs[9].registers, (std::map<int, std::uint16_t>{{2, 11}, {300, 7}}));
+    EXPECT_EQ(configs.at(9).registers, (std::map<int, std::uint16_t>{{2, 11}, {300, 7}}));
 }
 
 TEST(Options, ThatCannotBeUsedAreNamed) {
@@ -48,7 +43,6 @@ TEST(Options, ThatCannotBeUsedAreNamed) {
         {"--burst 0: expected 1 to 256", [](auto& o) { o.burst = 0; }},
         {"--faults: loss '1': expected a rate", [](auto& o) { o.faults = "loss=1"; }},
         {"--faults: ", [](auto& o) { o.faults = "loss=1%,,loss"; }},
-        {"--faults: ", [](auto& o) { o.faults = "=1%"; }},
         {"scenario '/nowhere' cannot be read", [](auto& o) { o.scenario = "/nowhere"; }}};
     for (const auto& [expected, set] : cases) {
         CameraOptions options;
@@ -64,23 +58,17 @@ std::vector<ScenarioStep> parse(const std::string& text) {
 }
 
 TEST(Scenarios, AreReadLineByLine) {
-    const auto steps = parse(
-        "# morning\n\n 10s 7-9 loss 2%  # rush hour\n1.5s 1,3 silent 15s\n200ms * delay 1%/50ms\n1m 2 "
-        "reboot");
-    ASSERT_EQ(steps.size(), 9U + 2 + 3 + 1);
-    const auto expect = [&](std::size_t i, auto at, std::size_t camera, FaultKind kind, bool once,
-                            double rate, std::chrono::milliseconds time) {
-        EXPECT_EQ(steps[i].at, at);
-        EXPECT_EQ(steps[i].camera, camera);
-        EXPECT_EQ(steps[i].fault.kind, kind);
-        EXPECT_EQ(steps[i].fault.once, once);
-        EXPECT_DOUBLE_EQ(once ? rate : steps[i].fault.rate, rate);
-        EXPECT_EQ(steps[i].fault.time, time);
-    };
-    expect(8, 200ms, 8, FaultKind::delay, false, 0.01, 50ms);
-    expect(10, 1500ms, 2, FaultKind::silent, true, 0, 15s);
-    expect(11, 10s, 6, FaultKind::loss, false, 0.02, 0ms);
-    expect(14, 60s, 1, FaultKind::reboot, true, 0, 2s);
+    std::ostringstream told;
+    for (const ScenarioStep& step : parse("# morning\n\n 10s 7-8 loss 2%  # rush hour\n"
+                                          "1.5s 1,3 silent 15s\n200ms * delay 1%/50ms\n1m 2 reboot"))
+        told << step.at.count() << " ms " << step.camera << ' ' << fault_name(step.fault.kind) << ' '
+             << (step.fault.once ? 0 : step.fault.rate) << ' ' << step.fault.time.count() << '\n';
+    std::string expected;
+    for (const char camera : std::string("012345678"))
+        expected += std::string("200 ms ") + camera + " delay 0.01 50\n";
+    EXPECT_EQ(told.str(), expected +
+                              "1500 ms 0 silent 0 15000\n1500 ms 2 silent 0 15000\n"
+                              "10000 ms 6 loss 0.02 0\n10000 ms 7 loss 0.02 0\n60000 ms 1 reboot 0 2000\n");
 }
 
 TEST(Scenarios, ThatAreWrongNameLineAndRemedy) {
@@ -88,7 +76,6 @@ TEST(Scenarios, ThatAreWrongNameLineAndRemedy) {
         {"10s 7", "expected TIME CAMERAS FAULT [VALUE]"},
         {"10s 7 loss 1% 2%", "expected TIME CAMERAS FAULT [VALUE]"},
         {"10 7 loss 1%", "time '10': expected a number with ms, s or m"},
-        {"25h 7 loss 1%", "time '25h'"},
         {"-1s 7 loss 1%", "time '-1s'"},
         {"1s 0 loss 1%", "cameras '0'"},
         {"1s 9-7 loss 1%", "cameras '9-7': expected a number, a range"},
@@ -100,7 +87,8 @@ TEST(Scenarios, ThatAreWrongNameLineAndRemedy) {
         {"1s 7 delay 5%/", "delay '5%/'"}};
     for (const auto& [line, expected] : cases)
         EXPECT_THAT([line = line] { parse("1s * reboot\n" + std::string(line) + "\n"); },
-                    ThrowsMessage<UsageError>(AllOf(StartsWith("street.txt:2: "), HasSubstr(expected))));
+                    ThrowsMessage<UsageError>(
+                        testing::AllOf(testing::StartsWith("street.txt:2: "), HasSubstr(expected))));
 }
 
 TEST_F(Pace, FollowsRateFramesPerSecondAndTriggerPeriod) {
