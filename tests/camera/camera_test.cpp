@@ -30,7 +30,6 @@ TEST_F(Camera, TransfersWithEveryBlockSizeAndCounts) {
         const Reply reply = client.fetch("image?res=half;quality=8;", size);
         ASSERT_TRUE(reply.complete);
         EXPECT_EQ(reply.granted, size);
-        EXPECT_EQ(reply.trailer.size(), 90U);
         blocks += reply.blocks.size();
         acknowledgements += reply.blocks.size() + (size ? 1 : 0);
     }
@@ -134,7 +133,6 @@ TEST_F(Camera, DescribesItsPicturesInTheTrailer) {
         int flags;
         std::array<int, 4> area;
     } cases[] = {{"image?res=full;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;", 4, {0, 0, 1600, 1184}},
-                 {"image?res=half;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;", 0, {0, 0, 1600, 1184}},
                  {"image?res=full;x0=320;y0=16;x1=9999;y1=9999;quality=8;", 4, {320, 16, 1600, 1200}},
                  {"image?res=half;x0=1;y0=0;x1=100;y1=51;quality=8;", 0, {1, 0, 99, 50}}};
     for (const auto& c : cases) {

@@ -31,10 +31,9 @@ inline std::vector<Decoded> decode(const char* codec, const std::vector<Bytes>& 
     int result = avcodec_open2(context.get(), decoder, nullptr);
     std::vector<Decoded> decoded;
     for (std::size_t i = 0; i <= pictures.size() && result >= 0; ++i) {
-        const bool more = i < pictures.size();
-        if (more) av_new_packet(packet.get(), static_cast<int>(pictures[i].size()));
-        if (more) std::copy(pictures[i].begin(), pictures[i].end(), packet->data);
-        result = avcodec_send_packet(context.get(), more ? packet.get() : nullptr);
+        if (i < pictures.size()) av_new_packet(packet.get(), static_cast<int>(pictures[i].size()));
+        if (i < pictures.size()) std::copy(pictures[i].begin(), pictures[i].end(), packet->data);
+        result = avcodec_send_packet(context.get(), i < pictures.size() ? packet.get() : nullptr);
         av_packet_unref(packet.get());
         while (result >= 0 && (result = avcodec_receive_frame(context.get(), frame.get())) >= 0) {
             const auto format = static_cast<AVPixelFormat>(frame->format);

@@ -103,10 +103,9 @@ TEST_F(Faults, HaveTheirOutcome) {
 }
 
 TEST_F(Faults, OfOrderHurtOnlyInFrontOfTheTrailer) {
-    connect(sensor(640, 480));
-    device->m_Input.m_nStandard = 0;
-    device->m_Input.m_nWidth = 640;  // a width, so that the camera's model does not decide
-    device->m_Input.m_nHeight = 480;
+    Config camera = sensor(640, 480);
+    camera.model = 100;  // JPEG: pictures of many blocks
+    connect(camera);
     ASSERT_TRUE(frames(1));
     fleet->inject(0, {FaultKind::reorder, false, 1, 0ms});
     ASSERT_TRUE(until([&] { return told("did not receive block") >= 2; }));
@@ -137,13 +136,11 @@ TEST_F(Faults, OfAScenarioComeToTheirCamerasAtTheirTime) {
     const auto faults = [&](std::size_t i, FaultKind kind) {
         return fleet->counters(i).faults.at(static_cast<std::size_t>(kind));
     };
-    TftpClient second(own_address(2)), third(own_address(3));
+    TftpClient third(own_address(3));
     while (third.read(122) == -1)  // refused for a while, then no more
         ASSERT_LT(faults(2, FaultKind::error), 100'000U);
     EXPECT_GT(faults(2, FaultKind::error), 0U);
-    EXPECT_EQ(faults(0, FaultKind::mac_change), 1U);
-    second.request(read_request("getreg?page=3;reg=122;", 1450));
-    EXPECT_FALSE(second.waits(100));
+    EXPECT_EQ(faults(0, FaultKind::mac_change) + faults(1, FaultKind::silent), 2U);
 }
 
 TEST_F(Faults, AreRepeatedByTheSeedWhateverOtherCamerasDo) {

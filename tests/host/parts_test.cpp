@@ -1,8 +1,6 @@
 // Frames into files, the queue before them, documents built and read, values of the command line.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "camera/gallery.h"
 #include "host/arrival_queue.h"
 #include "host/camera_recorder.h"
@@ -24,7 +22,7 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
     CameraRecorder recorder(1);
     std::int64_t time = 1700000000000;
     /// Pictures of the generated scene, 40 ms apart, of which every 32nd is a key frame.
-    const auto feed = [&](bool h264, int width, std::size_t first, std::size_t end, std::size_t gap) {
+    const auto feed = [&](bool h264, int width, std::size_t first, std::size_t end) {
         camera::Gallery gallery(camera::generated_loop(), 100'000'000);
         camera::PictureRequest request;
         request.h264 = h264;
@@ -36,22 +34,21 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
             frame.data_type = h264 ? DataTypeH264 : DataTypeJpeg;
             frame.time_ms = time += 40;
             frame.key = picture->key();
-            frame.after_gap = i == gap;
+            frame.after_gap = !h264 || i == 40;  // every JPEG picture is a key frame
             frame.data = *picture->file();
             if (h264) frame.data.insert(frame.data.end(), {0, 0, 1, 9, 0x10});  // the next unit's delimiter
             recorder.frame(frame);
         }
     };
-    feed(false, 96, 0, 3, 2);  // every JPEG picture is a key frame
-    feed(false, 128, 0, 2, 9);
-    feed(true, 96, 30, 64, 40);  // two deltas, a key frame, seven deltas, a gap, more deltas
-    feed(true, 96, 0, 2, 9);     // again a key frame and a delta
+    feed(false, 96, 0, 3);
+    feed(false, 128, 0, 2);
+    feed(true, 96, 30, 64);  // two deltas, a key frame, seven deltas, a gap, more deltas
+    feed(true, 96, 0, 2);    // again a key frame and a delta
     Arrival cut;
     cut.data_type = DataTypeJpeg;
     cut.data = {0xFF, 0xD8, 0xFF};
     recorder.frame(cut);
     recorder.close();
-
     ASSERT_EQ(recorder.files(),
               (std::vector<std::filesystem::path>{"camera-1.mkv", "camera-1-2.mkv", "camera-1-3.mkv"}));
     EXPECT_EQ(recorder.totals().unstarted, 2U + 24);
@@ -71,6 +68,16 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
         EXPECT_EQ(packet->pts, at);
         EXPECT_EQ((packet->flags & AV_PKT_FLAG_KEY) != 0, at == 0 || at == 1280);
     }
+}
+
+TEST(CameraRecorder, CountsWhatWentWrong) {
+    CameraRecorder recorder(3);
+    for (const bool connected : {true, false, true, false, true})
+        recorder.count({0, 3, EventKind::connection, {{"connected", connected}}});
+    recorder.count({0, 3, EventKind::log, {{"timeout", true}, {"lost_block", 3}}});
+    EXPECT_EQ(recorder.totals().reconnections(), 2U);
+    EXPECT_EQ(recorder.totals().timeouts, 1U);
+    EXPECT_EQ(recorder.totals().lost_blocks, 1U);
 }
 
 TEST(ArrivalQueue, RefusesFramesBeforeDocumentsAndMarksTheGap) {
@@ -108,10 +115,7 @@ TEST(Documents, AreBuiltWithEndAndForAllCameras) {
     const std::string output =
         R"(<Output Number="0" Time="1700000000" Milliseconds="123" Action="3" Alarm="0" />)";
     EXPECT_EQ(relay_document(1, 3, false, 1700000000123), device_1("<Trigger>" + output + "</Trigger>"));
-    for (const char* number : {"1", "255"})
-        EXPECT_NE(
-            remove_all_document().find("<Device Number=\"" + std::string(number) + "\" ipAddress=\"\" />"),
-            std::string::npos);
+    EXPECT_NE(remove_all_document().find(R"(<Device Number="255" ipAddress="" />)"), std::string::npos);
 }
 
 TEST(Documents, AreReadAsEvents) {
@@ -141,7 +145,6 @@ TEST(Documents, AreReadAsEvents) {
         {R"(<?xml ?><Velm Delta="0"><Devices ID="2162688" /></Velm>)",
          R"("camera":1,"kind":"config","values":{"removed":true}})"},
         {"<Velm><Devices", R"("kind":"unknown","values":{"text":"<Velm><Devices"}})"},
-        {"", R"("kind":"unknown","values":{"text":""}})"},
     };
     DocumentReader reader;
     for (const auto& item : cases) {

@@ -73,11 +73,12 @@ TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
     for (std::size_t i = 0; i < 2; ++i) {
         const DecodeResult result = check_file("out/camera-" + std::to_string(i + 1) + ".mkv");
         EXPECT_TRUE(result.clean()) << result.first_fault;
+        const std::string count = std::to_string(result.packets);
+        EXPECT_THAT(table, testing::ContainsRegex("0  +" + count + "  .* " + count + "\n"));
         const std::uint64_t sent = fleet->counters(i).frames;
         EXPECT_TRUE(result.packets == sent || result.packets + 1 == sent) << result.packets << ' ' << sent;
     }
-    for (const char* still : {"out/camera-1.jpg", "out/camera-2.png"})
-        EXPECT_TRUE(fs::exists(still));
+    EXPECT_TRUE(fs::exists("out/camera-1.jpg") && fs::exists("out/camera-2.png"));
     const std::string events = text("out/events.jsonl");
     for (const char* event : {R"("camera":0,"kind":"version","values":{"name":"Plendix","version":"9.2.3.)",
                               R"("camera":1,"kind":"config","values":{"name":"Gate & yard",)",
