@@ -5,9 +5,7 @@
 namespace plendix::camera::test {
 namespace {
 
-using Camera = CameraBench;
-
-TEST_F(Camera, AnswersWritesWithTheValueTheyThenHold) {
+TEST_F(CameraBench, AnswersWritesWithTheValueTheyThenHold) {
     start();
     const struct {
         int number, start, written, held;
@@ -22,7 +20,7 @@ TEST_F(Camera, AnswersWritesWithTheValueTheyThenHold) {
     }
 }
 
-TEST_F(Camera, TransfersWithEveryBlockSizeAndCounts) {
+TEST_F(CameraBench, TransfersWithEveryBlockSizeAndCounts) {
     start();
     std::uint64_t blocks = 1, acknowledgements = 1;  // of the register read at the end
     const std::optional<int> sizes[] = {1450, 512, 94, 65464, std::nullopt};
@@ -43,7 +41,7 @@ TEST_F(Camera, TransfersWithEveryBlockSizeAndCounts) {
     EXPECT_EQ(counters.register_reads, 1U);
 }
 
-TEST_F(Camera, KeepsInStepWithAcknowledgements) {
+TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
     TftpClient other(own_address(1));
     Bytes data;
     const auto expect_blocks = [&](int first, int last) {
@@ -79,7 +77,7 @@ TEST_F(Camera, KeepsInStepWithAcknowledgements) {
     expect_blocks(7, 6);
 }
 
-TEST_F(Camera, AnswersWhatCannotBeServedWithAnError) {
+TEST_F(CameraBench, AnswersWhatCannotBeServedWithAnError) {
     start();
     constexpr int not_found = 1, access = 2, illegal = 4, option = 8;
     std::vector<std::pair<Bytes, int>> cases{{{0}, illegal},
@@ -124,7 +122,7 @@ TEST(Fleets, HoldCamerasApartAndTellWhatCannotBeBound) {
     EXPECT_EQ(lines, (std::vector{own_address(1) + " relay high", own_address(2) + " register 79 = 5"}));
 }
 
-TEST_F(Camera, DescribesItsPicturesInTheTrailer) {
+TEST_F(CameraBench, DescribesItsPicturesInTheTrailer) {
     Config config;
     config.mac = {2, 0, 0, 0, 0, 9};
     start(config);
@@ -147,7 +145,7 @@ TEST_F(Camera, DescribesItsPicturesInTheTrailer) {
     }
 }
 
-TEST_F(Camera, BeginsWithAKeyFrameWheneverTheStreamIsAnother) {
+TEST_F(CameraBench, BeginsWithAKeyFrameWheneverTheStreamIsAnother) {
     start();
     TftpClient other(own_address(1));
     const auto keys = [](TftpClient& from, const std::vector<std::string>& names) {

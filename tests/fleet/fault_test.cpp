@@ -1,5 +1,4 @@
-// What the driver does about each kind of fault, that both sides count the same, when the faults of a
-// scenario come, and that a seed repeats them.
+// What the driver does about faults, that both sides count the same, when they come, what repeats them.
 #include <algorithm>
 #include <sstream>
 

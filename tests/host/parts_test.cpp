@@ -21,7 +21,7 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
     const TemporaryFolder folder;
     CameraRecorder recorder(1);
     std::int64_t time = 1700000000000;
-    /// Pictures of the generated scene, 40 ms apart, of which every 32nd is a key frame.
+    /// Pictures of the generated scene, 40 ms apart, every 32nd a key frame, the last of a narrow one cut.
     const auto feed = [&](bool h264, int width, std::size_t first, std::size_t end) {
         camera::Gallery gallery(camera::generated_loop(), 100'000'000);
         camera::PictureRequest request;
@@ -37,6 +37,7 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
             frame.after_gap = !h264 || i == 40;  // every JPEG picture is a key frame
             frame.data = *picture->file();
             if (h264) frame.data.insert(frame.data.end(), {0, 0, 1, 9, 0x10});  // the next unit's delimiter
+            if (width == 96 && i + 1 == end) frame.data.resize(frame.data.size() / 2);
             recorder.frame(frame);
         }
     };
@@ -58,7 +59,7 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
     for (std::size_t i = 0; i < 3; ++i) {
         const DecodeResult result = check_file(recorder.files()[i]);
         EXPECT_EQ(result.packets, expected[i]);
-        EXPECT_TRUE(result.clean()) << result.first_fault;
+        EXPECT_EQ(result.clean(), i == 1) << result.first_fault;
         EXPECT_GT(std::filesystem::file_size(write_still(recorder.files()[i])), 100U);
     }
     MovieFile movie(recorder.files()[2]);
@@ -124,16 +125,16 @@ TEST(Documents, AreReadAsEvents) {
     } cases[] = {
         {R"(<?xml ?><Velm Delta="0"><Devices ID="2162688">)"
          R"(<Device Number="1" Enabled="1" ipAddress="10.0.0.1" Name="105" Serial="02-50" Firmware="61750">)"
-         R"(<Video><Input Number="0" Name="Camera 1"/></Video><Codec><Resolution/><Encoder>)"
-         R"(<Channel Width="64" Height="48" Standard="5" Framerate="9" Quality="4"/></Encoder></Codec></Device>)"
-         R"(<Device Number="2" ipAddress="10.0.0.2"><Video><Input Name="Camera 1 west"/></Video></Device></Devices></Velm>)",
+         R"(<Video><Input Number="0" Name="Camera 1"/></Video><Codec><Resolution/><Encoder><Channel )"
+         R"(Width="64" Height="48" Standard="5" Framerate="9" Quality="4"/></Encoder></Codec></Device>)"
+         R"(<Device Number="2"><Video><Input Name="Camera 1 west"/></Video></Device></Devices></Velm>)",
          R"("camera":1,"kind":"config","values":{"name":"Camera 1","address":"10.0.0.1","enabled":true,)"
          R"("model":105,"firmware":61750,"serial":"02-50","codec":"h264",)"
          R"("width":64,"height":48,"framerate":9,"quality":4}})"},
         {device_1(R"(<Video><Input Number="0" Motion="1" Time="1" Milliseconds="7" Context="0" /></Video>)"),
          R"({"time":"1970-01-01T00:00:01.007Z","camera":1,"kind":"motion","values":{"active":true}})"},
         {device_1(R"(<Codec><Encoder><Channel Number="0" Connected="0" Time="2" /></Encoder></Codec>)"),
-         R"({"time":"1970-01-01T00:00:02.000Z","camera":1,"kind":"connection","values":{"connected":false}})"},
+         R"("1970-01-01T00:00:02.000Z","camera":1,"kind":"connection","values":{"connected":false}})"},
         {device_1(R"(<Trigger><Input Number="0" Alarm="1" Time="3" Milliseconds="0" /></Trigger>)"),
          R"("camera":1,"kind":"trigger","values":{"active":true}})"},
         {"<?xml ?><log_msg level=\"50\">Camera 1 west - did not receive block 3 of 9</log_msg>",
