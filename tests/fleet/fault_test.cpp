@@ -1,5 +1,4 @@
 // What the driver does about faults, that both sides count the same, when they come, what repeats them.
-#include <algorithm>
 #include <sstream>
 
 #include "driver_bench.h"

@@ -88,6 +88,7 @@ TEST(ArrivalQueue, RefusesFramesBeforeDocumentsAndMarksTheGap) {
     frame.Kind = EventKindVideo;
     frame.SourceId = PluginId | 9U << 8U;
     frame.FrameSeconds = 1700000000;
+    frame.FrameMilliseconds = 7;
     frame.FrameType = FrameTypeKey;
     frame.Data = data.data();
     frame.DataLength = 100;
@@ -104,7 +105,7 @@ TEST(ArrivalQueue, RefusesFramesBeforeDocumentsAndMarksTheGap) {
     EXPECT_TRUE(queue.push(frame));
     const auto last = queue.pop(now);
     EXPECT_TRUE(last->after_gap && last->key);
-    EXPECT_EQ(last->time_ms, 1700000000000);
+    EXPECT_EQ(last->time_ms, 1700000000007);
 }
 
 static std::string device_1(const std::string& content) {
