@@ -1,77 +1,38 @@
-// Registers, transfers and refusals of the simulated camera, over real sockets.
-#include "camera/fleet.h"
-#include "tftp_client.h"
+// Registers, transfers, refusals and trailers of the simulated camera, over real sockets.
+#include "camera_bench.h"
 #include "usage.h"
 
 namespace plendix::camera::test {
 namespace {
 
-struct Running : Fleet {
-    explicit Running(const std::string& address) : Fleet({Config{address}}) { start(); }
-};
-
-TEST(Registers, AnswerWritesWithTheValueTheyThenHold) {
-    Running fleet("127.20.1.1");
-    TftpClient client("127.20.1.1");
-    struct Case {
+TEST_F(CameraBench, AnswersWritesWithTheValueTheyThenHold) {
+    start();
+    const struct {
         int number, start, written, held;
-    };
-    for (const Case& c : {Case{2, 99, 49, 49},
-                          {79, 0, 12308, 12308},
-                          {110, 0x404, 0x704, 0x704},
-                          {111, 16, 65535, 65535},
-                          {70, 0, 5, 0},
-                          {73, 1200, 99, 1200},
-                          {122, 105, 100, 105},
-                          {123, 61750, 1, 61750},
-                          {9999, 0, 7, 7}}) {
+    } cases[] = {{2, 99, 49, 49},    {111, 16, 65535, 65535}, {70, 0, 5, 0},  {73, 1200, 99, 1200},
+                 {122, 105, 5, 105}, {123, 61750, 1, 61750},  {9999, 0, 7, 7}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.number);
         EXPECT_EQ(client.read(c.number), c.start);
         EXPECT_EQ(client.write(c.number, c.written), c.held);
         EXPECT_EQ(client.read(c.number), c.held);
-        EXPECT_EQ(fleet.get_register(0, c.number), c.held);
-    }
-    fleet.set_register(0, 122, 107);
-    EXPECT_EQ(client.read(122), 107);
-}
-
-TEST(Registers, Number25TellsTheTriggerAndTheRelayApart) {
-    Running fleet("127.20.1.2");
-    TftpClient client("127.20.1.2");
-    EXPECT_EQ(fleet.relay(0), -1);
-    for (const int level : {1, 0}) {
-        fleet.set_trigger(0, level == 1);
-        EXPECT_EQ(client.write(25, 48), 48);
-        EXPECT_EQ(client.read(25), level);
-    }
-    for (const int value : {16, 32}) {
-        EXPECT_EQ(client.write(25, value), value);
-        EXPECT_EQ(client.read(25), value);
-        EXPECT_EQ(client.write(25, 48), 48);
-        EXPECT_EQ(fleet.relay(0), value / 16 - 1) << "and a poll must not touch the relay";
+        EXPECT_EQ(fleet->get_register(0, c.number), c.held);
     }
 }
 
-TEST(Transfers, ArriveWholeWithEveryBlockSizeAndAreCounted) {
-    Running fleet("127.20.1.3");
-    fleet.keep_originals(0);
-    TftpClient client("127.20.1.3");
+TEST_F(CameraBench, TransfersWithEveryBlockSizeAndCounts) {
+    start();
     std::uint64_t blocks = 1, acknowledgements = 1;  // of the register read at the end
-    const std::optional<int> sizes[] = {1450, 1024, 512, 94, 65464, std::nullopt};
+    const std::optional<int> sizes[] = {1450, 512, 94, 65464, std::nullopt};
     for (const auto size : sizes) {
-        SCOPED_TRACE(size.value_or(0));
         const Reply reply = client.fetch("image?res=half;quality=8;", size);
         ASSERT_TRUE(reply.complete);
         EXPECT_EQ(reply.granted, size);
-        EXPECT_EQ(reply.trailer.size(), 90U);
-        ASSERT_GT(reply.payload.size(), 5000U);
-        const Bytes file = fleet.originals(0).back();
-        EXPECT_TRUE(std::equal(reply.payload.rbegin(), reply.payload.rend() - 2, file.rbegin()));
         blocks += reply.blocks.size();
         acknowledgements += reply.blocks.size() + (size ? 1 : 0);
     }
     client.read(122);
-    const Counters counters = fleet.counters(0);
+    const Counters counters = fleet->counters(0);
     EXPECT_EQ(counters.requests, std::size(sizes) + 1);
     EXPECT_EQ(counters.frames, std::size(sizes));
     EXPECT_EQ(counters.key_frames, std::size(sizes));
@@ -80,97 +41,123 @@ TEST(Transfers, ArriveWholeWithEveryBlockSizeAndAreCounted) {
     EXPECT_EQ(counters.register_reads, 1U);
 }
 
-TEST(Transfers, AreInStepWithAcknowledgements) {
-    Running fleet("127.20.1.4");
-    TftpClient client("127.20.1.4"), other("127.20.1.4");
+TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
+    TftpClient other(own_address(1));
     Bytes data;
-    const auto block = [&] { return client.receive(data).second; };
+    const auto expect_blocks = [&](int first, int last) {
+        for (int number = first; number <= last; ++number)
+            EXPECT_EQ(client.receive(data), std::make_pair(3, number));
+        EXPECT_EQ(other.read(122), 105);  // served behind all that came before
+        EXPECT_FALSE(client.waits(0)) << "more than asked for";
+    };
+    start();
     client.request(read_request("image?quality=2;", std::nullopt, "OCTET"));
-    EXPECT_EQ(block(), 1);
+    expect_blocks(1, 1);
     client.acknowledge(1);
-    EXPECT_EQ(block(), 2);
+    expect_blocks(2, 2);
     for (const int number : {1, 7, 2})  // repeated, not sent yet, awaited
         client.acknowledge(number);
-    EXPECT_EQ(block(), 3);
-    EXPECT_EQ(other.read(122), 105);  // served behind all that came before
-    EXPECT_FALSE(client.waits(0)) << "a stray acknowledgement was answered";
-
+    expect_blocks(3, 3);
     client.request(read_request("getreg?page=3;reg=122;", std::nullopt));
-    EXPECT_EQ(block(), 1) << "a new request must replace the picture";
+    expect_blocks(1, 1);  // instead of the picture
     client.acknowledge(1);
     client.acknowledge(2);
-    EXPECT_EQ(other.read(122), 105);
-    EXPECT_FALSE(client.waits(0)) << "a transfer went on behind its last block";
+    expect_blocks(2, 1);
+
+    Behaviour behaviour;
+    behaviour.burst = 4;
+    start({}, 1, behaviour);
+    client.request(read_request("image?quality=8;", 1450));
+    ASSERT_EQ(client.receive(data).first, 6);
+    client.acknowledge(0);
+    expect_blocks(1, 4);
+    client.acknowledge(2);  // takes 1 with it
+    expect_blocks(5, 6);
+    client.acknowledge(1);
+    expect_blocks(7, 6);
 }
 
-TEST(Requests, ThatCannotBeServedAreAnsweredWithAnError) {
-    Running fleet("127.20.1.5");
-    TftpClient client("127.20.1.5");
+TEST_F(CameraBench, AnswersWhatCannotBeServedWithAnError) {
+    start();
     constexpr int not_found = 1, access = 2, illegal = 4, option = 8;
-    const std::pair<Bytes, int> malformed[] = {{{0}, illegal},
-                                               {{0, 9, 0, 0}, illegal},
-                                               {{0, 1, 'i', '?', 0}, illegal},
-                                               {{0, 2, 'a', 0, 'o', 'c', 't', 'e', 't', 0}, access},
-                                               {read_request("image?", 1450, "mail"), illegal},
-                                               {read_request("image?", 7), option},
-                                               {read_request("image?", 65465), option},
-                                               {read_request("image?", 90), option},
-                                               {read_request("h264?", 93), option}};
-    for (const auto& [request, error] : malformed)
+    std::vector<std::pair<Bytes, int>> cases{{{0}, illegal},
+                                             {{0, 9, 0, 0}, illegal},
+                                             {{0, 1, 'i', '?', 0}, illegal},
+                                             {{0, 2, 'a', 0, 'o', 'c', 't', 'e', 't', 0}, access},
+                                             {read_request("image?", 1450, "mail"), illegal}};
+    for (const int size : {7, 90, 65465})
+        cases.emplace_back(read_request("image?", size), option);
+    cases.emplace_back(read_request("h264?", 93), option);
+    for (const char* name :
+         {"passwd", "image", "image?res=third;", "image?quality=27;", "image?x0=1600;x1=1700;",
+          "image?x0=-1;", "image?x0;", "h264?x0=0;x1=31;res=half;", "h264?qp=0;", "getreg?page=2;reg=1;",
+          "setreg?page=3;reg=1;val=65536;"})
+        cases.emplace_back(read_request(name, 1450), not_found);
+    for (const auto& [request, error] : cases)
         EXPECT_EQ(client.fetch(request, 1450).error, error) << std::string(request.begin(), request.end());
-    const char* names[] = {"passwd",
-                           "image",
-                           "image?res=third;",
-                           "image?quality=27;",
-                           "image?x0=1600;x1=1700;",
-                           "image?x0=-1;",
-                           "image?x0;",
-                           "h264?x0=0;x1=31;res=half;",
-                           "h264?qp=0;",
-                           "getreg?page=2;reg=1;",
-                           "setreg?page=3;reg=1;val=65536;"};
-    for (const char* name : names)
-        EXPECT_EQ(client.fetch(name).error, not_found) << name;
-    EXPECT_EQ(fleet.counters(0).errors, std::size(malformed) + std::size(names));
+    EXPECT_EQ(fleet->counters(0).errors, cases.size());
     EXPECT_EQ(client.value("getreg?page=3;colour=red;reg=122;"), 105) << "unknown keys are ignored";
-}
-
-TEST(Requests, AreNotAnsweredByASilentCamera) {
-    Running fleet("127.20.1.6");
-    TftpClient client("127.20.1.6");
-    fleet.set_silent(0, true);
-    client.request(read_request("getreg?page=3;reg=123;", 1450));
-    client.request({0, 9});
-    while (fleet.counters(0).requests < 2)
-        std::this_thread::yield();
-    fleet.set_silent(0, false);
-    EXPECT_EQ(client.read(122), 105) << "the first answer must be that to the last request";
-    EXPECT_EQ(fleet.requested(0),
-              (std::vector<std::string>{"getreg?page=3;reg=123;", "getreg?page=3;reg=122;"}));
 }
 
 TEST(Fleets, HoldCamerasApartAndTellWhatCannotBeBound) {
     std::vector<std::string> lines;
-    Config odd{"127.20.1.8"};
+    Config odd{own_address(2)};
     odd.registers[2] = 11;
-    Fleet fleet({Config{"127.20.1.7"}, odd}, [&lines](const std::string& line) { lines.push_back(line); });
+    Fleet fleet({Config{own_address(1)}, odd}, [&lines](const std::string& line) { lines.push_back(line); });
     fleet.start();
-    TftpClient first("127.20.1.7"), second("127.20.1.8");
-    for (const int value : {32, 32, 48})
-        EXPECT_EQ(first.write(25, value), value);
+    TftpClient first(own_address(1)), second(own_address(2));
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(first.write(25, 32), 32);
     EXPECT_EQ(second.write(79, 5), 5);
     EXPECT_EQ(first.read(79), 0);
     EXPECT_EQ(second.read(2), 11);
-    EXPECT_EQ(fleet.relay(1), -1);
-    EXPECT_THROW(Fleet({Config{"localhost"}}), Failure);
-    try {
-        Fleet again({Config{"127.20.1.8"}});
-        FAIL() << "bound twice";
-    } catch (const Failure& failure) {
-        EXPECT_EQ(std::string(failure.what()).rfind("127.20.1.8 port 69: in use", 0), 0U) << failure.what();
-    }
+    EXPECT_EQ(std::make_pair(fleet.relay(0), fleet.relay(1)), std::make_pair(1, -1));
+    fleet.set_trigger(0, true);
+    EXPECT_EQ(first.read(25), 32) << "the relay, until a poll asks for the trigger";
+    EXPECT_EQ(first.write(25, 48), 48);
+    EXPECT_EQ(first.read(25), 1);
+    EXPECT_THAT([&] { Fleet again({odd}); },
+                testing::ThrowsMessage<Failure>(testing::StartsWith(odd.address + " port 69: in use")));
     fleet.stop();
-    EXPECT_EQ(lines, (std::vector<std::string>{"127.20.1.7 relay high", "127.20.1.8 register 79 = 5"}));
+    EXPECT_EQ(lines, (std::vector{own_address(1) + " relay high", own_address(2) + " register 79 = 5"}));
+}
+
+TEST_F(CameraBench, DescribesItsPicturesInTheTrailer) {
+    Config config;
+    config.mac = {2, 0, 0, 0, 0, 9};
+    start(config);
+    const struct {
+        const char* name;
+        int flags;
+        std::array<int, 4> area;
+    } cases[] = {{"image?res=full;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;", 4, {0, 0, 1600, 1184}},
+                 {"image?res=full;x0=320;y0=16;x1=9999;y1=9999;quality=8;", 4, {320, 16, 1600, 1200}},
+                 {"image?res=half;x0=1;y0=0;x1=100;y1=51;quality=8;", 0, {1, 0, 99, 50}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Bytes trailer = client.fetch(c.name).trailer;
+        ASSERT_EQ(trailer.size(), 90U);
+        EXPECT_EQ(Bytes(trailer.begin() + 6, trailer.begin() + 12), (Bytes{2, 0, 0, 0, 0, 9}));
+        EXPECT_EQ(trailer[80], c.flags);
+        EXPECT_EQ(trailer[81], 8);
+        for (std::size_t i = 0; i < 4; ++i)
+            EXPECT_EQ(trailer[82 + 2 * i] << 8 | trailer[83 + 2 * i], c.area.at(i));
+    }
+}
+
+TEST_F(CameraBench, BeginsWithAKeyFrameWheneverTheStreamIsAnother) {
+    start();
+    TftpClient other(own_address(1));
+    const auto keys = [](TftpClient& from, const std::vector<std::string>& names) {
+        std::string seen;
+        for (const std::string& name : names)
+            seen += from.fetch(name).trailer.at(92) != 0 ? 'K' : '-';
+        return seen;
+    };
+    const std::string first = "h264?qp=30;ssn=1;iframe=0;", other_number = "h264?qp=30;ssn=2;iframe=0;";
+    const std::string other_qp = "h264?qp=31;ssn=2;", part = other_qp + "x1=640;", half = part + "res=half;";
+    EXPECT_EQ(keys(client, {first, first, other_number, other_qp, other_qp, part, half}), "K-KK-KK");
+    EXPECT_EQ(keys(other, {half, half + "iframe=1;", half + "iframe=0;"}), "KK-");
 }
 
 }  // namespace

@@ -1,30 +1,21 @@
 // One connection of the driver to a simulated camera, driven by the test instead of the worker.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <poll.h>
-
-#include "camera/fleet.h"
+#include "camera/camera_bench.h"
 #include "device/device.h"
 #include "platform/clock.h"
 #include "support/host.h"
-#include "tftp_client.h"
 
 namespace plendix::camera::test {
 
-/// Loopback addresses that no other test process uses: one for each number, 1 to 254.
-inline std::string own_address(std::size_t number) {
-    const int process = getpid();
-    return "127." + std::to_string(128 + (process >> 8 & 63)) + "." + std::to_string(process & 255) + "." +
-           std::to_string(number);
-}
-
-class DriverBench : public testing::Test {
+class DriverBench : public CameraBench {
 protected:
-    void connect(const std::string& address) {
+    /// A camera like this one, and the driver's device for it.
+    void connect(const Config& camera, std::size_t count = 1) {
+        start(camera, count);
         device = std::make_unique<CDevice>(7);
         device->m_bEnabled = true;
-        device->m_sAddress = address;
+        device->m_sAddress = own_address(1);
         host.clear();
     }
     /// One pass of the worker, as fast as the camera answers, and without what only the time brings:
@@ -50,17 +41,6 @@ protected:
     bool frames(std::size_t count) {
         return until([&] { return host.frames().size() >= count; });
     }
-    /// Puts the clock of the outstanding transfer over the driver's limit.
-    void let_it_stall() { device->m_dwSendTime = (timeGetTime() - 10'001) | 1; }
-    /// Passes until then, and lets transfers stall that get no answer for a while.
-    template <typename Condition>
-    bool despite_stalls(Condition condition) {
-        return until([&] {
-            const bool waits = device->m_Socket != -1 && device->m_dwSendTime != 0;
-            if (waits && timeGetTime() - device->m_dwSendTime > 400) let_it_stall(), ++stalls;
-            return condition();
-        });
-    }
     std::vector<Bytes> delivered() const {
         std::vector<Bytes> pictures;
         for (const auto& frame : host.frames())
@@ -71,7 +51,6 @@ protected:
     RecordingHost host;
     std::unique_ptr<CDevice> device;
     bool changed = false;  // what the host sees
-    std::size_t stalls = 0;
 };
 
 }  // namespace plendix::camera::test

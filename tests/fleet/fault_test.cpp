@@ -1,5 +1,5 @@
-// What the driver does about each kind of fault, and that both sides count the same.
-#include <algorithm>
+// What the driver does about faults, that both sides count the same, when they come, what repeats them.
+#include <sstream>
 
 #include "driver_bench.h"
 
@@ -15,136 +15,150 @@ enum class Outcome {
     timed_out   // the stalled transfer is given up and the camera identified again
 };
 
-struct Case {
-    FaultKind kind;
-    bool late;  // comes when the option acknowledgement is on its way
-    Outcome outcome;
-    std::chrono::milliseconds time = 0ms;
-};
-
-void PrintTo(const Case& c, std::ostream* out) {
-    *out << fault_name(c.kind);
+std::size_t count(const std::vector<std::string>& lines, const std::string& part) {
+    const auto has_part = [&](const std::string& line) { return line.find(part) != std::string::npos; };
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), has_part));
 }
 
-class Faults : public DriverBench, public testing::WithParamInterface<Case> {
+class Faults : public DriverBench {
 protected:
-    Faults() {
-        Config config{own_address(1)};
-        config.sensor_width = 640;
-        config.sensor_height = 480;
-        fleet = std::make_unique<Fleet>(std::vector{config});
-        fleet->start();
-        connect(config.address);
+    /// Until the option acknowledgement of a request is on its way.
+    void await_options() {
+        device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
+        fd_set sets[3] = {};
+        while (device->m_dwSendTime == 0)
+            device->Set(sets[0], sets[1], sets[2]);
+        pollfd answer{device->m_Socket, POLLIN, 0};
+        ASSERT_EQ(poll(&answer, 1, 10'000), 1);
     }
-    /// Lets the fault happen to the next picture.
-    void inject(const Case& c) {
-        if (c.late) {
-            device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
-            fd_set sets[3] = {};
-            while (device->m_dwSendTime == 0)
-                device->Set(sets[0], sets[1], sets[2]);
-            pollfd answer{device->m_Socket, POLLIN, 0};
-            ASSERT_EQ(poll(&answer, 1, 10'000), 1);
-        }
-        fleet->inject(0, {c.kind, true, 0, c.time});
-    }
-    bool stalled() {
-        return until([&] { return fleet->counters(0).frames_lost > 0 && device->m_dwSendTime != 0; });
+    /// Puts the clock of the outstanding transfer over the driver's limit.
+    void let_it_stall() { device->m_dwSendTime = (timeGetTime() - 10'001) | 1; }
+    /// Passes until then, and lets transfers stall that get no answer for a while.
+    template <typename Condition>
+    bool despite_stalls(Condition condition) {
+        return until([&] {
+            const bool waits = device->m_Socket != -1 && device->m_dwSendTime != 0;
+            if (waits && timeGetTime() - device->m_dwSendTime > 400) {
+                let_it_stall();
+                ++stalls;
+            }
+            return condition();
+        });
     }
     Bytes mac() const { return {std::begin(device->m_Input.m_MAC), std::end(device->m_Input.m_MAC)}; }
-    std::size_t asked(const std::string& part) const {
-        const auto names = fleet->requested(0);
-        return static_cast<std::size_t>(std::count_if(names.begin(), names.end(), [&](const auto& name) {
-            return name.find(part) != std::string::npos;
-        }));
-    }
-    std::size_t lines(const std::string& part) const {
-        const auto all = host.log_lines();
-        return static_cast<std::size_t>(std::count_if(
-            all.begin(), all.end(), [&](const auto& line) { return line.find(part) != std::string::npos; }));
+    std::size_t asked(const std::string& part) const { return count(fleet->requested(0), part); }
+    std::size_t told(const std::string& part) const { return count(host.log_lines(), part); }
+    /// Every picture asked for arrived or is known to be lost; so many are lost.
+    std::size_t lost() const {
+        const Counters counters = fleet->counters(0);
+        EXPECT_EQ(host.frames().size() + counters.frames_lost, counters.pictures);
+        return counters.frames_lost;
     }
 
-    std::unique_ptr<Fleet> fleet;
+    std::size_t stalls = 0;
 };
 
-TEST_P(Faults, HaveTheirOutcome) {
-    const Case& c = GetParam();
-    ASSERT_TRUE(frames(2));
-    fleet->set_register(0, 300, 7);
-    const auto mac_before = mac();
-    changed = false;
-    inject(c);
-    if (c.outcome == Outcome::timed_out) {
-        ASSERT_TRUE(stalled());
-        EXPECT_EQ(asked("reg=122;"), 1U);
-        EXPECT_EQ(lines(own_address(1) + " timeout"), 0U) << "before its time";
-        let_it_stall();
-    }
-    ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 5; }));
-    const bool timed_out = c.outcome == Outcome::timed_out, dropped = c.outcome == Outcome::dropped;
-    EXPECT_EQ(lines(own_address(1) + " timeout") > 0, timed_out);
-    EXPECT_EQ(asked("reg=122;") > 1, timed_out) << "identification";
-    EXPECT_EQ(lines("did not receive block"), dropped ? 1U : 0U);
-    EXPECT_EQ(asked("iframe=1;"), timed_out || dropped ? 2U : 1U);
-    const Counters counters = fleet->counters(0);
-    EXPECT_EQ(counters.faults.at(static_cast<std::size_t>(c.kind)), 1U);
-    EXPECT_EQ(counters.frames_lost, c.outcome == Outcome::delivered ? 0U : 1U);
-    EXPECT_EQ(host.frames().size() + counters.frames_lost, counters.pictures);
-    EXPECT_EQ(changed && mac() != mac_before, c.kind == FaultKind::mac_change);
-    EXPECT_EQ(fleet->get_register(0, 300), c.kind == FaultKind::reboot ? 0 : 7);
+TEST_F(Faults, HaveTheirOutcome) {
+    const struct {
+        const char* faults;
+        bool late;  // come when the option acknowledgement is on its way
+        Outcome outcome;
+    } cases[] = {{"loss,no-oack,oack-512,error,silent=300ms,reboot=300ms", false, Outcome::timed_out},
+                 {"ack-loss", true, Outcome::timed_out},
+                 {"duplicate,delay=50ms,corrupt,garbage,foreign", true, Outcome::delivered},
+                 {"mac-change", false, Outcome::delivered},
+                 {"loss,wrong-block", true, Outcome::dropped},
+                 {"truncate", true, Outcome::vanished}};
+    for (const auto& c : cases)
+        for (Fault fault : parse_faults(c.faults)) {
+            SCOPED_TRACE(std::string(fault_name(fault.kind)) + (c.late ? " late" : " early"));
+            fault.once = true;
+            connect(sensor(640, 480));
+            ASSERT_TRUE(frames(2));
+            fleet->set_register(0, 300, 7);
+            const Bytes mac_before = mac();
+            changed = false;
+            if (c.late) await_options();
+            fleet->inject(0, fault);
+            const bool timed_out = c.outcome == Outcome::timed_out, dropped = c.outcome == Outcome::dropped;
+            if (timed_out) {
+                ASSERT_TRUE(
+                    until([&] { return fleet->counters(0).frames_lost > 0 && device->m_dwSendTime != 0; }));
+                EXPECT_EQ(asked("reg=122;"), 1U);
+                EXPECT_EQ(told(own_address(1) + " timeout"), 0U) << "before its time";
+                let_it_stall();
+            }
+            ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 5; }));
+            EXPECT_EQ(told(own_address(1) + " timeout") > 0, timed_out);
+            EXPECT_EQ(asked("reg=122;") > 1, timed_out) << "identification";
+            EXPECT_EQ(told("did not receive block"), dropped ? 1U : 0U);
+            EXPECT_EQ(asked("iframe=1;"), timed_out || dropped ? 2U : 1U);
+            EXPECT_EQ(fleet->counters(0).faults.at(static_cast<std::size_t>(fault.kind)), 1U);
+            EXPECT_EQ(lost(), c.outcome == Outcome::delivered ? 0U : 1U);
+            EXPECT_EQ(changed && mac() != mac_before, fault.kind == FaultKind::mac_change);
+            EXPECT_EQ(fleet->get_register(0, 300), fault.kind == FaultKind::reboot ? 0 : 7);
+        }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Faults,
-                         testing::Values(Case{FaultKind::loss, false, Outcome::timed_out},
-                                         Case{FaultKind::loss, true, Outcome::dropped},
-                                         Case{FaultKind::ack_loss, true, Outcome::timed_out},
-                                         Case{FaultKind::duplicate, true, Outcome::delivered},
-                                         Case{FaultKind::delay, true, Outcome::delivered, 50ms},
-                                         Case{FaultKind::corrupt, true, Outcome::delivered},
-                                         Case{FaultKind::truncate, true, Outcome::vanished},
-                                         Case{FaultKind::garbage, true, Outcome::delivered},
-                                         Case{FaultKind::foreign, true, Outcome::delivered},
-                                         Case{FaultKind::wrong_block, true, Outcome::dropped},
-                                         Case{FaultKind::no_oack, false, Outcome::timed_out},
-                                         Case{FaultKind::oack_512, false, Outcome::timed_out},
-                                         Case{FaultKind::error, false, Outcome::timed_out},
-                                         Case{FaultKind::silent, false, Outcome::timed_out, 300ms},
-                                         Case{FaultKind::reboot, false, Outcome::timed_out, 300ms},
-                                         Case{FaultKind::mac_change, false, Outcome::delivered}),
-                         [](const auto& row) {
-                             std::string name = fault_name(row.param.kind);
-                             name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
-                             return name + (row.param.late ? "Late" : "Early");
-                         });
-
 TEST_F(Faults, OfOrderHurtOnlyInFrontOfTheTrailer) {
-    device->m_Input.m_nStandard = 0;
-    device->m_Input.m_nWidth = 640;  // a width, so that the camera's model does not decide
-    device->m_Input.m_nHeight = 480;
+    Config camera = sensor(640, 480);
+    camera.model = 100;  // JPEG: pictures of many blocks
+    connect(camera);
     ASSERT_TRUE(frames(1));
     fleet->inject(0, {FaultKind::reorder, false, 1, 0ms});
-    ASSERT_TRUE(until([&] { return lines("did not receive block") >= 2; }));
+    ASSERT_TRUE(until([&] { return told("did not receive block") >= 2; }));
     fleet->inject(0, {FaultKind::reorder, false, 0, 0ms});
     fleet->inject(0, {FaultKind::reorder, true, 0, 0ms});  // the first two blocks of many
-    const std::size_t before = host.frames().size();
-    ASSERT_TRUE(frames(before + 2));
-    const Counters counters = fleet->counters(0);
-    EXPECT_GE(counters.frames_lost, 2U);
-    EXPECT_EQ(counters.frames_lost, lines("did not receive block"));
-    EXPECT_EQ(host.frames().size() + counters.frames_lost, counters.pictures);
+    ASSERT_TRUE(frames(host.frames().size() + 2));
+    EXPECT_GE(lost(), 2U);
+    EXPECT_EQ(lost(), told("did not receive block"));
 }
 
 TEST_F(Faults, OfAllKindsLeaveBothSidesWithTheSameCount) {
+    connect(sensor(640, 480));
     ASSERT_TRUE(frames(1));
     for (const Fault& fault :
          parse_faults("loss=2%,ack-loss=1%,duplicate=5%,reorder=5%,delay=2%/5ms,corrupt=5%,truncate=2%,"
                       "garbage=5%,foreign=5%,wrong-block=2%,no-oack=1%,error=1%,mac-change=5%"))
         fleet->inject(0, fault);
     ASSERT_TRUE(despite_stalls([&] { return host.frames().size() >= 30 && device->m_dwSendTime == 0; }));
-    const Counters counters = fleet->counters(0);
-    EXPECT_EQ(host.frames().size() + counters.frames_lost, counters.pictures);
-    EXPECT_EQ(lines("timeout"), stalls);
-    EXPECT_GT(counters.frames_lost, 0U);
+    EXPECT_GT(lost(), 0U);
+    EXPECT_EQ(told("timeout"), stalls);
+}
+
+TEST_F(Faults, OfAScenarioComeToTheirCamerasAtTheirTime) {
+    std::istringstream text("0s 1 mac-change\n0s 2 silent 1m\n0s 3 error 100%\n100ms 3 error 0%\n");
+    Behaviour behaviour;
+    behaviour.scenario = parse_scenario(text, "text", 3);
+    start({}, 3, behaviour);
+    const auto faults = [&](std::size_t i, FaultKind kind) {
+        return fleet->counters(i).faults.at(static_cast<std::size_t>(kind));
+    };
+    TftpClient third(own_address(3));
+    while (third.read(122) == -1)  // refused for a while, then no more
+        ASSERT_LT(faults(2, FaultKind::error), 100'000U);
+    EXPECT_GT(faults(2, FaultKind::error), 0U);
+    EXPECT_EQ(faults(0, FaultKind::mac_change) + faults(1, FaultKind::silent), 2U);
+}
+
+TEST_F(Faults, AreRepeatedByTheSeedWhateverOtherCamerasDo) {
+    const auto run = [&](std::uint64_t seed, std::size_t cameras) {
+        Behaviour behaviour;
+        behaviour.seed = seed;
+        behaviour.faults = parse_faults("corrupt=10%,duplicate=1%,wrong-block=1%");
+        start({}, cameras, behaviour);
+        std::vector<Bytes> seen;
+        for (int i = 0; i < 8; ++i) {
+            const Reply reply = TftpClient(own_address(1)).fetch("image?res=half;quality=8;");
+            seen.insert(seen.end(), reply.blocks.begin(), reply.blocks.end());
+        }
+        return seen;
+    };
+    const auto first = run(5, most_live_cameras + 1);  // their pictures have no clock
+    ASSERT_GT(first.size(), 50U);
+    EXPECT_TRUE(run(5, most_live_cameras + 1) == first);
+    EXPECT_TRUE(run(5, most_live_cameras + 3) == first);
+    EXPECT_FALSE(run(6, most_live_cameras + 1) == first);
 }
 
 }  // namespace

@@ -1,16 +1,17 @@
-// A plain TFTP client, and the frame that a picture's blocks make.
+// A plain TFTP client, and a fleet of simulated cameras for it.
 #pragma once
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "camera/fleet.h"
+#include "camera/udp.h"
 
 namespace plendix::camera::test {
 
@@ -33,37 +34,27 @@ inline Bytes read_request(const std::string& name, std::optional<int> block_size
 
 class TftpClient {
 public:
-    explicit TftpClient(const std::string& camera) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
-        peer_.sin_family = AF_INET;
-        peer_.sin_addr.s_addr = inet_addr(camera.c_str());
-    }
-    ~TftpClient() { close(socket_); }
-    TftpClient(const TftpClient&) = delete;
-    TftpClient& operator=(const TftpClient&) = delete;
+    explicit TftpClient(const std::string& camera) : peer_{parse_address(camera)} {}
 
     void request(const Bytes& datagram) {
-        peer_.sin_port = htons(69);
-        answer(datagram);
+        peer_.port = htons(69);
+        socket_.send(datagram.data(), datagram.size(), peer_);
     }
     /// To where the last datagram came from.
-    void answer(const Bytes& datagram) {
-        sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&peer_),
-               sizeof peer_);
-    }
     void acknowledge(int block) {
-        answer({0, 4, static_cast<std::uint8_t>(block >> 8), static_cast<std::uint8_t>(block)});
+        const std::uint8_t packet[] = {0, 4, static_cast<std::uint8_t>(block >> 8),
+                                       static_cast<std::uint8_t>(block)};
+        socket_.send(packet, sizeof packet, peer_);
     }
     bool waits(int milliseconds) {
-        pollfd waiting{socket_, POLLIN, 0};
+        pollfd waiting{socket_.descriptor(), POLLIN, 0};
         return poll(&waiting, 1, milliseconds) == 1;
     }
     /// Opcode and number of the next datagram, whose rest goes to `data`; opcode 0 after 10 s.
     std::pair<int, int> receive(Bytes& data) {
         data.assign(65536, 0);
-        socklen_t length = sizeof peer_;
         if (!waits(10'000)) return {0, 0};
-        const auto size =
-            recvfrom(socket_, data.data(), data.size(), 0, reinterpret_cast<sockaddr*>(&peer_), &length);
+        const auto size = socket_.receive(data.data(), data.size(), peer_);
         EXPECT_GE(size, 4);
         data.resize(static_cast<std::size_t>(size));
         const std::pair<int, int> head{data[1], data[2] << 8 | data[3]};
@@ -84,9 +75,9 @@ public:
             if (opcode != 3 || number != static_cast<int>(reply.blocks.size()) + 1) return reply;
             acknowledge(number);
             reply.complete = data.size() < static_cast<std::size_t>(block_size);
+            Bytes& part = reply.complete ? reply.trailer : reply.payload;
+            part.insert(part.end(), data.begin(), data.end());
             reply.blocks.push_back(data);
-            if (reply.complete) reply.trailer = data;
-            if (!reply.complete) reply.payload.insert(reply.payload.end(), data.begin(), data.end());
         }
         while (!reply.payload.empty() && reply.payload.back() == 0)
             reply.payload.pop_back();
@@ -105,8 +96,39 @@ public:
     }
 
 private:
-    int socket_;
-    sockaddr_in peer_{};
+    UdpSocket socket_{"0.0.0.0", 0};
+    Endpoint peer_;
+};
+
+/// Loopback addresses that no other test process uses: one for each number, 1 to 254.
+inline std::string own_address(std::size_t number) {
+    const int process = getpid();
+    return "127." + std::to_string(128 + (process >> 8 & 63)) + "." + std::to_string(process & 255) + "." +
+           std::to_string(number);
+}
+
+/// A camera with a sensor of so many pixels.
+inline Config sensor(unsigned width, unsigned height) {
+    return {"", 1, Config{}.model, Config{}.firmware, width, height};
+}
+
+class CameraBench : public testing::Test {
+protected:
+    /// Cameras like this one on own_address(1) and up, instead of those before.
+    void start(Config camera = {}, std::size_t count = 1, const Behaviour& behaviour = {}) {
+        std::vector<Config> cameras;
+        for (std::size_t i = 1; i <= count; ++i) {
+            camera.address = own_address(i);
+            cameras.push_back(camera);
+        }
+        fleet.reset();  // its addresses are wanted again
+        fleet = std::make_unique<Fleet>(cameras, behaviour);
+        fleet->keep_originals(0);
+        fleet->start();
+    }
+
+    std::unique_ptr<Fleet> fleet;
+    TftpClient client{own_address(1)};
 };
 
 }  // namespace plendix::camera::test
