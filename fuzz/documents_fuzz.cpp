@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "camera.h"
 #include "fuzz.h"
-#include "identify.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
 

@@ -1,18 +1,21 @@
 // Datagrams, clock steps and settings against one camera link in any state.
 #include <vector>
 
+#include "camera.h"
 #include "device/device.h"
 #include "fuzz.h"
-#include "identify.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
 
 namespace {
 
+unsigned int frames = 0;
+
 int TouchFrame(_EventParmsIn* in, _EventParmsOut* out) {  // every byte handed out can be read
     const auto* bytes = static_cast<const unsigned char*>(in->Data);
     const std::vector<unsigned char> copy(bytes, bytes + in->DataLength);
     out->Error = copy.size() == 1 ? 1 : 0;
+    frames += in->Kind == EventKindVideo ? 1 : 0;
     return 0;
 }
 
@@ -49,10 +52,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     device.m_Input.m_nFramerate = 25;
     fake_now = 1000;
     Input input(data, size);
-    for (Identify(device, input.word()); !input.empty(); Step(device, input))
+    for (Identify(device, input.word()); !input.empty();) {
+        Step(device, input);
         require(device.m_dwSendTime != 0 || device.m_wBlockSize == 512);
-    device.m_bEnabled = true;  // an unsupported model switches it off
+    }
     device.Close();
+    const unsigned int before = frames;
     require(device.Open());
+    Deliver(device);
+    require(frames == before + 1);
     return 0;
 }

@@ -1,4 +1,4 @@
-// Texts that are read byte by byte: the motion mask, the option list, the frame trailer, and the
+// Texts that are read byte by byte: the motion mask, the frame trailer, and the
 // look at XML before it is parsed.
 #include <tinyxml.h>
 
@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "device/device.h"
 #include "fuzz.h"
+#include "input/input.h"
 #include "input/mask.h"
 #include "plugin/xml_guard.h"
 

@@ -48,7 +48,7 @@ protected:
 
 TEST_F(LoadedLibrary, StreamsBothCodecs) {
     const std::string net = std::to_string(getpid() >> 8 & 0xFF) + "." + std::to_string(getpid() & 0xFF);
-    camera::Config jpeg{"127.31." + net}, h264{"127.32." + net};
+    camera::Config jpeg{"127.34." + net}, h264{"127.35." + net};
     jpeg.sensor_width = h264.sensor_width = 640;
     jpeg.sensor_height = h264.sensor_height = 480;
     camera::Fleet fleet({jpeg, h264});

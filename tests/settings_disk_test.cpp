@@ -3,13 +3,16 @@
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "device/device.h"
 #include "plugin/settings.h"
+#include "support/calls.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -25,7 +28,7 @@ protected:
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             GTEST_SKIP() << "no mount namespace";
         fs::create_directory("disk");
-        mount_at("disk", "tmpfs", "tmpfs", 0, "size=16k");
+        ASSERT_NO_FATAL_FAILURE(mount_at("disk", "tmpfs", "tmpfs", 0, "size=16k"));
         fs::current_path("disk");
         have_cameras(1);
     }
@@ -64,7 +67,7 @@ TEST_F(SettingsOnDisk, SurviveAFullOne) {
     const std::string before = sent;
     for (const unsigned cameras : {2U, 100U}) {  // fits into the file's last page, or does not
         std::ofstream filler("filler");
-        while (filler << std::string(4096, 'x') << std::flush) {
+        for (int page = 0; page < 8 && filler << std::string(4096, 'x') << std::flush; ++page) {
         }
         have_cameras(cameras);
         EXPECT_NE(sent, before);
@@ -74,6 +77,26 @@ TEST_F(SettingsOnDisk, SurviveAFullOne) {
     }
     have_cameras(3);
     EXPECT_TRUE(saved() == sent);
+}
+
+TEST_F(SettingsOnDisk, AreReadAndWrittenWhenNoDescriptorIsLeft) {
+    const std::string before = sent;
+    std::vector<int> taken;
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit lowered = {100, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+    for (int next = 0; next >= 0; taken.push_back(next))
+        next = ::open("/dev/null", O_RDONLY);
+    host.plugin().m_Devices[0].reset();
+    open(host.plugin());
+    EXPECT_TRUE(host.documents(EventKindConfig).back() == before);
+    close(host.plugin());
+    have_cameras(2);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    std::for_each(taken.begin(), taken.end(), [](int descriptor) { ::close(descriptor); });
+    EXPECT_TRUE(saved() == sent);
+    EXPECT_TRUE(host.log_lines().empty());
 }
 
 TEST_F(SettingsOnDisk, AreLeftAloneOnAReadOnlyOne) {

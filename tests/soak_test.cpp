@@ -2,6 +2,7 @@
 // afterwards every camera delivers again, and both sides have counted the same pictures. Whole
 // minutes of it are recorded by scripts/soak.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -72,22 +73,10 @@ public:
     Cameras(std::size_t cameras, std::chrono::milliseconds time) : counters_(cameras) {
         if (pipe(orders_) != 0 || pipe(answers_) != 0) throw std::runtime_error("no pipe");
         child_ = fork();
-        if (child_ != 0) return;
-        std::vector<camera::Config> configs(cameras);
-        for (std::size_t i = 0; i < cameras; ++i) {
-            configs[i].address = address(i);
-            configs[i].sensor_width = 320;
-            configs[i].sensor_height = 240;
-        }
-        camera::Fleet fleet(configs, make_behaviour(cameras, time));
-        fleet.start();
-        char order = 0;
-        while (read(orders_[0], &order, 1) == 1 && order != 0)
-            for (std::size_t i = 0; i < cameras; ++i) {
-                counters_[i] = fleet.counters(i);
-                if (write(answers_[1], &counters_[i], sizeof(Counters)) < 0) _exit(1);
-            }
-        _exit(0);
+        if (child_ < 0) throw std::runtime_error("no process");
+        ::close(child_ == 0 ? orders_[1] : orders_[0]);
+        ::close(child_ == 0 ? answers_[0] : answers_[1]);
+        if (child_ == 0) serve(cameras, time);
     }
     ~Cameras() {
         kill(child_, SIGKILL);
@@ -103,6 +92,29 @@ public:
     }
 
 private:
+    [[noreturn]] void serve(std::size_t cameras, std::chrono::milliseconds time) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        try {
+            std::vector<camera::Config> configs(cameras);
+            for (std::size_t i = 0; i < cameras; ++i) {
+                configs[i].address = address(i);
+                configs[i].sensor_width = 320;
+                configs[i].sensor_height = 240;
+            }
+            camera::Fleet fleet(configs, make_behaviour(cameras, time));
+            fleet.start();
+            char order = 0;
+            while (read(orders_[0], &order, 1) == 1 && order != 0)
+                for (std::size_t i = 0; i < cameras; ++i) {
+                    counters_[i] = fleet.counters(i);
+                    if (write(answers_[1], &counters_[i], sizeof(Counters)) < 0) _exit(1);
+                }
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "cameras: %s\n", error.what());
+        }
+        _exit(0);
+    }
+
     int orders_[2] = {}, answers_[2] = {};
     pid_t child_ = 0;
     std::vector<Counters> counters_;

@@ -16,6 +16,11 @@
 #include "support/folder.h"
 #include "support/host.h"
 
+extern "C" {
+std::remove_pointer_t<LoadFunction> Load;
+std::remove_pointer_t<UnloadFunction> Unload;
+}
+
 namespace plendix {
 namespace {
 
@@ -41,15 +46,16 @@ protected:
             fleet = std::make_unique<camera::Fleet>(cameras);
             fleet->start();
         }
-        post(plugin, change(devices));
-        open(plugin);
+        post(*g_Plugin, change(devices));
+        open(*g_Plugin);
     }
-    bool frames_from(std::size_t cameras) {
+    /// Waits for frames of so many cameras, counting those up to the last.
+    bool frames_from(std::size_t cameras, unsigned last = 255) {
         return host.wait_for(
             [&](auto& h) {
                 std::set<std::uint32_t> sources;
                 for (const RecordedEvent& frame : h.frames())
-                    sources.insert(frame.record.SourceId);
+                    if ((frame.record.SourceId >> 8 & 255) <= last) sources.insert(frame.record.SourceId);
                 return sources.size() >= cameras;
             },
             30s);
@@ -69,10 +75,17 @@ TEST_F(Streaming, CloseReturnsWithinASecondFromEveryState) {
         fleet->inject(
             camera, camera::parse_fault(camera % 2 == 0 ? "silent" : "loss", camera % 2 == 0 ? "60s" : "5%"));
     std::atomic<bool> storming{true};
+    std::atomic<int> posted{0};
     std::thread storm([&] {  // as fast as the queue takes them
-        while (storming)
+        for (; storming; ++posted)
             post(plugin, change("<Device Number='3'/><Device Number='4'/>"));
     });
+    EXPECT_TRUE(host.wait_for(
+        [&](auto&) {
+            const auto& faults = fleet->counters(254).faults;
+            return posted > 2000 && faults[static_cast<std::size_t>(camera::FaultKind::silent)] > 0;
+        },
+        20s));
     host.clear();
     EXPECT_TRUE(frames_from(60));  // neither faults nor the storm stop the other pictures
     EXPECT_LT(close(plugin), 1s);
@@ -102,7 +115,7 @@ TEST_F(Streaming, CamerasWaitForDescriptors) {
             return testing::Matches(testing::Contains(HasSubstr("create socket error 24")))(h.log_lines());
         }));
         host.clear();
-        EXPECT_TRUE(frames_from(2));
+        EXPECT_TRUE(frames_from(2, 2));
         std::for_each(taken.begin(), taken.end(), [](int descriptor) { ::close(descriptor); });
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
         EXPECT_TRUE(frames_from(8));
@@ -137,20 +150,43 @@ TEST_F(Streaming, TwoHundredLivesLeaveNothingBehind) {
     const auto count = [](const char* folder_name) {
         return std::distance(std::filesystem::directory_iterator(folder_name), {});
     };
-    stream(1, 2);
-    close(plugin);
-    const auto descriptors = count("/proc/self/fd");
-    const auto threads = count("/proc/self/task");
-    for (int life = 0; life < 200; ++life) {
+    const auto live = [&](bool see_frames) {
+        _LoadParmsIn load = {0, 0, 0, plugin.EventCallback};
+        _LoadParmsOut loaded = {};
+        _UnloadParmsIn unload = {};
+        _UnloadParmsOut unloaded = {};
+        ::Load(&load, &loaded);
         host.clear();
         stream(1, 2);
-        if (life % 20 == 0) {
-            EXPECT_TRUE(frames_from(2));
-        }
-        close(plugin);
-    }
+        EXPECT_TRUE(!see_frames || frames_from(2));
+        close(*g_Plugin);
+        ::Unload(&unload, &unloaded);
+    };
+    live(true);
+    const auto descriptors = count("/proc/self/fd");
+    const auto threads = count("/proc/self/task");
+    for (int life = 0; life < 200; ++life)
+        live(life % 20 == 0);
     EXPECT_EQ(count("/proc/self/fd"), descriptors);
-    EXPECT_EQ(count("/proc/self/task"), threads);
+    EXPECT_TRUE(host.wait_for([&](auto&) { return count("/proc/self/task") == threads; }));
+}
+
+TEST_F(Streaming, TheFileIsTheDocumentWheneverTheHostGetsOne) {
+    static std::atomic<int> same, different;
+    plugin.EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+        const std::string text(static_cast<const char*>(in->Data), in->DataLength);
+        if (in->Kind != EventKindConfig || text.find("<Modules>") != std::string::npos) return 0;
+        TiXmlDocument file;
+        file.LoadFile(szFileName);
+        std::string line;
+        line << file;
+        ++(line == text ? same : different);
+        return 0;
+    };
+    stream(5, 20);
+    EXPECT_TRUE(host.wait_for([](auto&) { return same >= 5; }, 20s));
+    close(plugin);
+    EXPECT_EQ(different, 0);
 }
 
 TEST_F(Streaming, ABurstOfDocumentsLosesNoneAndTheCamerasGoOn) {
@@ -159,17 +195,20 @@ TEST_F(Streaming, ABurstOfDocumentsLosesNoneAndTheCamerasGoOn) {
     const auto named = [](const std::string& name) {
         return change("<Device Number='200'><Video><Input Number='0' Name='" + name + "'/></Video></Device>");
     };
-    for (int number = 1; number <= 5000; ++number)  // most change nothing: each change is saved
-        post(plugin, number % 25 == 0 ? named(std::to_string(number)) : change("<Device Number='200'/>"));
+    std::string deep;
+    for (int depth = 0; depth < 70; ++depth)
+        deep += "<a>";
+    host.clear();
+    for (int number = 1; number <= 5000; ++number)  // some change something, the others make a log line
+        post(plugin, number % 25 == 0 ? named(std::to_string(number)) : deep);
     EXPECT_TRUE(host.wait_for(
         [](auto& h) {
-            return testing::Matches(HasSubstr("Name=\"5000\""))(h.documents(EventKindConfig).back());
+            const auto documents = h.documents(EventKindConfig);
+            return !documents.empty() && testing::Matches(HasSubstr("Name=\"5000\""))(documents.back());
         },
         30s));
-    const auto documents = host.documents(EventKindConfig);
-    EXPECT_GE(std::count_if(documents.begin(), documents.end(),
-                            [](auto& text) { return text.find("Number=\"200\"") != std::string::npos; }),
-              200);
+    EXPECT_GE(host.documents(EventKindConfig).size(), 200U);
+    EXPECT_EQ(host.log_lines().size(), 4800U);
     host.clear();
     EXPECT_TRUE(frames_from(2));
     close(plugin);

@@ -60,6 +60,7 @@ void CPlugin::BroadcastVersion() {
 }
 
 void CPlugin::LoadSettings() {
+    const CDescriptorReserve::Use use(m_Reserve);
     TiXmlDocument document;
     if (!ReadSettings(document)) return;
     if (TiXmlElement* root = document.FirstChildElement()) {
@@ -78,7 +79,10 @@ void CPlugin::PostConfig() {
     for (const auto& device : m_Devices) {
         if (device) device->FillDevice(AddElement(devices, "Device"));
     }
-    WriteSettings(document);
+    {
+        const CDescriptorReserve::Use use(m_Reserve);
+        WriteSettings(document);
+    }
     FireDocument(document, static_cast<int>(EventKindConfig));
 }
 

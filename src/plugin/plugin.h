@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/queue.h"
+#include "platform/reserve.h"
 #include "platform/thread.h"
 #include "plugin/host_records.h"
 #include "plugin/xml_guard.h"
@@ -76,4 +77,6 @@ private:
     void ServeDocument(docmsg& doc);
     bool ServeSockets();
     CDevice* Device(int number);  // null when there is none, or no such number
+
+    CDescriptorReserve m_Reserve;  // for the settings file
 };

@@ -158,7 +158,10 @@ bool ReadSettings(TiXmlDocument& document) {
         return false;
     }
     const char* problem = ExamineSettings(status.st_size);
-    if (problem == nullptr && LoadFileProtected(document, szFileName)) return true;
+    if (problem == nullptr && LoadFileProtected(document, szFileName)) {
+        MakePrintable(document);
+        return true;
+    }
     KeepUnreadable(problem != nullptr ? problem : document.ErrorDesc());
     return false;
 }

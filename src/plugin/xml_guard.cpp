@@ -152,28 +152,13 @@ private:
     const char* m_pProblem = nullptr;
 };
 
-// TinyXML prints "&#x" as it stands, up to the next ";", taking it for a reference: a value that
-// holds it would break the document that it is sent in.
-bool Defuse(std::string& value) {
-    bool found = false;
-    for (std::size_t at = value.find("&#x"); at != std::string::npos; at = value.find("&#x", at)) {
-        value[at + 2] = 'X';
-        found = true;
-    }
-    return found;
-}
-
-void DefuseTree(TiXmlNode& node) {
-    TiXmlElement* const element = node.ToElement();
-    for (TiXmlAttribute* attribute = element != nullptr ? element->FirstAttribute() : nullptr;
-         attribute != nullptr; attribute = attribute->Next()) {
-        std::string value = attribute->ValueStr();
-        if (Defuse(value)) attribute->SetValue(value);
-    }
-    std::string text = node.ToText() != nullptr ? node.ValueStr() : std::string();
-    if (Defuse(text)) node.SetValue(text);
-    for (TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling())
-        DefuseTree(*child);
+// TinyXML prints "&#x" as it stands, up to the next ";", taking it for a reference, and reads as many
+// bytes as the first one of a sequence says, a closing quote among them.
+std::string Printable(const std::string& value) {
+    std::string clean = ToUtf8(value.data(), value.size(), 0);
+    for (std::size_t at = clean.find("&#x"); at != std::string::npos; at = clean.find("&#x", at))
+        clean[at + 2] = 'X';
+    return clean;
 }
 
 }  // namespace
@@ -188,8 +173,18 @@ XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t l
     utf8.resize(verdict.length);
     utf8.append(SpareNuls, '\0');
     document.Parse(utf8.c_str(), nullptr, TIXML_ENCODING_UTF8);
-    DefuseTree(document);
+    MakePrintable(document);
     return verdict;
+}
+
+void MakePrintable(TiXmlNode& node) {
+    TiXmlElement* const element = node.ToElement();
+    for (TiXmlAttribute* attribute = element != nullptr ? element->FirstAttribute() : nullptr;
+         attribute != nullptr; attribute = attribute->Next())
+        attribute->SetValue(Printable(attribute->ValueStr()));
+    if (node.ToText() != nullptr) node.SetValue(Printable(node.ValueStr()));
+    for (TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling())
+        MakePrintable(*child);
 }
 
 const char* RefuseFile(const char* text, std::size_t length) {

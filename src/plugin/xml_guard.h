@@ -6,6 +6,7 @@
 #include <cstddef>
 
 class TiXmlDocument;
+class TiXmlNode;
 
 constexpr int MaxNesting = 64;       // elements inside one another
 constexpr int MaxAttributes = 1000;  // on one element
@@ -25,6 +26,10 @@ XmlVerdict ExamineXml(const char* text, std::size_t length);
 // UTF-8, in which everything is kept and sent; bytes that are none are taken for ISO 8859-1.
 // Any thread.
 XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t length);
+
+// Changes the values below that would not be read back as they are printed: bytes that are no UTF-8
+// are taken for ISO 8859-1, "&#x" becomes "&#X".
+void MakePrintable(TiXmlNode& node);
 
 // Why a file of this text must not be given to LoadFile, which parses it where it lies; null when
 // it may be.

@@ -110,6 +110,7 @@ TEST_F(Recording, FailsWithFramesThatDoNotDecodeAndWithNone) {
 
 TEST_F(Recording, LeavesFilesThatDecodeWhenItIsKilled) {
     const pid_t child = fork();  // no thread runs yet
+    ASSERT_GE(child, 0);
     if (child == 0) _exit(run());
     const auto end = Clock::now() + 60s;
     std::error_code none;

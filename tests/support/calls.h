@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <string>
 
 #include "plugin/plugin.h"
@@ -25,6 +26,12 @@ inline std::chrono::milliseconds close(CPlugin& plugin) {
     _CloseParmsOut out = {};
     plugin.Close(nullptr, &out);
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+/// Whether PLENDIX_TORTURE asks for all cases of the long tests.
+inline bool full_torture() {
+    const char* const wish = std::getenv("PLENDIX_TORTURE");
+    return wish != nullptr && wish == std::string("full");
 }
 
 /// A configuration document with these Device elements.

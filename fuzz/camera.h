@@ -1,7 +1,8 @@
-// A camera link past its identification.
+// A camera that does what is expected of it: its registers agree, and it delivers a picture.
 #pragma once
 
 #include <iterator>
+#include <string>
 
 #include "device/device.h"
 #include "platform/clock.h"
@@ -18,4 +19,23 @@ inline void Identify(CDevice& device, unsigned unread) {
     if (unread < 1 << 15) device.m_Sensor = {0, 0, 1600, 1200};
     device.m_dwPollTime = device.m_dwOutputTime = timeGetTime();
     device.Parameter(1, 0);  // any answer makes the picture area known
+}
+
+// Answers the request for a picture: option acknowledgement, one block, trailer.
+inline void Deliver(CDevice& device) {
+    device.m_Input.m_nStandard = 0;
+    device.Request(device.m_Input.Request(timeGetTime()).c_str());
+    std::string trailer(94, '\0');
+    trailer[1] = 3, trailer[3] = 2;
+    trailer[4 + 80] = 4;
+    trailer[4 + 86] = trailer[4 + 88] = 1;  // 256 x 256
+    const std::string options(
+        "\0\6blksize\0"
+        "1450",
+        15);
+    const std::string block = std::string("\0\3\0\1", 4) + std::string(1450, 'p');
+    for (std::string datagram : {options, block, trailer}) {
+        datagram += 'x';  // the room behind a datagram
+        device.Dispatch(&datagram[0], static_cast<int>(datagram.size()) - 1, {});
+    }
 }
