@@ -1,0 +1,180 @@
+"""Behind scripts/bench: builds the programs, measures, prints."""
+import json
+import os
+import subprocess
+import sys
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BUILD = f"{ROOT}/build/bench"
+sys.dont_write_bytecode = True
+sys.path.insert(0, f"{ROOT}/bench")
+import report  # noqa: E402
+from measure import CAMERA_CORE, CLIENT_CORE, Bench, Driver, Floor, Picture, Spread, cpu_seconds, run_peer, time  # noqa: E402
+
+QUICK = "--quick" in sys.argv
+ROUNDS = 1 if QUICK else 7
+TURN = 0.1 if QUICK else 0.4  # seconds
+COUNTS = (1, 16) if QUICK else (1, 16, 64, 255)
+PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 832, 608, 200),
+            Picture("1.9 MB", "JPEG", 2048, 1536, 215), Picture("20 KB", "H.264", 320, 256, 14),
+            Picture("300 KB", "H.264", 832, 608, 60), Picture("1.9 MB", "H.264", 1920, 1440, 96)]
+
+
+def build():
+    for command in (["cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", "-D", "CMAKE_BUILD_TYPE=Release",
+                     "-D", "PLENDIX_BENCH=ON", "-D", "PLENDIX_TESTS=OFF"], ["cmake", "--build", BUILD]):
+        subprocess.run(command, check=True, stdout=sys.stderr)
+
+
+def say(text):
+    print(text, file=sys.stderr, flush=True)
+
+
+def stream(bench, picture, count):
+    """The bare loop and the driver in turn, on the same cameras."""
+    driver = Driver(bench, picture.channel, count)
+    driver.wait_for("streaming")
+    growth = driver.resident_growth_kb()
+    driver.stop()
+    floor = Floor(bench, picture, count)
+    floor.stop()
+    turns = [(floor.turn(picture, TURN), driver.turn(picture, TURN)) for _ in range(ROUNDS)]
+    floor.end()
+    driver.end()
+    return {"picture": picture, "count": count, "resident": growth,
+            "floor": Spread([bare[0] for bare, _ in turns]), "driver": Spread([own[0] for _, own in turns]),
+            "ratio": Spread([own[0] / bare[0] for bare, own in turns]),
+            "floor_blocks": Spread([bare[1] for bare, _ in turns]),
+            "blocks": Spread([own[1] for _, own in turns]), "switches": Spread([own[2] for _, own in turns])}
+
+
+def streams(bench):
+    rows = []
+    for picture in PICTURES[:1] if QUICK else PICTURES:
+        cameras = bench.picture_cameras(picture, max(COUNTS))
+        for count in COUNTS:
+            say(f"{picture.codec} {picture.bytes} bytes, {count} cameras")
+            rows.append(stream(bench, picture, count))
+        cameras.terminate()
+        cameras.wait()
+    return rows
+
+
+def peers(bench, camera_core):
+    """One camera: bare loop, driver and stock clients in turn, these without their start-up."""
+    picture, times = PICTURES[0 if QUICK else 2], 1 if QUICK else 10
+    bench.camera_core = camera_core
+    cameras = bench.picture_cameras(picture, 1)
+    bench.camera_core = CAMERA_CORE
+    driver, floor = Driver(bench, picture.channel, 1), Floor(bench, picture, 1)
+    driver.wait_for("streaming")
+    driver.stop()
+    floor.stop()
+    values = {}
+    for _ in range(ROUNDS):
+        for name, contender in (("bare loop", floor), ("driver", driver)):
+            cost, rate, _ = contender.turn(picture, TURN)
+            values.setdefault(name, []).append((cost, rate / picture.blocks * picture.bytes / 1e6))
+        for peer in ("curl", "atftp", "busybox"):
+            idle_cpu, idle_wall = run_peer(peer, "getreg?page=3;reg=122;", times)
+            cpu, wall = run_peer(peer, picture.name, times)
+            values.setdefault(peer, []).append(((cpu - idle_cpu) * 1e6 / times / picture.blocks,
+                                                picture.bytes * times / 1e6 / max(wall - idle_wall, 1e-6)))
+    for process in (floor, driver):
+        process.end()
+    cameras.terminate()
+    cameras.wait()
+    say("stock clients")
+    return [(name, Spread([cost for cost, _ in turns]), Spread([rate for _, rate in turns]))
+            for name, turns in values.items()]
+
+
+def start_up(bench):
+    """CPU from the configuration document to all cameras streaming one picture a second."""
+    rows = []
+    for label, faults in (("at once", []), ("30 % of datagrams 40 ms late", ["--faults", "delay=30%/40ms"])):
+        cameras = bench.cameras(255, "320x256", None, *faults)
+        for count in (16,) if QUICK else (64, 128, 255):
+            runs = []
+            for _ in range(1 if QUICK else 5):
+                begun, driver = time.monotonic(), Driver(bench, "Framerate='1'", count)
+                driver.wait_for("streaming")
+                runs.append(((cpu_seconds(driver.pid) - driver.cpu_before) * 1e3,
+                             driver.ask()["configurations"] - 1, time.monotonic() - begun))
+                driver.end()
+            rows.append((label, count, *(Spread(column) for column in zip(*runs))))
+            say(f"start-up of {count} cameras, answers {label}")
+        cameras.terminate()
+        cameras.wait()
+    return rows
+
+
+def idle(bench):
+    """Percent of a core and resident memory of configured cameras without video."""
+    count = 16 if QUICK else 255
+    cameras = bench.cameras(count, "320x256")
+    driver = Driver(bench, "Enabled='0'", count)
+    driver.wait_for("settled")
+    shares = []
+    for _ in range(ROUNDS):
+        before, begun = cpu_seconds(driver.pid), time.monotonic()
+        time.sleep(TURN * 4)
+        shares.append((cpu_seconds(driver.pid) - before) / (time.monotonic() - begun) * 100)
+    growth = driver.resident_growth_kb()
+    driver.end()
+    cameras.terminate()
+    cameras.wait()
+    return count, Spread(shares), growth
+
+
+def latency(bench):
+    """Microseconds from arrival to callback, and from select's return to the next call."""
+    picture, rows = PICTURES[0], []
+    cameras = bench.picture_cameras(picture, max(COUNTS))
+    for label, rate, count in (("as fast as it goes", 1001, 1), ("as fast as it goes", 1001, max(COUNTS)),
+                               ("4 frames/s each", 4, max(COUNTS))):
+        driver = Driver(bench, picture.channel.replace("1001", str(rate)), count, "latency_host")
+        driver.wait_for("streaming")
+        runs = []
+        for _ in range(ROUNDS):
+            driver.ask()
+            time.sleep(max(TURN * 2, 0.6))  # some frames at least
+            answer = driver.ask()
+            runs.append(answer["latency"] + answer["pass"])
+        driver.end()
+        rows.append((count, label, *(Spread(column) for column in zip(*runs))))
+    cameras.terminate()
+    cameras.wait()
+    return rows
+
+
+def micro(bench):
+    out = f"{bench.folder}/micro.json"
+    subprocess.run([f"{BUILD}/bench/micro", f"--benchmark_out={out}", "--benchmark_out_format=json",
+                    f"--benchmark_min_time={0.01 if QUICK else 0.3}"], check=True, stdout=subprocess.DEVNULL,
+                   stderr=subprocess.DEVNULL)
+    return [(run["name"], run["cpu_time"], run["time_unit"]) for run in json.load(open(out))["benchmarks"]]
+
+
+def main():
+    unknown = set(sys.argv[1:]) - {"--quick", "--update", "--inside"}
+    if unknown:
+        print(f"bench: '{unknown.pop()}': give --quick, --update or nothing", file=sys.stderr)
+        sys.exit(2)
+    if "--inside" not in sys.argv:
+        build()
+        os.execvp("unshare", ["unshare", "--net"] + (["--map-root-user"] if os.geteuid() else []) +
+                  [sys.executable, *sys.argv, "--inside"])
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    bench = Bench(BUILD)
+    results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
+               "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),
+               "idle": idle(bench), "latency": latency(bench), "micro": micro(bench)}
+    text = report.markdown(results, ROUNDS, TURN)
+    print(text)
+    if "--update" in sys.argv:
+        report.update(f"{ROOT}/docs/performance.md", text)
+        open(f"{ROOT}/docs/performance.svg", "w").write(report.plot(results))
+
+
+main()
