@@ -29,10 +29,7 @@ inline void Deliver(CDevice& device) {
     trailer[1] = 3, trailer[3] = 2;
     trailer[4 + 80] = 4;
     trailer[4 + 86] = trailer[4 + 88] = 1;  // 256 x 256
-    const std::string options(
-        "\0\6blksize\0"
-        "1450",
-        15);
+    const std::string options("\0\6blksize\0001450\0", 15);
     const std::string block = std::string("\0\3\0\1", 4) + std::string(1450, 'p');
     for (std::string datagram : {options, block, trailer}) {
         datagram += 'x';  // the room behind a datagram
