@@ -53,7 +53,8 @@ camera::Behaviour make_behaviour(std::size_t cameras, std::chrono::milliseconds 
         "loss=0.1%,ack-loss=0.02%,duplicate=0.2%,reorder=0.1%,delay=0.2%/300ms,corrupt=0.1%,truncate=0.05%,"
         "garbage=0.1%,foreign=0.05%,wrong-block=0.05%,mac-change=0.01%");
     std::mt19937 random(1);
-    const auto at = [&] { return std::chrono::milliseconds(random() % (time * 9 / 10).count()); };
+    std::uniform_int_distribution<long> moments(0, (time * 9 / 10).count());
+    const auto at = [&] { return std::chrono::milliseconds(moments(random)); };
     for (std::size_t i = 0; i < cameras; ++i) {
         for (auto rest = time; rest > 0ms; rest -= 120s) {
             behaviour.scenario.push_back({at(), i, camera::parse_fault("silent", i % 2 == 0 ? "1s" : "12s")});

@@ -77,24 +77,27 @@ Replacement NotReplaced(int error) {
     return OnlyInPlace(error) ? Replacement::Impossible : Replacement::Failed;
 }
 
+// Removes the file, also when memory runs out, unless it has been moved to its place.
+struct Temporary {
+    ~Temporary() {
+        if (!moved) unlink(name.c_str());
+    }
+    const std::string name;
+    bool moved = false;
+};
+
 // Writes beside the file and renames over it.
 Replacement ReplaceFile(const TiXmlDocument& document, const std::string& target) {
     struct stat old = {};
     const bool existed = stat(target.c_str(), &old) == 0;
     if (!existed && lstat(target.c_str(), &old) == 0) return Replacement::Impossible;  // a link to nowhere
-    const std::string temporary = target + ".new";
-    unlink(temporary.c_str());  // of a run that was killed
-    File file = OpenNew(temporary, existed ? old.st_mode & 0777 : 0666);
+    Temporary temporary{target + ".new"};
+    unlink(temporary.name.c_str());  // of a run that was killed
+    File file = OpenNew(temporary.name, existed ? old.st_mode & 0777 : 0666);
     if (!file) return NotReplaced(errno);
-    if (!SaveToNew(document, std::move(file))) {
-        unlink(temporary.c_str());
-        return Replacement::Failed;
-    }
-    if (std::rename(temporary.c_str(), target.c_str()) != 0) {
-        const Replacement result = NotReplaced(errno);
-        unlink(temporary.c_str());
-        return result;
-    }
+    if (!SaveToNew(document, std::move(file))) return Replacement::Failed;
+    if (std::rename(temporary.name.c_str(), target.c_str()) != 0) return NotReplaced(errno);
+    temporary.moved = true;
     SyncFolder(FolderOf(target));
     return Replacement::Done;
 }
