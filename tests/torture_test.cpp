@@ -69,15 +69,16 @@ extern "C" const char* __lsan_default_suppressions() {
     return "leak:libtinyxml\n";
 }
 
-void* operator new(std::size_t size) {
+// Not inlined: the compiler would see free called on what new returned.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     if (plan.fails(new_call)) throw std::bad_alloc();
     if (void* const memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
