@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 
 #include "device/device.h"
@@ -25,10 +27,11 @@ namespace fs = std::filesystem;
 class SettingsOnDisk : public testing::Test {
 protected:
     void SetUp() override {
-        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            GTEST_SKIP() << "no mount namespace";
         fs::create_directory("disk");
-        ASSERT_NO_FATAL_FAILURE(mount_at("disk", "tmpfs", "tmpfs", 0, "size=16k"));
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", "disk", "tmpfs", 0, "size=16k") != 0)
+            GTEST_SKIP() << "no mounts of our own: " << std::strerror(errno);
+        mounted.push_back(fs::absolute("disk"));
         fs::current_path("disk");
         have_cameras(1);
     }
