@@ -5,13 +5,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <new>
 
 #include "camera/fleet.h"
 #include "device/device.h"
 #include "platform/clock.h"
+#include "support/allocations.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -30,16 +29,8 @@ void count(long Counts::*member) {
 
 }  // namespace
 
-[[gnu::noinline]] void* operator new(std::size_t size) {
+void before_allocation() {
     count(&Counts::allocations);
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
 }
 
 #define COUNTED(member, result, name, parameters, arguments) \

@@ -7,12 +7,11 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <new>
 
 #include "camera/fleet.h"
 #include "device/device.h"
 #include "plugin/settings.h"
+#include "support/allocations.h"
 #include "support/calls.h"
 #include "support/folder.h"
 #include "support/host.h"
@@ -69,17 +68,8 @@ extern "C" const char* __lsan_default_suppressions() {
     return "leak:libtinyxml\n";
 }
 
-// Not inlined: the compiler would see free called on what new returned.
-[[gnu::noinline]] void* operator new(std::size_t size) {
+void before_allocation() {
     if (plan.fails(new_call)) throw std::bad_alloc();
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
 }
 
 extern "C" {

@@ -12,7 +12,7 @@ CDescriptorReserve::~CDescriptorReserve() {
 }
 
 void CDescriptorReserve::Take() {
-    if (m_nDescriptor == -1) m_nDescriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    m_nDescriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
 void CDescriptorReserve::Release() {

@@ -9,8 +9,7 @@ public:
     CDescriptorReserve& operator=(const CDescriptorReserve&) = delete;
     ~CDescriptorReserve();
 
-    // While it lives, the reserve is there to be opened; another thread may be faster. One within
-    // another is possible: the inner one ends it.
+    // While it lives, the reserve is there to be opened; another thread may be faster.
     class Use {
     public:
         explicit Use(CDescriptorReserve& reserve);

@@ -60,9 +60,8 @@ void CPlugin::BroadcastVersion() {
 }
 
 void CPlugin::LoadSettings() {
-    const CDescriptorReserve::Use use(m_Reserve);
     TiXmlDocument document;
-    if (!ReadSettings(document)) return;
+    if (!ReadSettings(document, m_Reserve)) return;
     if (TiXmlElement* root = document.FirstChildElement()) {
         root->SetAttribute("Delta", 1);  // saved as a report, applied as a change
         KeepAddressless(*root);
@@ -79,10 +78,7 @@ void CPlugin::PostConfig() {
     for (const auto& device : m_Devices) {
         if (device) device->FillDevice(AddElement(devices, "Device"));
     }
-    {
-        const CDescriptorReserve::Use use(m_Reserve);
-        WriteSettings(document);
-    }
+    WriteSettings(document, m_Reserve);
     FireDocument(document, static_cast<int>(EventKindConfig));
 }
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/reserve.h"
 #include "plugin/Plendix.h"
 #include "plugin/xml_guard.h"
 
@@ -153,7 +154,8 @@ bool SaveFileProtected(const TiXmlDocument& document, const char* filename) {
     return document.SaveFile(filename);
 }
 
-bool ReadSettings(TiXmlDocument& document) {
+bool ReadSettings(TiXmlDocument& document, CDescriptorReserve& reserve) {
+    const CDescriptorReserve::Use use(reserve);
     struct stat status = {};
     if (stat(szFileName, &status) != 0) return false;
     if (!S_ISREG(status.st_mode)) {
@@ -169,7 +171,8 @@ bool ReadSettings(TiXmlDocument& document) {
     return false;
 }
 
-bool WriteSettings(const TiXmlDocument& document) {
+bool WriteSettings(const TiXmlDocument& document, CDescriptorReserve& reserve) {
+    const CDescriptorReserve::Use use(reserve);
     const Replacement result = ReplaceFile(document, TargetName());
     if (result == Replacement::Impossible) return SaveFileProtected(document, szFileName);
     return result == Replacement::Done;
