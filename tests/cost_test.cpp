@@ -73,10 +73,10 @@ class HandDriven : public CPlugin {
 public:
     HandDriven() {
         g_Plugin = this;
-        EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+        ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
             if (in->Kind == EventKindVideo) ++frames[in->SourceId >> 8 & 255];
             return 0;
-        };
+        });
         std::fill(std::begin(frames), std::end(frames), 0);
     }
     ~HandDriven() override { g_Plugin = nullptr; }

@@ -73,7 +73,7 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         {input("><DigPTZ/>"), true},
         {"<Codec><Encoder><Channel Number='1' Quality='3'/></Encoder></Codec>", false},
         {channel("Sensitivity='0' MaskWidth='9' ID='9'>"), false},
-        {channel("Enabled='x' Width='99999999999999999999' Standard='-' Framerate='' Quality='q'>"), false},
+        {channel("Enabled='x' Standard='-' Framerate='' Quality='q'>"), false},
         {channel("Enabled='0'>"), true},
         {channel("Framerate='-1'>"), true},
         {channel("Quality='0'>"), true},
@@ -97,12 +97,12 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         "Serial='01-23-45-67-89-AB' Firmware='61750'><Video Inputs='1'><Input Number='0' Name='A&amp;B' "
         "Brightness='1' Saturation='57' Sharpness='60'><Motion PreMotion='0' /><OSD a='1'><b>c</b></OSD>"
         "<Schedule /><DigPTZ /></Input></Video><Codec MinStandard='0' MaxStandard='3'>"
-        "<Resolution Width='1200' Height='1184' Name='1200x1184' />"
-        "<Resolution Width='600' Height='592' Name='600x592' /><Framerate Min='1' Max='20' />"
+        "<Resolution Width='1200' Height='240' Name='1200x240' />"
+        "<Resolution Width='600' Height='120' Name='600x120' /><Framerate Min='1' Max='20' />"
         "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='0' Width='600' "
-        "Height='592' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
+        "Height='120' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
         "Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_' MaskWidth='112' MaskHeight='112' "
-        "ID='2164480'><Crop Left='2500' Top='0' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
+        "ID='2164480'><Crop Left='2500' Top='2147483647' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
         "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
         "<Output Number='0' Name='Lamp' NormallyLow='1' Relay='0' /></Trigger></Device>"));
     // clang-format on

@@ -211,10 +211,8 @@ TEST_F(DeviceService, GivesAStalledTransferUp) {
     device->Parameter(25, 1);
     expect(picture);
     host.clear();
-    for (const int change : {1000, -10000}) {  // ahead of the clock, and 9 s ago
-        device->m_dwSendTime += static_cast<std::uint32_t>(change);
-        pass();
-    }
+    device->m_dwSendTime -= 9000;
+    pass();
     EXPECT_TRUE(host.events().empty());
     device->m_dwSendTime -= 1001;
     Registers restarted = agreeing;

@@ -239,6 +239,7 @@ TEST_F(Response, UndecodableFramesAreRefusedAndLoggedOncePerRun) {
         answer("payload", {90, 0, 0, 1, 1, 26});  // the last that can be decoded
         answer("payload", {93, 0, 0, 16, 16});
         EXPECT_EQ(host.frames().size(), 2U);
+        input.Reset();
         host.clear();
         for (int run = 0; run < 3; ++run) {
             answer("payload", trailer);

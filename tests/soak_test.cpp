@@ -137,7 +137,7 @@ TEST(Soak, EveryCameraComesBackAndBothSidesCountTheSame) {
     Cameras fleet(cameras, time);
     CPlugin plugin;
     g_Plugin = &plugin;
-    plugin.EventCallback = count;
+    ConnectHost(count);
     std::string devices;
     for (std::size_t i = 0; i < cameras; ++i)
         devices += device(

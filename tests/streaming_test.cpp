@@ -11,6 +11,7 @@
 
 #include "camera/fleet.h"
 #include "device/device.h"
+#include "plugin/Plendix.h"
 #include "plugin/settings.h"
 #include "support/calls.h"
 #include "support/folder.h"
@@ -126,7 +127,7 @@ TEST_F(Streaming, CamerasWaitForDescriptors) {
 
 TEST_F(Streaming, ACallbackMayBeSlowAndPostDocuments) {
     static std::atomic<unsigned> frames, lines;
-    plugin.EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+    ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
         lines += in->Kind == EventKindLog ? 1 : 0;
         if (in->Kind != EventKindVideo) return 0;
         if (++frames % 10 == 0) std::this_thread::sleep_for(500ms);
@@ -135,7 +136,7 @@ TEST_F(Streaming, ACallbackMayBeSlowAndPostDocuments) {
         _WriteParmsIn command = {0, 0, 0, 0, {}, static_cast<std::uint32_t>(text.size()), text.data(), 5};
         _WriteParmsOut written = {};
         return g_Plugin->Write(&command, &written);
-    };
+    });
     stream(4, 4);
     EXPECT_TRUE(host.wait_for([](auto&) { return frames >= 40; }, 30s));
     close(plugin);
@@ -155,6 +156,7 @@ TEST_F(Streaming, TwoHundredLivesLeaveNothingBehind) {
         _LoadParmsOut loaded = {};
         _UnloadParmsIn unload = {};
         _UnloadParmsOut unloaded = {};
+        g_Plugin = nullptr;  // the host's own
         ::Load(&load, &loaded);
         host.clear();
         stream(1, 2);
@@ -173,7 +175,7 @@ TEST_F(Streaming, TwoHundredLivesLeaveNothingBehind) {
 
 TEST_F(Streaming, TheFileIsTheDocumentWheneverTheHostGetsOne) {
     static std::atomic<int> same, different;
-    plugin.EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+    ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
         const std::string text(static_cast<const char*>(in->Data), in->DataLength);
         if (in->Kind != EventKindConfig || text.find("<Modules>") != std::string::npos) return 0;
         TiXmlDocument file;
@@ -182,7 +184,7 @@ TEST_F(Streaming, TheFileIsTheDocumentWheneverTheHostGetsOne) {
         line << file;
         ++(line == text ? same : different);
         return 0;
-    };
+    });
     stream(5, 20);
     EXPECT_TRUE(host.wait_for([](auto&) { return same >= 5; }, 20s));
     close(plugin);

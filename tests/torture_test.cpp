@@ -10,6 +10,7 @@
 
 #include "camera/fleet.h"
 #include "device/device.h"
+#include "plugin/Plendix.h"
 #include "plugin/settings.h"
 #include "support/allocations.h"
 #include "support/calls.h"
@@ -155,10 +156,10 @@ class Torture : public testing::TestWithParam<Call> {
 protected:
     Torture() : fleet_({config("1"), config("2")}) {
         fleet_.start();
-        plugin_.EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+        ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
             if (in->Kind == EventKindVideo) ++frames_[(in->SourceId >> 8) & 1];
             return 0;
-        };
+        });
     }
     ~Torture() override { g_Plugin = nullptr; }
     /// The address of a camera, which differs between the cases: they run side by side.

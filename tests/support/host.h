@@ -28,7 +28,9 @@ class RecordingHost {
 public:
     RecordingHost() {
         current_ = this;
-        plugin_->EventCallback = [](auto* in, auto* out) { return current_->record(*in, *out); };
+        _LoadParmsIn in = {0, 0, 0, [](auto* event, auto* out) { return current_->record(*event, *out); }};
+        _LoadParmsOut out = {};
+        plugin_->Load(&in, &out);
         g_Plugin = plugin_.get();
     }
     ~RecordingHost() {
