@@ -111,9 +111,9 @@ bool CInput::UpdateMAC(const unsigned char* mac) {
 // Fills the cleared map with the zones in motion; true when the mask enables one of them.
 bool CInput::ReadMotion(const unsigned char* activity, unsigned char* map) const {
     bool motion = false;
-    for (int row = 0; row < MotionZones; ++row) {
+    for (std::size_t row = 0; row < MotionZones; ++row) {
         unsigned char& zones = map[MotionRowBytes * row];
-        for (int column = 0; column < MotionZones; ++column) {
+        for (std::size_t column = 0; column < MotionZones; ++column) {
             if (activity[MotionZones * row + column] != 0)
                 zones = static_cast<unsigned char>(zones | 0x80 >> column);
         }
