@@ -2,10 +2,6 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-
 #include "camera/decoder.h"
 #include "camera/fleet.h"
 #include "support/folder.h"
@@ -75,18 +71,6 @@ TEST_F(LoadedLibrary, StreamsBothCodecs) {
     EXPECT_TRUE(camera::test::decode("h264", pictures) == originals);  // bit by bit
     EXPECT_THAT(host.log_lines(), testing::Each(HasSubstr(" receiving video")));
 }
-
-#ifdef PLENDIX_EXAMPLE
-TEST_F(LoadedLibrary, IsDrivenByTheExample) {
-    const std::string address = "127.44." + std::to_string(getpid() >> 8 & 0xFF) + ".1";
-    camera::Fleet fleet({camera::Config{address}});
-    fleet.start();
-    EXPECT_EQ(std::system((PLENDIX_EXAMPLE " " PLENDIX_LIBRARY " " + address + " >/dev/null").c_str()), 0);
-    std::ifstream file("picture-20.jpg", std::ios::binary);
-    const camera::test::Bytes picture(std::istreambuf_iterator<char>(file), {});
-    EXPECT_EQ(camera::test::decode("mjpeg", {picture}).size(), 1U);
-}
-#endif
 
 }  // namespace
 }  // namespace plendix
