@@ -13,6 +13,7 @@ endif()
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)  # GCC's note that C++17 changed a calling convention
