@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "camera/fleet.h"
-#include "camera/udp.h"
+#include "camera/wire/udp.h"
 
 namespace plendix::camera::test {
 

@@ -7,7 +7,7 @@ extern "C" {
 
 #include <stdexcept>
 
-#include "camera/packet.h"
+#include "camera/wire/packet.h"
 #include "host/ffmpeg.h"
 
 namespace plendix::camera::test {

@@ -6,7 +6,7 @@
 #include <numeric>
 
 #include "camera/decoder.h"
-#include "camera/gallery.h"
+#include "camera/picture/gallery.h"
 #include "driver_bench.h"
 #include "support/folder.h"
 #include "usage.h"

@@ -1,7 +1,7 @@
 // Frames into files, the queue before them, documents built and read, values of the command line.
 #include <gtest/gtest.h>
 
-#include "camera/gallery.h"
+#include "camera/picture/gallery.h"
 #include "host/arrival_queue.h"
 #include "host/camera_recorder.h"
 #include "host/command_values.h"

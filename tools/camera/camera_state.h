@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "camera/fleet.h"
-#include "camera/picture_source.h"
+#include "camera/config.h"
+#include "camera/picture/picture_source.h"
 
 namespace plendix::camera {
 

@@ -11,7 +11,7 @@
 #include <csignal>
 
 #include "camera/camera.h"
-#include "camera/gallery.h"
+#include "camera/picture/gallery.h"
 #include "usage.h"
 
 namespace plendix::camera {
@@ -218,9 +218,6 @@ void Fleet::set_trigger(std::size_t i, bool level) {
 }
 int Fleet::relay(std::size_t i) const {
     return cameras_.at(i)->state().relay();
-}
-void Fleet::set_silent(std::size_t i, bool silent) {
-    cameras_.at(i)->state().set_silent(silent);
 }
 void Fleet::inject(std::size_t i, const Fault& fault) {
     post([camera = cameras_.at(i).get(), fault] { camera->inject(fault); });
