@@ -8,7 +8,7 @@ extern "C" {
 #include <stdexcept>
 
 #include "camera/wire/packet.h"
-#include "host/ffmpeg.h"
+#include "ffmpeg.h"
 
 namespace plendix::camera::test {
 

@@ -8,8 +8,8 @@
 #include <fstream>
 
 #include "camera/camera_bench.h"
+#include "ffmpeg.h"
 #include "host/decode_check.h"
-#include "host/ffmpeg.h"
 #include "host/plugin_library.h"
 #include "support/folder.h"
 #include "usage.h"

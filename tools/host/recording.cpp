@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <iostream>
 
+#include "ffmpeg.h"
 #include "host/arrival_queue.h"
 #include "host/document_reader.h"
 #include "host/event_log.h"
-#include "host/ffmpeg.h"
 #include "host/plugin_library.h"
 #include "host/process_state.h"
 #include "host/report.h"

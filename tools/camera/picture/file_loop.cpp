@@ -1,11 +1,4 @@
 // The scene from a picture or video file.
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/error.h>
-#include <libswscale/swscale.h>
-}
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -14,6 +7,7 @@ extern "C" {
 
 #include "camera/picture/loop.h"
 #include "camera/wire/packet.h"
+#include "ffmpeg.h"
 #include "usage.h"
 
 namespace plendix::camera {
@@ -22,16 +16,6 @@ namespace {
 
 constexpr std::size_t most_pictures = 256, most_bytes = 80U << 20U;  // kept of a video
 constexpr int greatest_side = 16384;                                 // of a file; beyond, it is refused
-
-struct FreeLibav {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
-template <class Object>
-using Owner = std::unique_ptr<Object, FreeLibav>;
 
 /// Planes of one block of memory: 4:2:0 or 4:2:2.
 struct Planes {
@@ -73,7 +57,7 @@ public:
     }
 
 private:
-    Owner<SwsContext> context_;
+    LibavPointer<SwsContext> context_;
 };
 
 /// The formats with a J say by themselves that they are of full range.
@@ -121,17 +105,15 @@ private:
 
     void require(int result) const {
         if (result >= 0) return;
-        std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-        av_strerror(result, text.data(), text.size());
-        throw Failure("scene '" + file_ + "': " + text.data() +
+        throw Failure("scene '" + file_ + "': " + libav_text(result) +
                       "; expected a picture or video file that FFmpeg reads");
     }
 
     std::string file_;
-    Owner<AVFormatContext> format_;
-    Owner<AVCodecContext> decoder_;
-    Owner<AVPacket> packet_;
-    Owner<AVFrame> frame_;
+    LibavPointer<AVFormatContext> format_;
+    LibavPointer<AVCodecContext> decoder_;
+    LibavPointer<AVPacket> packet_;
+    LibavPointer<AVFrame> frame_;
     int stream_ = -1;
 };
 
@@ -201,10 +183,10 @@ private:
         return true;
     }
 
-    Size size_{};                              // of the pictures kept
-    std::vector<Bytes> pictures_;              // 4:2:0
-    Bytes view_;                               // the sensor's view of the picture drawn last
-    Owner<AVFrame> source_{av_frame_alloc()};  // refers to the kept picture drawn last
+    Size size_{};                                     // of the pictures kept
+    std::vector<Bytes> pictures_;                     // 4:2:0
+    Bytes view_;                                      // the sensor's view of the picture drawn last
+    LibavPointer<AVFrame> source_{av_frame_alloc()};  // refers to the kept picture drawn last
     Scaler to_store_, to_sensor_;
 };
 

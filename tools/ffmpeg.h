@@ -1,10 +1,11 @@
-// Owners for libav objects, and its error codes as text.
+// Owners for libav objects, and its error codes as text: for the host and for scene files.
 #pragma once
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/error.h>
+#include <libswscale/swscale.h>
 }
 
 #include <array>
@@ -19,6 +20,7 @@ struct FreeLibavObject {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
     void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
+    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
 
 template <class Object>
