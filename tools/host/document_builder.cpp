@@ -8,7 +8,6 @@ namespace plendix {
 namespace {
 
 constexpr int last_camera = 255;
-constexpr int whole_sensor = 65535;  // larger than any sensor, so never halved
 
 TiXmlElement* add(TiXmlNode* parent, const char* name) {
     return parent->LinkEndChild(new TiXmlElement(name))->ToElement();

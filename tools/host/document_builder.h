@@ -7,6 +7,9 @@
 
 namespace plendix {
 
+/// The width and height that ask for the whole sensor: larger than any, so never halved.
+constexpr int whole_sensor = 65535;
+
 enum class Codec { camera_default, jpeg, h264 };
 
 /// What a recording asks of one camera. 0 leaves a number to the camera or the plug-in.
