@@ -41,8 +41,8 @@ public:
         socket_.send(datagram.data(), datagram.size(), peer_);
     }
     /// To where the last datagram came from.
-    void acknowledge(int block) {
-        const std::uint8_t packet[] = {0, 4, static_cast<std::uint8_t>(block >> 8),
+    void acknowledge(int block, std::uint8_t opcode = 4) {
+        const std::uint8_t packet[] = {0, opcode, static_cast<std::uint8_t>(block >> 8),
                                        static_cast<std::uint8_t>(block)};
         socket_.send(packet, sizeof packet, peer_);
     }

@@ -1,4 +1,6 @@
 // Registers, transfers, refusals and trailers of the simulated camera, over real sockets.
+#include <list>
+
 #include "camera_bench.h"
 #include "usage.h"
 
@@ -39,6 +41,12 @@ TEST_F(CameraBench, TransfersWithEveryBlockSizeAndCounts) {
     EXPECT_EQ(counters.blocks, blocks);
     EXPECT_GE(counters.acknowledgements, acknowledgements);  // one more is on its way
     EXPECT_EQ(counters.register_reads, 1U);
+
+    start({}, most_live_cameras + 1);  // every client gets the same pictures
+    const std::string name = "image?res=half;quality=8;";
+    const int payload = static_cast<int>(client.fetch(name).payload.size());
+    for (const int spare : {-1, 0, 1})
+        EXPECT_EQ(TftpClient(own_address(1)).fetch(name, payload + spare).blocks.size(), spare < 0 ? 3U : 2U);
 }
 
 TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
@@ -58,7 +66,20 @@ TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
     for (const int number : {1, 7, 2})  // repeated, not sent yet, awaited
         client.acknowledge(number);
     expect_blocks(3, 3);
-    client.request(read_request("getreg?page=3;reg=122;", std::nullopt));
+    std::list<TftpClient> crowd;
+    while (crowd.size() < 32)
+        EXPECT_EQ(crowd.emplace_back(own_address(1)).read(122), 105);
+    client.acknowledge(3);
+    expect_blocks(4, 4);  // finished transfers take no room, others as much as 32
+    const Bytes read_model = read_request("getreg?page=3;reg=122;", std::nullopt);
+    for (TftpClient& more : crowd)
+        more.request(read_model);
+    EXPECT_EQ(other.read(122), 105);
+    client.acknowledge(4);
+    expect_blocks(5, 4);  // given up
+    client.request(read_request("image?quality=2;", std::nullopt));
+    expect_blocks(1, 1);
+    client.request(read_model);
     expect_blocks(1, 1);  // instead of the picture
     client.acknowledge(1);
     client.acknowledge(2);
@@ -74,6 +95,9 @@ TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
     client.acknowledge(2);  // takes 1 with it
     expect_blocks(5, 6);
     client.acknowledge(1);
+    expect_blocks(7, 6);
+    client.acknowledge(0, 5);  // an ERROR
+    client.acknowledge(6);
     expect_blocks(7, 6);
 }
 

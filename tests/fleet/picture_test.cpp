@@ -1,6 +1,8 @@
 // Pictures arrive with the samples that the encoder wrote, and stock TFTP clients get the same bytes.
 // Scenes come from files, and pictures are coded once for many cameras.
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <numeric>
@@ -204,16 +206,23 @@ TEST_F(Scenes, AreSharedPictureByPicture) {
 }
 
 TEST(Galleries, KeepToTheirMemory) {
-    constexpr std::size_t limit = 2'000'000;
+    constexpr std::size_t limit = 8'000'000;
+    const auto taken = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+    const std::size_t before = taken();
     Gallery gallery(generated_loop(), limit);
-    PictureRequest request;
-    request.area = {0, 0, 320, 240};
-    for (const bool h264 : {true, false})
-        for (request.h264 = h264, request.qp = 10; request.qp < 30; ++request.qp) {
-            request.quality = request.qp - 10;
-            for (std::size_t i = 0; i < Gallery::group; ++i)
+    PictureRequest request, favourite;
+    request.area = favourite.area = {0, 0, 320, 240};
+    const auto kept = gallery.picture(favourite, favourite.area, 0)->file();
+    for (const auto& [h264, qp, pictures] :
+         {std::tuple(true, 10, Gallery::group), {false, 10, Gallery::group}, {true, 30, 1}})
+        for (request.h264 = h264, request.qp = qp; request.qp < qp + 20; ++request.qp) {
+            request.quality = request.qp - qp;
+            for (std::size_t i = 0; i < pictures; ++i)
                 ASSERT_NE(gallery.picture(request, request.area, i), nullptr);
             EXPECT_LT(gallery.bytes(), 2 * limit);  // the group in use is never forgotten
+            EXPECT_LT(taken() - before, gallery.bytes() * 5 / 4 + 500'000) << "more than it says";
+            EXPECT_TRUE(gallery.picture(favourite, favourite.area, 0)->file() == kept)
+                << "forgotten too soon";
         }
     request.h264 = true;
     request.qp = 10;

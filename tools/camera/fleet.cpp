@@ -19,7 +19,7 @@ namespace plendix::camera {
 namespace {
 
 constexpr std::uint64_t wake_mark = ~std::uint64_t{0}, timer_mark = wake_mark - 1;
-constexpr std::size_t gallery_bytes = 64U << 20U;
+constexpr std::size_t gallery_bytes = 128U << 20U;  // two large H.264 streams at once, and pictures
 constexpr const char* stranger_address = "127.254.254.254";  // of no camera
 
 /// What an epoll event carries: the camera's index, and in bit 0 which of its sockets.

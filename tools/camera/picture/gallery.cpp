@@ -6,8 +6,8 @@ namespace plendix::camera {
 
 namespace {
 
-// What an encoder takes per pixel: its reference pictures and those that it looks ahead at.
-constexpr std::size_t encoder_bytes_per_pixel = 12;
+// What an encoder takes, as measured: tables, and its reference pictures and those that it looks ahead at.
+constexpr std::size_t encoder_bytes_at_least = 3U << 20U, encoder_bytes_per_pixel = 25;
 
 /// Short loops are shown several times in a group, for key frames are large.
 std::size_t stretched(std::size_t pictures) {
@@ -16,8 +16,8 @@ std::size_t stretched(std::size_t pictures) {
 
 std::size_t encoder_bytes(const PictureRequest& request) {
     const Size size = scaled(request.area, request.half);
-    return static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) *
-           encoder_bytes_per_pixel;
+    const auto pixels = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+    return encoder_bytes_at_least + pixels * encoder_bytes_per_pixel;
 }
 
 /// Whether the same pictures serve both; the stream sequence number does not show in them.
