@@ -21,9 +21,8 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
     const TemporaryFolder folder;
     CameraRecorder recorder(1);
     std::int64_t time = 1700000000000;
-    const std::uint8_t dri[] = {0xFF, 0xDD, 0, 4};
+    const std::uint8_t dri[] = {0xFF, 0xDD, 0, 4};  // restart markers every 16 MCUs: none in these pictures
     /// Pictures of the generated scene, 40 ms apart, every 32nd a key frame, the last of a narrow one cut.
-    /// None of them is so large that the interval of the restart markers, 16, matters.
     const auto feed = [&](bool h264, int width, std::size_t first, std::size_t end) {
         camera::Gallery gallery(camera::generated_loop(), 100'000'000);
         camera::PictureRequest request;
@@ -64,12 +63,10 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
     EXPECT_EQ(recorder.totals().unstarted, 2U + 24 + 2);
     EXPECT_EQ(recorder.totals().unreadable, 1U);
     EXPECT_EQ(recorder.totals().recorded, 14U);
-    const std::uint64_t frames[] = {10, 3, 1}, faulty[] = {1, 2, 0};
+    const std::array<std::uint64_t, 3> expected[] = {{10, 9, 1}, {3, 1, 2}, {1, 1, 0}};
     for (std::size_t i = 0; i < 3; ++i) {
         const DecodeResult result = check_file(recorder.files()[i]);
-        EXPECT_EQ(result.packets, frames[i]);
-        EXPECT_EQ(result.faulty, faulty[i]) << result.first_fault;
-        EXPECT_EQ(result.decoded, frames[i] - faulty[i]);
+        EXPECT_EQ((std::array{result.packets, result.decoded, result.faulty}), expected[i]) << i;
         EXPECT_GT(std::filesystem::file_size(write_still(recorder.files()[i])), 100U);
     }
     MovieFile movie(recorder.files()[0]);
@@ -114,17 +111,8 @@ static std::string device_1(const std::string& content) {
            "</Device></Devices></Velm>";
 }
 
-TEST(Documents, AreBuiltWithEndAndForAllCameras) {
-    const std::string output =
-        R"(<Output Number="0" Time="1700000000" Milliseconds="123" Action="3" Alarm="0" />)";
-    EXPECT_EQ(relay_document(1, 3, false, 1700000000123), device_1("<Trigger>" + output + "</Trigger>"));
-    EXPECT_NE(remove_all_document().find(R"(<Device Number="255" ipAddress="" />)"), std::string::npos);
-}
-
 TEST(Documents, AreReadAsEvents) {
-    const struct {
-        std::string text, line;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {R"(<?xml ?><Velm Delta="0"><Devices ID="2162688">)"
          R"(<Device Number="1" Enabled="1" ipAddress="10.0.0.1" Name="105" Serial="02-50" Firmware="61750">)"
          R"(<Video><Input Number="0" Name="Camera 1"/></Video><Codec><Resolution/><Encoder><Channel )"
@@ -153,22 +141,26 @@ TEST(Documents, AreReadAsEvents) {
          R"("width":0,"height":0,"framerate":9,"quality":0}}00:00:00.005  camera 1  settings  model 105)"},
         {"<Velm><Devices", R"("kind":"unknown","values":{"text":"<Velm><Devices"}})"},
     };
+    EXPECT_NE(relay_document(1, 3, false).find(R"(Time="0" Milliseconds="0" Action="3" Alarm="0")"),
+              std::string::npos);
+    EXPECT_NE(remove_all_document().find(R"(<Device Number="255" ipAddress="" />)"), std::string::npos);
     DocumentReader reader;
-    for (const auto& item : cases) {
-        const auto events = reader.read(item.text, 5);
-        ASSERT_FALSE(events.empty()) << item.text;
+    for (const auto& [text, line] : cases) {
+        const auto events = reader.read(text, 5);
+        ASSERT_FALSE(events.empty()) << text;
         const std::string told = json_line(events.front()) + human_line(events.front());
-        EXPECT_NE(told.find(item.line), std::string::npos) << told;
+        EXPECT_NE(told.find(line), std::string::npos) << told;
     }
 }
 
 TEST(CommandValues, BadOnesAreRefused) {
     EXPECT_EQ(parse_size("1280x960"), std::make_pair(1280, 960));
-    for (const char* bad : {"", "1280", "1280x", "x960", "0x960", "1280x960x", "-1x5", "99999x5", "1e3x5"})
+    for (const char* bad : {"1280", "1280x", "x960", "0x960", "1280x960x", "-1x5", "99999x5", "1e3x5",
+                            "camera", "10.0.0", "10.0.0.256", "::1"}) {
         EXPECT_THROW(parse_size(bad), UsageError) << bad;
-    for (const char* bad : {"", "camera", "10.0.0", "10.0.0.256", "::1"})
         EXPECT_THROW(parse_address(bad), UsageError) << bad;
-    EXPECT_THROW(parse_codec("mjpeg"), UsageError);
+        EXPECT_THROW(parse_codec(bad), UsageError) << bad;
+    }
     for (const double bad : {-1.0, 1e300})
         EXPECT_THROW(parse_seconds(bad), UsageError);
 }

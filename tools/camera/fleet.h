@@ -45,10 +45,6 @@ public:
     Counters counters(std::size_t i) const;
     /// The file names asked for, oldest first, at most the last 10000.
     std::vector<std::string> requested(std::size_t i) const;
-    /// What a client that reads the register now would get.
-    std::uint16_t get_register(std::size_t i, int number) const;
-    /// Sets any register, also those that clients cannot write.
-    void set_register(std::size_t i, int number, std::uint16_t value);
     void set_trigger(std::size_t i, bool level);
     int relay(std::size_t i) const;  // -1 never written, 0 low, 1 high
     /// Takes effect on the I/O thread, before it serves what arrives after this call.
