@@ -8,8 +8,8 @@
 #include <fstream>
 
 #include "camera/camera_bench.h"
+#include "ffmpeg.h"
 #include "host/decode_check.h"
-#include "host/ffmpeg.h"
 #include "host/plugin_library.h"
 #include "support/folder.h"
 #include "usage.h"
@@ -96,8 +96,10 @@ TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
     EXPECT_THROW(record(plan), UsageError) << "over this recording";
 }
 
-TEST_F(Recording, FailsWithFramesThatDoNotDecodeAndWithNone) {
+TEST_F(Recording, FailsByTheSecondSignalAndWithFramesThatDoNotDecodeOrNone) {
     plan.replace = true;
+    plan.steps = {{0ms, [](PluginLibrary&) { raise(SIGINT), raise(SIGTERM); }}};
+    EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "");
     plan.steps = {interrupt_after(10)};
     Behaviour behaviour;
     behaviour.faults = parse_faults("corrupt=100%");
