@@ -1,9 +1,11 @@
 // What must hold whatever comes to be read: documents and settings made to harm, and kills.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -62,9 +64,9 @@ TEST_F(Reliability, TextMadeToExhaustTheStackIsServedUpToThere) {
         std::remove(szFileName);
         host.clear();
         const std::string before = repeat("</a>", *problem == 'n' ? 3000 : 0);  // closes nothing
-        post(plugin, "<?xml version='1.0' encoding='UTF-8'?>" + before + first + text);
-        open(plugin);
-        close(plugin);
+        post("<?xml version='1.0' encoding='UTF-8'?>" + before + first + text);
+        open();
+        close();
         const std::vector<std::string> log = host.log_lines();
         EXPECT_EQ(log.size(), *problem != '\0' ? 1U : 0U) << text.substr(0, 30);
         EXPECT_THAT(log, testing::Each(HasSubstr(problem)));
@@ -84,9 +86,9 @@ TEST_F(Reliability, OddDocumentsAreReadAsFarAsTheyGo) {
         "<",
         "&#"};
     for (const std::string& text : texts)
-        post(plugin, text);
-    open(plugin);
-    close(plugin);
+        post(text);
+    open();
+    close();
     const std::string last = host.documents(EventKindConfig).back();
     EXPECT_THAT(last, testing::AllOf(HasSubstr("Number=\"9\""), HasSubstr("Name=\"a\""),
                                      HasSubstr("Number=\"12\""), HasSubstr("Number=\"13\"")));
@@ -95,17 +97,24 @@ TEST_F(Reliability, OddDocumentsAreReadAsFarAsTheyGo) {
 
 TEST_F(Reliability, ASettingsFileMadeToHarmCountsAsUnreadable) {
     const std::string head = "<?xml version='1.0' encoding='UTF-8'?><Velm Delta='0'>";
-    const std::string texts[] = {head + repeat("<a>", 70) + repeat("</a>", 70) + "</Velm>", head + "<a>\xF0",
-                                 head + std::string(1, '\0') + "</Velm>"};
-    for (const std::string& text : texts) {
+    const std::pair<const char*, std::string> texts[] = {
+        {"nested", head + repeat("<a>", 70) + repeat("</a>", 70) + "</Velm>"},
+        {"incomplete character", head + "<a>\xF0\x9F\x98"},
+        {"", head + std::string(1, '\0') + "</Velm>"}};
+    for (const auto& [problem, text] : texts) {
         host.clear();
-        std::FILE* const file = std::fopen(szFileName, "w");
-        std::fwrite(text.data(), 1, text.size(), file);
-        std::fclose(file);
-        open(plugin);
-        close(plugin);
-        EXPECT_THAT(host.log_lines(), ElementsAre(HasSubstr("not readable")));
+        std::ofstream(szFileName) << text;
+        open();
+        close();
+        EXPECT_THAT(host.log_lines(),
+                    ElementsAre(testing::ContainsRegex("not readable .*" + std::string(problem))));
     }
+    host.clear();
+    std::remove(szFileName);
+    mkfifo(szFileName, 0600);  // nobody writes
+    open();
+    close();
+    EXPECT_THAT(host.log_lines(), ElementsAre(HasSubstr("not a file")));
 }
 
 // A child changes the configuration over and over and tells what the host was sent; it is killed at
@@ -152,22 +161,18 @@ TEST_F(Reliability, AKilledProcessLeavesAFileNoOlderThanWhatTheHostGot) {
 
 // Whatever a value holds, the document that carries it is read back as it was sent.
 TEST_F(Reliability, ValuesOfAnyKindSurviveARestart) {
-    const std::string values[] = {"Caf&#233;",  "Caf\xE9",
-                                  "\xC3\xA9",   "\xF0",
-                                  "&#1;&#9;",   "&amp;#x&quot;&gt;&lt;a",
-                                  "&amp;#x41;", "&lt;&gt;&amp;&quot;&apos;"};
-    std::string devices;
-    for (std::size_t i = 0; i < std::size(values); ++i)
-        devices += "<Device Number='" + std::to_string(i + 1) + "' ipAddress='" + values[i] +
-                   "'><Video><Input Number='0' Name='" + values[i] + "'><OSD a='" + values[i] + "'>" +
-                   values[i] + "</OSD></Input></Video></Device>";
-    post(plugin, change(devices + "<Device Number='99' Enabled='0'/>"));  // the last without an address
-    open(plugin);
-    close(plugin);
+    std::string devices = "<Device Number='99' Enabled='0'/>";  // without an address
+    for (const std::string value : {"Caf&#233;", "Caf\xE9", "\xC3\xA9", "\xF0", "&#1;&#9;",
+                                    "&amp;#x&quot;&gt;&lt;a", "&amp;&quot;&apos;"})
+        devices += "<Device Number='" + std::to_string(value.size()) + "' ipAddress='" + value +
+                   "'><Video><Input Number='0' Name='" + value + "'/></Video></Device>";
+    post(change(devices));
+    open();
+    close();
     const std::string before = host.documents(EventKindConfig).back();
-    EXPECT_THAT(before, testing::AllOf(HasSubstr("Number=\"8\""), HasSubstr("Number=\"99\"")));
-    open(plugin);
-    close(plugin);
+    EXPECT_THAT(before, testing::AllOf(HasSubstr("Number=\"1\""), HasSubstr("Number=\"99\"")));
+    open();
+    close();
     EXPECT_EQ(host.documents(EventKindConfig).back(), before);
 }
 
