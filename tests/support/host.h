@@ -1,6 +1,8 @@
 // A host for the tests: a plug-in object of its own, whose events are kept as they come.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -90,6 +92,8 @@ private:
     };
     int record(const _EventParmsIn& in, _EventParmsOut& out) {
         const auto* data = static_cast<const char*>(in.Data);
+        EXPECT_TRUE(in.Size == sizeof(in) && in.Version == 1);
+        EXPECT_TRUE(out.Size == sizeof(out) && out.Version == 1 && out.Error == 0);
         const std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back({in, in.Kind == EventKindVideo ? std::string(data, in.DataLength) : data});
         arrived_.notify_all();
