@@ -12,17 +12,6 @@
 #include "support/folder.h"
 #include "support/host.h"
 
-extern "C" {
-std::remove_pointer_t<LoadFunction> Load;
-std::remove_pointer_t<UnloadFunction> Unload;
-std::remove_pointer_t<OpenFunction> Open;
-std::remove_pointer_t<CloseFunction> Close;
-std::remove_pointer_t<ReadFunction> Read;
-std::remove_pointer_t<WriteFunction> Write;
-std::remove_pointer_t<SeekFunction> Seek;
-std::remove_pointer_t<IOCTLFunction> IOCTL;
-}
-
 namespace plendix {
 namespace {
 
@@ -244,15 +233,8 @@ protected:
         std::string devices = "<Device Number='1' Enabled='0'/>";
         for (int number = 2; number < 20; ++number)
             devices += "<Device Number='" + std::to_string(number) + "' ipAddress='a'/>";
-        return "<Velm Delta='1'><Devices ID='2162688'>" + devices +
-               "<Device Number='20' ipAddress='a'><Video><Input Number='0' " + input +
-               "</Video></Device></Devices></Velm>";
-    }
-    void open_and_close() {
-        _OpenParmsOut opened;
-        _CloseParmsOut closed;
-        host.plugin().Open(nullptr, &opened);
-        host.plugin().Close(nullptr, &closed);
+        return change(devices + "<Device Number='20' ipAddress='a'><Video><Input Number='0' " + input +
+                      "</Video></Device>");
     }
 };
 
@@ -264,7 +246,8 @@ TEST_F(Settings, KeepAFileThatDoesNotParse) {
     for (const auto& [name, content] : copies) {
         std::ofstream("Plendix.xml") << content;
         host.clear();
-        open_and_close();
+        open();
+        close();
         EXPECT_THAT(host.log_lines(), ElementsAre(AllOf(StartsWith("50 "), HasSubstr(name))));
         EXPECT_EQ(one_line("Plendix.xml"), sent());
         EXPECT_THAT(sent(), Not(HasSubstr("<Device ")));
@@ -295,15 +278,15 @@ TEST_F(Settings, GiveBackWhatWasTaken) {
         SCOPED_TRACE(input.substr(0, 50));
         forget();
         host.clear();
-        const std::string document = twenty(input + "</Input>");
-        control(2, document.c_str(), document.size());
+        post(twenty(input + "</Input>"));
         host.serve();
         const std::string taken = sent();
         EXPECT_NE(taken.find(kept), std::string::npos) << taken.substr(taken.find("\"20\""), 400);
         EXPECT_EQ(host.log_lines().size(), *kept == '\0' ? 1U : 0U);
         forget();
         host.clear();
-        open_and_close();
+        open();
+        close();
         EXPECT_TRUE(sent() == taken);
         EXPECT_THAT(host.log_lines(), IsEmpty());
     }
@@ -321,7 +304,8 @@ TEST_F(Settings, AreReadInTheEncodingThatTheyDeclare) {
                                      << std::string(2000, ' ') << std::string(9, '\0') << "</a>";
         forget();
         host.clear();
-        open_and_close();
+        open();
+        close();
         EXPECT_THAT(sent(), HasSubstr("Name=\"" + std::string(read) + "\""));
         EXPECT_THAT(host.log_lines(), IsEmpty());
     }
@@ -340,7 +324,8 @@ TEST_F(Settings, AreWrittenOnlyWhenTheyChange) {
     host.clear();
     EXPECT_FALSE(post() || post());
     EXPECT_EQ(host.events().size(), 2U);  // sent all the same
-    open_and_close();
+    open();
+    close();
     add_camera(1);
     EXPECT_FALSE(post());
     host.plugin().m_Devices[0]->m_wModel = 5;
@@ -383,7 +368,8 @@ TEST_F(Settings, StayWholeWhenTheyCannotBeSaved) {
     EXPECT_THAT(sent(), HasSubstr("Number=\"2\""));  // nevertheless
     fs::remove("Plendix.xml");
     fs::create_directory("Plendix.xml");
-    open_and_close();
+    open();
+    close();
     EXPECT_TRUE(fs::is_directory("Plendix.xml"));
     EXPECT_EQ(files("."), 1);
 }
