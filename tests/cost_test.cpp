@@ -11,6 +11,7 @@
 #include "device/device.h"
 #include "platform/clock.h"
 #include "support/allocations.h"
+#include "support/calls.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -69,72 +70,62 @@ namespace {
 using namespace std::string_literals;
 
 // The worker's loop, pass by pass on the test's own thread.
-class HandDriven : public CPlugin {
-public:
-    HandDriven() {
-        g_Plugin = this;
+class Cost : public testing::Test {
+protected:
+    Cost() {
+        std::fill(std::begin(frames), std::end(frames), 0);
         ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
             if (in->Kind == EventKindVideo) ++frames[in->SourceId >> 8 & 255];
             return 0;
         });
-        std::fill(std::begin(frames), std::end(frames), 0);
-    }
-    ~HandDriven() override { g_Plugin = nullptr; }
-    void pass() {
-        processmsgs();
-        for (auto& device : m_Devices)  // neither polls of the trigger input nor changes of the relay
-            if (device) device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
-        counting = true;
-        CheckDevices();
-        counting = false;
-        ++passes;
     }
     bool run_until_frames(long wanted) {  // of each of the cameras 1 and 2
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (std::min(frames[1], frames[2]) < wanted && std::chrono::steady_clock::now() < end)
-            pass();
-        return std::min(frames[1], frames[2]) >= wanted;
+        for (; std::min(frames[1], frames[2]) < wanted; ++passes) {
+            if (std::chrono::steady_clock::now() >= end) return false;
+            host.serve();
+            for (auto& camera : plugin.m_Devices)  // neither polls of the trigger nor changes of the relay
+                if (camera) camera->m_dwPollTime = camera->m_dwOutputTime = timeGetTime();
+            counting = true;
+            plugin.CheckDevices();
+            counting = false;
+        }
+        return true;
     }
-    long passes = 0;
-    static inline long frames[256];
-};
-
-class Cost : public testing::Test {
-protected:
     static std::size_t resident() {  // bytes
         std::size_t size = 0, pages = 0;
         std::ifstream("/proc/self/statm") >> size >> pages;
         return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     }
     TemporaryFolder folder;
-    HandDriven plugin;
+    RecordingHost host;
+    CPlugin& plugin = host.plugin();
+    long passes = 0;
+    static inline long frames[256];
 };
 
 TEST_F(Cost, TwoSystemCallsForABlockAndNoAllocation) {
     std::vector<camera::Config> configs;
     std::string devices;
-    for (const std::string number : {"1", "2"}) {  // H.264, JPEG; without a zone that reports motion
-        const std::string address = "127.33." + std::to_string(getpid() & 255) + "." + number;
-        configs.push_back({address});
+    for (const int number : {1, 2}) {  // H.264, JPEG; without a zone that reports motion
+        configs.push_back({"127.33." + std::to_string(getpid() & 255) + "." + std::to_string(number)});
         configs.back().sensor_width = 640;
         configs.back().sensor_height = 480;
-        devices += "<Device Number='" + number + "' Enabled='1' ipAddress='" + address +
-                   "'><Codec><Encoder><Channel Number='0' Standard='" + (number == "1" ? "1" : "0") +
-                   "' Width='640' Height='480' Framerate='1001' Mask='" + std::string(32, ' ') +
-                   "'/></Encoder></Codec></Device>";
+        devices +=
+            device(number, configs.back().address,
+                   "Standard='" + std::to_string(2 - number) +
+                       "' Width='640' Height='480' Framerate='1001' Mask='" + std::string(32, ' ') + "'");
     }
     camera::Fleet fleet(configs);
     fleet.start();
-    TiXmlDocument document;
-    document.Parse(("<Velm Delta='1'><Devices ID='2162688'>" + devices + "</Devices></Velm>").c_str());
-    plugin.UpdateConfig(document);
-    ASSERT_TRUE(plugin.run_until_frames(5));
+    post(change(devices));
+    ASSERT_TRUE(run_until_frames(5));
     counts = Counts();
-    plugin.passes = 0;
-    const long h264_before = plugin.frames[1], jpeg_before = plugin.frames[2];
-    ASSERT_TRUE(plugin.run_until_frames(75));
-    const long jpeg = plugin.frames[2] - jpeg_before, all = jpeg + plugin.frames[1] - h264_before;
-    EXPECT_EQ(counts.selects, plugin.passes);
+    passes = 0;
+    const long h264_before = frames[1], jpeg_before = frames[2];
+    ASSERT_TRUE(run_until_frames(75));
+    const long jpeg = frames[2] - jpeg_before, all = jpeg + frames[1] - h264_before;
+    EXPECT_EQ(counts.selects, passes);
     EXPECT_GT(counts.receptions, 2 * all) << "too few blocks to say anything";
     EXPECT_EQ(counts.acknowledgements, counts.receptions);
     EXPECT_NEAR(static_cast<double>(counts.requests), static_cast<double>(all), 2);  // one a camera
@@ -154,11 +145,11 @@ TEST_F(Cost, MemoryFollowsThePictures) {
         plugin.m_Devices[i] = std::make_unique<CDevice>(i + 1);
     plugin.PostConfig();
     EXPECT_LT(resident() - before, count * 100'000);
-    for (auto& device : plugin.m_Devices) {
+    for (auto& camera : plugin.m_Devices) {
         for (unsigned short number = 1; number <= blocks; ++number)
-            device->m_Input.Response(block.data(), size, size, number);
-        device->m_Input.Response(trailer.data(), 90, size, blocks + 1);
-        EXPECT_EQ(plugin.frames[device->m_nNumber], 1);
+            camera->m_Input.Response(block.data(), size, size, number);
+        camera->m_Input.Response(trailer.data(), 90, size, blocks + 1);
+        EXPECT_EQ(frames[camera->m_nNumber], 1);
     }
     EXPECT_LT(resident() - before, count * (blocks * size + 128 * 1024));
 }

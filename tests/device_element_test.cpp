@@ -18,10 +18,10 @@ std::string quoted(std::string text) {
     return text;
 }
 std::string input(const std::string& content) {
-    return "<Video><Input Number='0' " + content + "</Input></Video>";
+    return "><Video><Input Number='0' " + content + "</Input></Video>";
 }
 std::string channel(const std::string& content) {
-    return "<Codec><Encoder><Channel Number='0' " + content + "</Channel></Encoder></Codec>";
+    return "><Codec><Encoder><Channel Number='0' " + content + "</Channel></Encoder></Codec>";
 }
 
 class DeviceElement : public testing::Test {
@@ -56,85 +56,99 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
     for (int number = 0, value = 0; answers >> number >> value;)
         device.Parameter(static_cast<char>(number), static_cast<unsigned short>(value));
     EXPECT_THAT(filled(), HasSubstr(quoted("Width='1600' Height='1184' Standard='3' Framerate='20' ")));
-    const std::pair<std::string, bool> cases[] = {
-        // changed
-        {"", false},
-        {"<Trigger/>", true},
-        {"<Trigger><Input Number='0' Name='a'/><Output Number='0' Name='a'/></Trigger>", true},
-        {"<Trigger><Input Number='0' Name='Door' NormallyClosed='1'/></Trigger>", true},
-        {"<Trigger><Input Number='1' Name='a' NormallyClosed='0'/></Trigger>", true},
-        {"<Trigger><Output Number='0' Name='Lamp' NormallyLow='1'/></Trigger>", true},
-        {"<Video><Input Number='1' Name='a'/></Video>", false},
-        {input("Brightness='1' Saturation='0' Sharpness='-3'><Motion/>"), false},
-        {input("><Motion PreMotion='0'/>"), true},
-        {input("Name='A&amp;B'>"), true},
-        {input("><OSD a='1'><b>c</b></OSD>"), true},
-        {input("><Schedule/>"), true},
-        {input("><DigPTZ/>"), true},
-        {"<Codec><Encoder><Channel Number='1' Quality='3'/></Encoder></Codec>", false},
-        {channel("Sensitivity='0' MaskWidth='9' ID='9'>"), false},
-        {channel("Enabled='x' Standard='-' Framerate='' Quality='q'>"), false},
-        {channel("Enabled='0'>"), true},
-        {channel("Framerate='-1'>"), true},
-        {channel("Quality='0'>"), true},
-        {channel("Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_'>"), true},
-        {channel("><Crop Top='300' Width='5000'/>"), true},  // this and the rest begin the stream afresh
-        {channel("Standard=' 7h'>"), true},
-        {channel("Width='800'>"), true},
-        {channel("Height='-5'>"), true},
-        {channel("><Crop Left='2500' Top='2147483648' Width='x'/>"), true}};
-    for (const auto& [content, changed] : cases) {
+    const std::string other = "<Encoder><Channel Number='0' Quality='3'/></Encoder>";
+    // The element, and what it does: c changes what the host sees, x closes the link, r (each) begins the
+    // stream afresh, h leaves half resolution.
+    const std::pair<std::string, std::string> cases[] = {
+        {"Number='9' Enabled='x'>", ""},
+        {"ipAddress='127.0.0.2'>", "c"},
+        {"><Trigger/>", "c"},
+        {"><Trigger><Input Number='0' Name='Door' NormallyClosed='1'/><Input Number='0' Name='a'/>"
+         "<Input Number='1' Name='a' NormallyClosed='0'/><Input Number='0' NormallyClosed='0'/>"
+         "<Output Number='0' Name='' NormallyLow='1'/><Output Number='0' Name='a'/>"
+         "<Output Number='0' NormallyLow='0'/></Trigger>"
+         "<Trigger><Input Number='0' Name='a' NormallyClosed='0'/></Trigger>",
+         "c"},
+        {"><Video><Input Number='1' Name='a'/></Video><Video><Input Number='0' Name='a'/></Video>", ""},
+        {"><Codec><Encoder><Channel Number='1' Quality='3'/></Encoder>" + other + "</Codec><Codec>" + other +
+             "</Codec>",
+         ""},
+        {input("Brightness='1' Saturation='0' Sharpness='-3'><Motion/>"), ""},
+        {input("><Motion PreMotion='0'/>"), "c"},
+        {input("Name=''>"), "c"},
+        {input("Name='A&amp;B'>"), "c"},
+        {input("><OSD a='1'><b>c</b></OSD>"), "c"},
+        {input("><Schedule/>"), "c"},
+        {input("><DigPTZ/>"), "c"},
+        {channel("Sensitivity='0' MaskWidth='9' ID='9'>"), "x"},
+        {channel("Enabled='x' Width='' Standard='-' Framerate='' Quality='q'>"), "x"},
+        {channel("Enabled='0'>"), "cx"},
+        {channel("Framerate='-1'>"), "cx"},
+        {channel("Quality='2'>"), "cx"},
+        {channel("Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_'>"), "cx"},
+        {channel("Standard=' 7h'>"), "cxr"},
+        {channel("Height='-5'>"), "cxrh"},
+        {channel("Width='99999999999999999999' Height='5000'>"), "cxrr"},  // the largest there is
+        {channel("Quality='0' Width='800'>"), "cxrh"},
+        {channel("><Crop Left='2500' Top='300' Width='5000' Height='6000'/>"), "cxrh"}};
+    for (const auto& [content, effect] : cases) {
         device.Open();
-        EXPECT_EQ(parse("Number='9' Enabled='x'>" + content), changed) << content;
-        EXPECT_EQ(device.m_Socket == -1, content.find("Channel Number='0'") != std::string::npos) << content;
+        const int before = device.m_Input.m_wSsn;
+        std::string seen = parse(content) ? "c" : "";
+        if (device.m_Socket == -1) seen += "x";
+        seen.append(static_cast<std::size_t>(device.m_Input.m_wSsn - before), 'r');
+        EXPECT_EQ(seen + (device.m_Input.m_bHalf ? "h" : ""), effect) << content;
+        EXPECT_TRUE(device.m_Input.m_Active.IsValid()) << content;
         device.Close();
     }
     device.m_Input.m_dwKeyFrameTime = 1;
     std::memcpy(device.m_Input.m_MAC, "\x01\x23\x45\x67\x89\xAB", 6);
     // clang-format off
     EXPECT_EQ(filled(), quoted(
-        "<Device Number='7' Enabled='1' ipAddress='127.0.0.1' username='' password='' Name='1203' "
+        "<Device Number='7' Enabled='1' ipAddress='127.0.0.2' username='' password='' Name='1203' "
         "Serial='01-23-45-67-89-AB' Firmware='61750'><Video Inputs='1'><Input Number='0' Name='A&amp;B' "
         "Brightness='1' Saturation='57' Sharpness='60'><Motion PreMotion='0' /><OSD a='1'><b>c</b></OSD>"
         "<Schedule /><DigPTZ /></Input></Video><Codec MinStandard='0' MaxStandard='3'>"
-        "<Resolution Width='1200' Height='240' Name='1200x240' />"
-        "<Resolution Width='600' Height='120' Name='600x120' /><Framerate Min='1' Max='20' />"
-        "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='0' Width='600' "
-        "Height='120' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
+        "<Resolution Width='768' Height='704' Name='768x704' />"
+        "<Resolution Width='384' Height='352' Name='384x352' /><Framerate Min='1' Max='20' />"
+        "<Encoder Number='0' Running='1'><Channel Number='0' Enabled='0' Width='384' "
+        "Height='352' Standard='5' Framerate='-1' Quality='1' Sensitivity='1' "
         "Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_' MaskWidth='112' MaskHeight='112' "
-        "ID='2164480'><Crop Left='2500' Top='2147483647' Width='10000' Height='10000' /></Channel></Encoder></Codec>"
+        "ID='2164480'><Crop Left='2500' Top='300' Width='5000' Height='6000' /></Channel></Encoder></Codec>"
         "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
-        "<Output Number='0' Name='Lamp' NormallyLow='1' Relay='0' /></Trigger></Device>"));
+        "<Output Number='0' Name='' NormallyLow='1' Relay='0' /></Trigger></Device>"));
     // clang-format on
-    parse(">" + channel("Quality='11' Sensitivity='11'>"));
-    EXPECT_TRUE(device.m_Input.m_nQuality == 20 && device.m_Input.m_nSensitivity == 10);
+    parse(channel("Quality='11' Sensitivity='11'><Crop Top='x' Left='-99999999999' Width='2147483648'/>"));
+    EXPECT_THAT(filled(), HasSubstr(quoted("Quality='10' Sensitivity='10' ")));
+    EXPECT_THAT(filled(),
+                HasSubstr(quoted("<Crop Left='-2147483648' Top='0' Width='2147483647' Height='10000' />")));
 }
 
 TEST_F(DeviceElement, ForgetsTheCameraWhenItDisablesIt) {
-    device.m_Sensor = {0, 0, 1600, 1200};
-    device.Parameter(25, 1);
-    device.Parameter(122, 105);
-    device.m_Actions[1] = -1;
-    EXPECT_TRUE(device.m_Input.m_Active.IsValid());
-    EXPECT_TRUE(parse("Enabled='0'>"));
-    EXPECT_EQ(device.m_wModel + device.m_wIO, 0);
-    EXPECT_FALSE(device.m_Sensor.IsValid() || device.m_Input.m_Active.IsValid());
-    EXPECT_TRUE(device.m_Actions.empty());
-    device.Parameter(25, 1);
+    for (const bool told : {true, false}) {  // or switched off by itself, its model not being supported
+        device.m_bEnabled = told;
+        device.m_Sensor = {0, 0, 1600, 1200};
+        device.Parameter(25, 1);
+        device.m_Input.Reset();
+        EXPECT_TRUE(device.Parameter(2, 99) && device.m_Input.m_Active.IsValid());
+        device.Parameter(122, 106);
+        device.m_Actions[1] = -1;
+        device.m_nOutputState = 1;
+        EXPECT_EQ(parse(told ? "Enabled='0'>" : ">"), told);
+        EXPECT_EQ(device.m_wModel + device.m_wIO, 0);
+        EXPECT_EQ(device.m_nInputState + device.m_nOutputState, -2);
+        EXPECT_FALSE(device.m_Sensor.IsValid() || device.m_Input.m_Active.IsValid());
+        EXPECT_TRUE(device.m_Actions.empty());
+    }
     EXPECT_EQ(host.documents(EventKindAlarm).size(), 2U);  // reported afresh
-    device.FireTrigger("Output", 1, 62135596800000 + 1700000000123);
-    EXPECT_EQ(
-        host.documents(EventKindAlarm).back(),
-        quoted("<?xml ?><Velm><Devices ID='2162688'><Device Number='7'><Trigger><Output Number='0' Alarm='1' "
-               "Time='1700000000' Milliseconds='123' /></Trigger></Device></Devices></Velm>"));
 }
 
 TEST_F(DeviceElement, DecodesTheMask) {
     unsigned char(&mask)[24] = device.m_Input.m_Mask;
-    EXPECT_TRUE(parse(">" + channel("Mask='" + std::string(28, ' ') + "'>")));
+    EXPECT_TRUE(parse(channel("Mask='" + std::string(28, ' ') + "'>")));
     EXPECT_TRUE(std::count(mask, mask + 24, 0) == 21 && mask[21] == 255);
     EXPECT_THAT(host.log_lines(), testing::ElementsAre("50 Camera invalid mask length 21"));
-    EXPECT_TRUE(parse(">" + channel("Mask='" + std::string(35, ' ') + "'>")));  // the rest is ignored
+    EXPECT_TRUE(parse(channel("Mask='" + std::string(35, ' ') + "'>")));  // the rest is ignored
     EXPECT_EQ(std::count(mask, mask + 24, 0), 24);
     EXPECT_EQ(uu_decode("&<>'\x1F\xFF\x7F\x01!!!", 11, mask, 7), 6U);  // not validated: FF, DF, 5F, E1
     const unsigned char expected[7] = {0x19, 0xC7, 0x87, 0xFD, 0xF7, 0xE1, 0};
@@ -142,25 +156,29 @@ TEST_F(DeviceElement, DecodesTheMask) {
 }
 
 TEST_F(DeviceElement, CommandsNeedAllTheirAttributes) {
-    // Without the attribute so many remain of the commands to the input and the output.
-    const std::pair<const char*, std::size_t> cases[] = {{"Number", 0}, {"Time", 0},    {"Milliseconds", 0},
-                                                         {"Action", 0}, {"Context", 1}, {"Record", 1},
-                                                         {"Alarm", 1},  {"Other", 2}};
-    const std::string attributes =
-        "Number='0' Context='0' Time='1' Milliseconds='2' Action='-4' Record='0' Alarm='0'";
-    for (const auto& [name, taken] : cases) {
-        device.m_Input.m_Actions.clear();
-        device.m_Actions.clear();
-        const std::string left = std::regex_replace(attributes, std::regex(name), "Missing");
+    const ActionMap none, ended{{-4, 62135596801002}}, open{{-4, -1}};
+    const std::tuple<const char*, const char*, ActionMap, ActionMap> cases[] = {
+        // what is replaced by what, and the actions of the input and the output then
+        {"Number", "x", none, none},       {"Time", "x", none, none},
+        {"Milliseconds", "x", none, none}, {"Action", "x", none, none},
+        {"Context", "x", none, ended},     {"Number='0'", "Number='1'", none, none},
+        {"Record", "x", none, ended},      {"Record='0'", "Record='-1'", open, ended},
+        {"Alarm", "x", ended, none},       {"Alarm='0'", "Alarm='-1'", ended, open}};
+    for (const auto& [name, other, input_actions, output_actions] : cases) {
+        CDevice camera(7);
+        const std::string attributes = std::regex_replace(
+            std::string("Number='0' Context='0' Time='1' Milliseconds='2' Record='0' Alarm='0' Action='-"),
+            std::regex(name), other);
+        const std::string commands =
+            "<Video><Input " + attributes + "4'/></Video><Trigger><Output " + attributes + "4'/></Trigger>";
         TiXmlDocument document;
         document.Parse(
-            ("<Device><Video><Input " + left + "/></Video><Trigger><Output " + left + "/></Trigger></Device>")
+            ("<Device>" + commands + std::regex_replace(commands, std::regex("-4"), "5") + "</Device>")
                 .c_str());
-        device.WriteDevice(document.RootElement());
-        EXPECT_EQ(device.m_Input.m_Actions.size() + device.m_Actions.size(), taken) << name;
+        camera.WriteDevice(document.RootElement());
+        EXPECT_EQ(camera.m_Input.m_Actions, input_actions) << name;
+        EXPECT_EQ(camera.m_Actions, output_actions) << name;
     }
-    EXPECT_EQ(device.m_Actions, (ActionMap{{-4, 62135596801002}}));
-    EXPECT_EQ(device.m_Input.m_Actions, device.m_Actions);
 }
 
 }  // namespace

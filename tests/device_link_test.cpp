@@ -16,7 +16,6 @@ using testing::Pair;
 
 class DeviceLink : public Bench {
 protected:
-    void begin() { expect("getreg?page=3;reg=122;"); }
     void expect_log(const std::string& text) {
         EXPECT_THAT(host.log_lines(), ElementsAre(testing::StartsWith(text)));
         host.clear();
@@ -102,14 +101,12 @@ TEST_F(DeviceLink, ClosesOnFailuresAndTriesAgain) {
 TEST_F(DeviceLink, ClosesSocketsThatSelectCannotWatch) {
     const rlimit limit = {FD_SETSIZE + 100, FD_SETSIZE + 100};
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP() << "may not open so many files";
+    std::vector<int> taken(FD_SETSIZE);
     const auto take = [] { return open("/dev/null", O_RDONLY); };
-    std::vector<int> taken;
-    do
-        taken.push_back(take());
-    while (taken.back() >= 0 && taken.back() < FD_SETSIZE - 1);
+    std::generate(taken.begin(), taken.end(), take);
     EXPECT_FALSE(device->Open());
     expect_log("75 " + own_address() + " create socket error 24");
-    EXPECT_EQ(take(), FD_SETSIZE);  // nothing was left open
+    EXPECT_EQ(take(), taken.back() + 1);  // nothing was left open
     std::for_each(taken.begin(), taken.end(), close);
     begin();
 }
@@ -129,11 +126,14 @@ protected:
         data(1, std::string(1450, 'p'));
         data(2, std::string(80, '\0') + "\4\x8\0\0\0\0\0\x10\0\x10"s);
     }
-    // Expects a write of the register that is due 501 ms after the given time.
+    // Expects a write of the register that is due 501 ms after the given time, and pictures before.
     void expect_due(std::uint32_t& time, unsigned value, unsigned reply) {
         quiet = false;
         device->m_dwPollTime = device->m_dwOutputTime = timeGetTime();
-        time -= 501;
+        time -= 500;
+        expect(picture);
+        finish_picture();
+        time -= 1;
         expect("setreg?page=3;reg=25;val=" + std::to_string(value) + ";");
         quiet = true;
         answer(reply);
@@ -147,6 +147,9 @@ TEST_F(DeviceService, AsksAFreshCameraInOrder) {
         "g70; 0 0 g71; 0 0 g72; 1600 0 g73; 1200 1 g109; 1282 0 s109;val=1283; 1283 0 g110; 37428 0 "
         "s110;val=38708; 38708 0 g111; 773 1 s111;val=4357; 4357 1 s111;val=4356; 4356 1 "
         "s79;val=12308; 12308 0 s25;val=48; 48 0 g25; 1 0 s25;val=32; 32 0");
+    testing::internal::CaptureStdout();
+    device->Parameter(static_cast<char>(200), 65535);
+    uptime += 101;
     std::string name;
     bool seen = false;
     for (unsigned value = 0; steps >> name >> value >> seen; changed = false) {
@@ -155,34 +158,43 @@ TEST_F(DeviceService, AsksAFreshCameraInOrder) {
         EXPECT_EQ(changed, seen) << name;
     }
     expect("h264?res=full;x0=0;y0=0;x1=1600;y1=1184;qp=29;iframe=1;ssn=1;");
-    EXPECT_THAT(host.documents(EventKindAlarm),
-                ElementsAre(HasSubstr("<Trigger><Input Number=\"0\" Alarm=\"1\" "),
-                            HasSubstr("<Trigger><Output Number=\"0\" Alarm=\"0\" ")));
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "received register -56 val 65535\n\nsensor 1600x1200\n\nmotion detail 5, mode 1, enable 0\n\n"
+        "motion detail 5, mode 1, enable 1\n\nmotion zones 2 zone size 52\n\nmotion zones 7 zone size 52\n\n"
+        "motion threshold 5 exposure sensitivity 3\n\nmotion threshold 5 exposure sensitivity 17\n\n"
+        "motion threshold 4 exposure sensitivity 17\n\n");
+    EXPECT_THAT(host.documents(EventKindAlarm | EventKindLog),
+                ElementsAre(HasSubstr(R"(<Input Number="0" Alarm="1" Time="1700000000" Mill)"),
+                            R"(<?xml ?><Velm><Devices ID="2162688"><Device Number="7"><Trigger><Output )"
+                            R"(Number="0" Alarm="0" Time="1700000000" Milliseconds="123" /></Trigger>)"
+                            "</Device></Devices></Velm>"));
 }
 
 TEST_F(DeviceService, SettlesOnTheCamerasItSupports) {
-    // Registers, what is asked in the end, the zone scale by then, and the log.
+    // Registers, what is asked in the end, the zone scale and half the zones by then, and the log.
     const std::tuple<Registers, std::string, int, std::string> cases[] = {
         {{{122, 106}}, "", 0, "50 Model 106 is not supported"},
         {{{122, 99}}, "", 0, "50 Model 99 is not supported"},
         {{{123, 61704}}, "", 0, "50 Version 61704 is not supported"},
-        {{{122, 1200}, {123, 61705}}, "x1=1600;y1=1184;", 7, ""},
-        {{{72, 8000}, {73, 6000}}, "x1=8000;y1=5984;", 15, ""},
-        {{{72, 65534}, {73, 65534}}, "x1=65472;y1=65504;", 15, ""},
-        {{{72, 64}, {73, 32}}, "x1=64;y1=32;", 1, ""},
-        {{{72, 32}, {73, 16}}, "", 1, ""},  // no whole picture block
-        {{{70, 100}, {71, 100}, {72, 100}, {73, 100}}, "", 1, ""},
-        {{{70, 200}, {72, 100}}, "", 15, ""},
+        {{{122, 1200}, {123, 61705}}, "x1=1600;y1=1184;", 0x711, ""},
+        {{{72, 1200}, {73, 1600}}, "x1=1152;y1=1600;", 0x711, ""},
+        {{{72, 2560}, {73, 1920}}, "x1=2560;y1=1920;", 0xA18, ""},
+        {{{72, 8000}, {73, 6000}}, "x1=8000;y1=5984;", 0xF20, ""},
+        {{{72, 65534}, {73, 65534}}, "x1=65472;y1=65504;", 0xF20, ""},
+        {{{72, 64}, {73, 32}}, "x1=64;y1=32;", 0x101, ""},
+        {{{72, 32}, {73, 16}}, "", 0x100, ""},  // no whole picture block
+        {{{70, 100}, {71, 100}, {72, 100}, {73, 100}}, "", 0x100, ""},
+        {{{70, 200}, {72, 100}}, "", 0xF08, ""},
         {{{2, 0}}, "not settled", 0, ""},
-        {{{111, 0}}, "not settled", 7, ""}};
-    quiet = true;
-    for (auto [registers, name, scale, log] : cases) {
+        {{{111, 0}}, "not settled", 0x700, ""}};
+    for (auto [registers, name, zones, log] : cases) {
         renew();
         registers.insert(agreeing.begin(), agreeing.end());
         const std::string last = serve(registers);
         EXPECT_THAT(last, HasSubstr(name));
         EXPECT_EQ(last.empty(), name.empty());
-        EXPECT_EQ(device->m_wZones >> 8, scale) << last;
+        EXPECT_EQ((device->m_wZones & 0xF00) + (device->m_wThreshold >> 8), zones) << last;
         EXPECT_EQ(device->m_Socket == -1, !log.empty()) << log;
         EXPECT_EQ(host.log_lines(), std::vector<std::string>(log.empty() ? 0 : 1, log));
     }
@@ -191,9 +203,9 @@ TEST_F(DeviceService, SettlesOnTheCamerasItSupports) {
 TEST_F(DeviceService, PacesPicturesAndWritesChanges) {
     settle();
     device->m_Input.m_nFramerate = 1;
-    device->m_Input.m_dwRequestTime = timeGetTime();
+    uptime += 999;
     expect("");
-    device->m_Input.m_dwRequestTime -= 1000;
+    uptime += 1;
     expect(picture);
     written.clear();
     TiXmlDocument change;
@@ -204,25 +216,49 @@ TEST_F(DeviceService, PacesPicturesAndWritesChanges) {
     EXPECT_TRUE(device->ParseDevice(change.RootElement()));
     EXPECT_EQ(serve({}), "");  // and no pictures any more
     EXPECT_THAT(written, ElementsAre(Pair(2, 119), Pair(15, 6), Pair(16, 4), Pair(111, 0x1104)));
+    for (int threshold = 0; threshold < 256; ++threshold) {
+        device->Parameter(111, static_cast<unsigned short>(0x1100 + threshold));
+        EXPECT_EQ(device->m_Input.m_nSensitivity, std::clamp((33 - threshold) / 3 + 1, 1, 10));
+    }
+    for (unsigned level = 10; level > 0; --level) {
+        device->m_Input.m_nSensitivity = static_cast<int>(level);
+        serve({});
+        EXPECT_EQ(written[111], 0x1100 + 34 - 3 * level);
+    }
 }
 
 TEST_F(DeviceService, GivesAStalledTransferUp) {
     settle();
     device->Parameter(25, 1);
-    expect(picture);
+    device->m_Actions[1] = -1;
+    device->m_nOutputState = 1;
+    uptime = 1LL << 32;  // the millisecond clock shows 0
     host.clear();
-    device->m_dwSendTime -= 9000;
-    pass();
+    expect(picture);
+    uptime += 9'999;
+    expect("");
     EXPECT_TRUE(host.events().empty());
-    device->m_dwSendTime -= 1001;
+    uptime += 1LL << 31;  // a worker held for 24.8 days
+    changed = false;
+    pass();
+    EXPECT_FALSE(changed);
     Registers restarted = agreeing;
     std::tie(restarted[109], restarted[110], restarted[111]) = std::tuple(2, 0x0100, 0x0101);
     written.clear();
+    reads.clear();
     EXPECT_EQ(serve(restarted), picture);  // after all the registers
+    EXPECT_THAT(reads, ElementsAre(122, 123, 2, 15, 16, 70, 71, 72, 73, 109, 110, 111));
     EXPECT_THAT(written, ElementsAre(Pair(79, 12308), Pair(109, 3), Pair(110, 0x0700), Pair(111, 0x1104)));
-    EXPECT_THAT(host.log_lines(), ElementsAre("50 " + own_address() + " timeout"));
     device->Parameter(25, 1);  // the level that the host knows
+    EXPECT_TRUE(device->m_Actions.size() == 1 && device->m_nOutputState == 1);
     EXPECT_THAT(host.documents(EventKindAlarm), ElementsAre(HasSubstr(" Connected=\"0\" ")));
+    uptime += 10'000;
+    grant();  // the acknowledgement begins the time anew
+    uptime += 10'000;
+    expect("");
+    EXPECT_THAT(host.log_lines(), ElementsAre("50 " + own_address() + " timeout"));
+    uptime += 1;
+    begin();
 }
 
 TEST_F(DeviceService, DecodesTheTriggerInputAndDrivesTheRelay) {
@@ -234,16 +270,18 @@ TEST_F(DeviceService, DecodesTheTriggerInputAndDrivesTheRelay) {
         EXPECT_EQ(device->m_nInputState, state) << value;
     }
     settle();
-    expect_due(device->m_dwPollTime, 48, 16);
-    expect(picture);  // no reading follows: the poll was not confirmed
+    expect_due(device->m_dwPollTime, 48, 49);
+    device->m_cRegister = 2;  // of a request that was not sent
+    expect(picture);          // no reading follows: the poll was not confirmed
     finish_picture();
     const std::pair<std::string, int> actions[] = {
         {"'0' Action='1' Alarm='0' Time='1000' Milliseconds='0'", 0},
         {"'1' Action='1' Alarm='1' Time='0' Milliseconds='0'", 0},
         {"'0' Action='1' Alarm='1' Time='0' Milliseconds='0'", 1},
-        {"'0' Action='2' Alarm='0' Time='2147483647' Milliseconds='999'", 1},
-        {"'0' Action='1' Alarm='0' Time='1000' Milliseconds='0'", 1},
-        {"'0' Action='2' Alarm='0' Time='1000' Milliseconds='0'", 0}};
+        {"'0' Action='2' Alarm='-1' Time='0' Milliseconds='0'", 1},
+        {"'0' Action='1' Alarm='0' Time='1700000000' Milliseconds='123'", 1},
+        {"'0' Action='2' Alarm='0' Time='1700000000' Milliseconds='124'", 1},
+        {"'0' Action='2' Alarm='0' Time='1700000000' Milliseconds='123'", 0}};
     const unsigned values[2][2] = {{32, 16}, {16, 32}};  // by NormallyLow and state
     for (const bool low : {false, true}) {
         device->m_bNormallyLow = low;
@@ -256,6 +294,7 @@ TEST_F(DeviceService, DecodesTheTriggerInputAndDrivesTheRelay) {
         }
     }
     EXPECT_EQ(host.documents(EventKindAlarm).size(), 4U + 2 + 5);  // input, picture, relay
+    EXPECT_EQ(host.frames().size(), 2U + 1 + 1 + 14);              // by every turn at the end
 }
 
 }  // namespace

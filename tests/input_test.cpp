@@ -31,6 +31,8 @@ TEST(Input, InitTakesWhatTheSensorHas) {
         {{7, 9, 2599, 1953}, {2560, 1920, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 2560, 1920, 0}},
         {{0, 0, 2592, 1944}, {1280, 960, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
         {{0, 0, 2592, 1944}, {9999, 1919, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
+        {{0, 0, 2592, 1944}, {9999, 0, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
+        {{0, 0, 2592, 1944}, {0, 9999, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
         {{0, 0, 2592, 1944}, {0, 0, 2500, 2500, 5000, 5000}, {648, 480, 1928, 1440, 1280, 960, 0}},
         {{0, 0, 2593, 1944}, {0, 0, 9000, 9000, 10000, 10000}, {2272, 1696, 2593, 1944, 321, 248, 0}},
         {{0, 0, 300, 200}, {0, 0, 9000, 9000, 10000, 10000}, {0, 0, 256, 192, 256, 192, 0}},
@@ -77,7 +79,7 @@ TEST(Input, RequestNamesThePicture) {
         EXPECT_EQ(input.Request(now), "h264?res=half;x0=2;y0=16;x1=65535;y1=65534;" + end);
     }
     input.Reset();
-    EXPECT_EQ(input.m_wSsn, 0);
+    EXPECT_EQ(input.m_wSsn + input.m_dwKeyFrameTime, 0U);
 }
 
 const std::string delimiter = "\0\0\1\x09\x10"s;
@@ -136,16 +138,21 @@ struct Response : testing::Test {
 };
 
 TEST_F(Response, JpegWhateverTheBlockSizeAndOrder) {
-    std::string payload(5000, 'p');
+    std::string payload(5900, 'p');
     payload[0] = payload[1] = payload[2500] = '\0';
-    for (const unsigned size : {91U, 200U, 594U, 600U, 1450U, 4999U, 5000U, 65464U, 65535U}) {
-        answer(payload + std::string(7, '\0'), {}, size);
+    const std::pair<unsigned, std::vector<unsigned>> cases[] = {
+        {91, {}},   {200, {}},  {594, {}},   {600, {}},   {1450, {}},
+        {5899, {}}, {5900, {}}, {65464, {}}, {65535, {}}, {1450, {3, 1, 5, 1, 2, 3, 4}},
+        {91, {65}}, {91, {65}}};  // the 65th first leaves nothing behind
+    for (const auto& [size, order] : cases) {
+        answer(payload + std::string(7, '\0'), {}, size, order);
         EXPECT_TRUE(frame() == jpeg(1280, 1024, payload)) << size;
     }
-    answer(payload, {}, 1450, {3, 1, 4, 1, 2, 3});
-    EXPECT_TRUE(frame() == jpeg(1280, 1024, payload));
-    answer("");
-    EXPECT_TRUE(frame() == jpeg(1280, 1024, "pp").substr(0, 593));
+    input.Request(1000);
+    for (const unsigned number : {1, 2, 9})  // a stray one counts
+        block(number, std::string(200, 'q'), 200);
+    block(3, Trailer().bytes(), 200);
+    EXPECT_TRUE(frame() == jpeg(1280, 1024, std::string(400, 'q') + std::string(200, 'p')));
 }
 
 TEST_F(Response, TrailerTellsCodecSizeAndPrefix) {
@@ -155,10 +162,13 @@ TEST_F(Response, TrailerTellsCodecSizeAndPrefix) {
         {{0}, "data", "0 frames"},
         {{89}, "data", "0 frames"},
         {{90}, "data", jpeg(1280, 1024, "data")},
-        {{92, 640, 480, 3201, 2401, 8, 0xFB}, "data", jpeg(1280, 960, "data")},
+        {{91, 25535, 1, 65535, 33001}, "data", jpeg(40000, 33000, "data")},
+        {{92, 641, 481, 3200, 2402, 8, 0xFB}, "data", jpeg(1279, 960, "data")},
+        {{91}, "", jpeg(1280, 1024, "pp").substr(0, 593)},
+        {{91}, std::string(1451, '\0'), jpeg(1280, 1024, "pp").substr(0, 593)},
         {{93, 640, 480, 3201, 2529, 27, 0xFB}, "data", sets + key + "data" + delimiter},
         {{300}, "\1\0\2"s, sets + key + "\1\0\2"s + delimiter},
-        {{93}, "\0\1"s, sets + key + "\0\1"s + delimiter},
+        {{93, 0, 0, 1280, 1024, 8, 4, 128}, "\0\1"s, sets + key + "\0\1"s + delimiter},
         {{93}, "\0\0\5"s, sets + "\0\0\5"s + delimiter},
         {{93, 0, 0, 1280, 1024, 8, 4, 0}, "\0\0\0\1\x41."s, "\0\0\0\1\x41."s + delimiter},
         {{93, 0, 0, 1280, 1024, 8, 4, 0}, "\x88"s, other + "\x88"s + delimiter}};
@@ -199,6 +209,13 @@ TEST_F(Response, FillsTheBufferToItsLastUsableBlock) {
     block(0, std::string(65535, 'p'), 65535);  // a stray block 0 counts, but stays in the buffer
     block(32, Trailer{93}.bytes(), 65535);
     EXPECT_EQ(frame().substr(0, sets.size()), sets);
+    for (const unsigned length : {2064383U, 2064384U}) {  // longer than a block, and longer than the buffer
+        input.Request(1000);
+        block(2, std::string(32768, 'q'), 32768);
+        block(1, std::string(length, 'p'), 32768);
+        block(3, Trailer().bytes(), 32768);
+        EXPECT_EQ(frame() == jpeg(1280, 1024, std::string(65536, 'p')), length == 2064383U);
+    }
 }
 
 TEST_F(Response, MotionMapMaskAndEvents) {
@@ -223,10 +240,12 @@ TEST_F(Response, MotionMapMaskAndEvents) {
     input.Reset();
     input.Reset();
     EXPECT_EQ(input.MAC(), "00-00-00-00-00-00");
+    answer("payload");  // connection and motion are told again
     EXPECT_THAT(
         host.documents(EventKindAlarm),
         ElementsAre(HasSubstr(" Connected=\"1\""), HasSubstr(" Motion=\"0\""), HasSubstr(" Motion=\"1\""),
-                    HasSubstr(" Motion=\"0\""), HasSubstr(" Connected=\"0\"")));
+                    HasSubstr(" Motion=\"0\""), HasSubstr(" Connected=\"0\""), HasSubstr(" Connected=\"1\""),
+                    HasSubstr(" Motion=\"0\"")));
 }
 
 TEST_F(Response, UndecodableFramesAreRefusedAndLoggedOncePerRun) {
@@ -242,12 +261,25 @@ TEST_F(Response, UndecodableFramesAreRefusedAndLoggedOncePerRun) {
         input.Reset();
         host.clear();
         for (int run = 0; run < 3; ++run) {
-            answer("payload", trailer);
+            EXPECT_EQ(answer("payload", trailer), run == 0);  // the address is new
+            EXPECT_EQ(input.m_dwRequestTime, 1000U);
             EXPECT_THAT(input.Request(1001), HasSubstr("iframe=1"));
         }
-        EXPECT_EQ(host.events().size(), 1U);
+        EXPECT_EQ(host.events().size(), 1U);  // no connection
         EXPECT_THAT(host.log_lines(), ElementsAre("50 Camera - invalid " + reason));
     }
+    input.Reset();  // ends the run; after that only ten seconds of good frames do
+    host.clear();
+    const std::pair<unsigned, bool> frames[] = {{1000, false}, {2000, true},  {11999, true}, {12000, false},
+                                                {13000, true}, {23000, true}, {23001, false}};
+    for (const auto& [time, good] : frames) {
+        input.Request(time);
+        block(1, std::string(1450, 'p'), 1450);  // a frame that is no key frame needs no size
+        block(2, (good ? Trailer{93, 9, 9, 1, 1, 99, 4, 0} : Trailer{90, 0, 0, 1, 1, 27}).bytes(), 1450);
+    }
+    EXPECT_EQ(host.frames().size(), 4U);
+    const std::string warning = "50 Camera - invalid JPEG quality 27";
+    EXPECT_THAT(host.log_lines(), ElementsAre(warning, "25 Camera receiving video", warning));
 }
 
 }  // namespace

@@ -104,27 +104,25 @@ TEST_F(Streaming, CamerasWaitForDescriptors) {
 }
 
 TEST_F(Streaming, ACallbackMayBeSlowAndPostDocuments) {
-    static std::atomic<unsigned> frames, h264, lines;
+    static std::atomic<unsigned> frames, lines;
     ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
         lines += in->Kind == EventKindLog ? 1 : 0;
         if (in->Kind != EventKindVideo) return 0;
         if (++frames % 10 == 0) std::this_thread::sleep_for(500ms);
-        h264 += in->DataType == DataTypeH264 ? 1 : 0;
-        const std::string other_codec = device(1, small_cameras(2, 1)[0].address, "Standard='5'");
-        const std::string text = change(frames == 20 ? other_codec : "<Device Number='1'/>");
+        const std::string text = change("<Device Number='1'/>");
         post(text);
         _WriteParmsIn command = {0, 0, 0, 0, {}, static_cast<std::uint32_t>(text.size()), text.data(), 5};
         _WriteParmsOut written = {};
         return g_Plugin->Write(&command, &written);
     });
     stream(4);
-    EXPECT_TRUE(host.wait_for([](auto&) { return frames >= 40 && h264 > 0; }, 30s));
+    EXPECT_TRUE(host.wait_for([](auto&) { return frames >= 40; }, 30s));
     close();
     unsigned sent = 0;
     for (std::size_t camera = 0; camera < 4; ++camera)
         sent += static_cast<unsigned>(fleet->counters(camera).frames);
     EXPECT_NEAR(frames, sent, 4);  // on their way when it stopped
-    EXPECT_EQ(lines, 5U);          // the first picture of each camera and codec, and no loss
+    EXPECT_EQ(lines, 4U);          // every camera's first picture, and no loss
 }
 
 TEST_F(Streaming, TwoHundredLivesLeaveNothingBehind) {
@@ -153,6 +151,28 @@ TEST_F(Streaming, TwoHundredLivesLeaveNothingBehind) {
     EXPECT_EQ(count("/proc/self/fd"), descriptors);
     EXPECT_TRUE(host.wait_for([&](auto&) { return count("/proc/self/task") == threads; }));
     EXPECT_LT(mappings(), maps + 100);
+}
+
+TEST_F(Streaming, ABurstOfDocumentsLosesNoneAndTheCamerasGoOn) {
+    stream(2);
+    EXPECT_TRUE(frames_from(2));
+    const std::string nested = std::regex_replace(std::string(70, 'a'), std::regex("a"), "<a>");
+    host.clear();
+    for (int number = 1; number <= 5000; ++number)  // some change something, the others make a log line
+        post(number % 25 != 0 ? nested
+                              : change("<Device Number='9' ipAddress='" + std::to_string(number) + "'/>"));
+    EXPECT_TRUE(host.wait_for(
+        [](auto& h) {
+            const auto sent = h.documents(EventKindConfig);  // cameras may add to them
+            return h.documents(EventKindLog).size() == 4800 && sent.size() >= 200 &&
+                   sent.back().find("ipAddress=\"5000\"") != std::string::npos;
+        },
+        30s));
+    host.clear();
+    EXPECT_TRUE(frames_from(2));
+    post(change(device(1, small_cameras(2, 1)[0].address, "Standard='5'")));  // another codec on the way
+    EXPECT_TRUE(host.wait_for([](auto& h) { return h.frames().back().record.DataType == DataTypeH264; }));
+    close();
 }
 
 }  // namespace

@@ -81,6 +81,13 @@ std::string Latin1ToUtf8(const std::string& text) {
     return utf8;
 }
 
+bool EndsInsideUtf8Sequence(const char* text, std::size_t length) {
+    for (std::size_t back = 1; back <= std::min(length, LongestSequence); ++back) {
+        if (AnnouncedLength(text[length - back]) > back) return true;
+    }
+    return false;
+}
+
 std::size_t Utf8WholeLength(const char* text, std::size_t length) {
     for (std::size_t back = 1; back <= std::min(length, LongestSequence); ++back) {
         const std::size_t announced = AnnouncedLength(text[length - back]);

@@ -13,5 +13,8 @@ std::string ToUtf8(const std::string& text);
 // The same text, of which every byte is taken for ISO 8859-1.
 std::string Latin1ToUtf8(const std::string& text);
 
+// True when a byte near the end announces more bytes than follow, whatever these are.
+bool EndsInsideUtf8Sequence(const char* text, std::size_t length);
+
 // Of a text that was cut off at length: the bytes up to the last character that is still whole.
 std::size_t Utf8WholeLength(const char* text, std::size_t length);

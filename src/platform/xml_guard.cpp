@@ -5,6 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/utf8.h"
+
 namespace {
 
 // TinyXML takes as many bytes for a character as its first one announces, and may so step over the
@@ -75,9 +77,11 @@ private:
         if (declaration != nullptr && m_Open.empty()) Declared(declaration->Encoding());
     }
 
+    // Where this fails at the end of the text, TinyXML may have stepped over that end.
     void Parse(TiXmlBase& part) {
         m_p = part.Parse(m_p, nullptr, m_Encoding);
-        if (m_p != nullptr && m_p > m_sText.data() + m_nLength)
+        if (m_p == nullptr && m_Encoding == TIXML_ENCODING_UTF8 &&
+            EndsInsideUtf8Sequence(m_sText.data(), m_nLength))
             Stop(m_sText.data() + m_nLength, "incomplete character");
     }
 

@@ -1,4 +1,6 @@
-// A camera played by hand, datagram by datagram, and a connection that a test drives against it.
+// A camera played by hand, datagram by datagram, and a connection that a test drives against it, on
+// clocks that stand still. The program's own clock_gettime takes the place of the C library's, under
+// the name in the headers: include it in one source.
 #pragma once
 
 #include <arpa/inet.h>
@@ -6,6 +8,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <map>
 
 #include "device/device.h"
@@ -20,6 +23,8 @@ inline std::string word(unsigned value) {
     return {static_cast<char>(value >> 8), static_cast<char>(value & 0xFF)};
 }
 
+inline std::int64_t calendar = 0, uptime = 0;  // milliseconds since 1970, and of the monotonic clock
+
 /// A loopback address that no other test process uses.
 inline std::string own_address() {
     return "127.30." + std::to_string(getpid() >> 8 & 0xFF) + "." + std::to_string(getpid() & 0xFF);
@@ -31,8 +36,13 @@ class Bench : public testing::Test {
 protected:
     using Registers = std::map<int, unsigned>;
 
-    Bench() { renew(); }
-    ~Bench() override { close(server), close(transfer); }
+    Bench() {
+        setenv("TZ", "XYZ-5:30", 1);  // no time is local
+        calendar = 1'700'000'000'123;
+        uptime = 400;  // neither is a poll due, nor an output update
+        renew();
+    }
+    ~Bench() override { uptime = 0, close(server), close(transfer); }
     void renew() {  // a connection that knows nothing of its camera yet
         device = std::make_unique<CDevice>(7);
         device->m_bEnabled = true;
@@ -53,6 +63,7 @@ protected:
     /// The name in the next read request.
     std::string asked() { return request().append(3, '\0').c_str() + 2; }
     void expect(const std::string& wanted) { EXPECT_EQ(asked(), wanted); }
+    void begin() { expect("getreg?page=3;reg=122;"); }
     void send(const std::string& datagram, const std::string& acknowledgement) {
         const auto* const peer = reinterpret_cast<const sockaddr*>(&client);
         sendto(transfer, datagram.data(), datagram.size(), 0, peer, sizeof(client));
@@ -71,7 +82,9 @@ protected:
             unsigned value = 0;
             if (std::sscanf(name.c_str(), "setreg?page=3;reg=%d;val=%u;", &number, &value) == 2)
                 written[number] = registers[number] = value;
-            else if (std::sscanf(name.c_str(), "getreg?page=3;reg=%d;", &number) != 1)
+            else if (std::sscanf(name.c_str(), "getreg?page=3;reg=%d;", &number) == 1)
+                reads.push_back(number);
+            else
                 return name;
         }
         return "not settled";
@@ -79,8 +92,9 @@ protected:
 
     RecordingHost host;
     std::unique_ptr<CDevice> device;
-    bool quiet = false;    // no trigger polls and no output updates
-    bool changed = false;  // by a pass
+    bool quiet = false;      // no trigger polls and no output updates
+    bool changed = false;    // by a pass
+    std::vector<int> reads;  // while served
     Registers written;
     // A 1600 x 1200 camera that agrees with what the driver wants of it.
     const Registers agreeing{{122, 105}, {123, 61750}, {2, 99},  {15, 3},       {16, 2},
@@ -109,3 +123,10 @@ private:
 };
 
 }  // namespace plendix
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const std::int64_t now = clock == CLOCK_MONOTONIC ? plendix::uptime : plendix::calendar;
+    time->tv_sec = static_cast<std::time_t>(now / 1000);
+    time->tv_nsec = static_cast<long>(now % 1000 * 1000000 + 999999);
+    return 0;
+}
