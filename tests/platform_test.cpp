@@ -58,13 +58,11 @@ TEST(FrameBuffer, EndsAtPagesThatCannotBeTouched) {
     const CFrameBuffer buffer;
     const auto page = sysconf(_SC_PAGESIZE);
     constexpr long front = CFrameBuffer::HeaderRoom, size = CFrameBuffer::Size;
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    const int zeros = open("/dev/zero", O_RDONLY);
     for (const auto& [place, error] :
          {std::pair(-front - page, EFAULT), {-front, 0}, {size + 15, 0}, {size + 16, EFAULT}})
-        EXPECT_EQ(write(ends[1], buffer.Data() + place, 1) == 1 ? 0 : errno, error) << place;
-    close(ends[0]);
-    close(ends[1]);
+        EXPECT_EQ(read(zeros, buffer.Data() + place, 1) == 1 ? 0 : errno, error) << place;
+    close(zeros);
 }
 
 }  // namespace

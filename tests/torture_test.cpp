@@ -9,13 +9,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <system_error>
 
-#include "plugin/Plendix.h"
-#include "plugin/plugin.h"
-#include "plugin/settings.h"
 #include "support/allocations.h"
 #include "support/calls.h"
 #include "support/folder.h"
@@ -77,11 +73,6 @@ void check_inherited(bool inherited) {
     if (role != outsider && inherited) note(told, "children inherit a descriptor");
 }
 
-void note_flush(std::FILE* file) {
-    const bool written = fileno(file) != -1 && (fcntl(fileno(file), F_GETFL) & O_ACCMODE) != O_RDONLY;
-    if (role != outsider && written) saving += 'F';
-}
-
 }  // namespace
 
 // TinyXML itself drops the part of a copy that it has made when memory runs out in the middle; what
@@ -100,7 +91,6 @@ void before_allocation() {
     result __wrap_##name parameters
 
 extern "C" {
-
 WRAPPED(int, socket, (int domain, int type, int protocol)) {
     check_inherited((type & SOCK_CLOEXEC) == 0);
     if (fails(Call::socket)) return failed("75 create socket error ");
@@ -108,7 +98,6 @@ WRAPPED(int, socket, (int domain, int type, int protocol)) {
     if (role != outsider) FD_CLR(descriptor, &answered);
     return descriptor;
 }
-
 // "localhost" is camera 2, as long as it has not answered: from then on it has its own address.
 WRAPPED(ssize_t, sendto,
         (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length)) {
@@ -127,13 +116,11 @@ WRAPPED(ssize_t, sendto,
     }
     return __real_sendto(fd, data, size, flags, reinterpret_cast<sockaddr*>(&peer), sizeof(peer));
 }
-
 WRAPPED(ssize_t, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* length)) {
     if (fails(Call::recvfrom)) return failed("75 recv error ", EAGAIN, true);
     if (role != outsider) FD_SET(fd, &answered);
     return __real_recvfrom(fd, data, size, flags, from, length);
 }
-
 WRAPPED(int, select, (int count, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout)) {
     if (role != outsider && timeout->tv_sec * 1'000'000 + timeout->tv_usec != 20'000)
         note(told, "waits for another time");
@@ -141,14 +128,12 @@ WRAPPED(int, select, (int count, fd_set* reads, fd_set* writes, fd_set* excepts,
     if (fails(Call::select)) return failed("75 select error ", EINTR);
     return __real_select(count, reads, writes, excepts, timeout);
 }
-
 WRAPPED(int, nanosleep, (const timespec* time, timespec* rest)) {
     if (role == outsider) return __real_nanosleep(time, rest);
     fails(Call::end);  // never: counted only
     slept += time->tv_nsec;
     return 0;
 }
-
 WRAPPED(int, close, (int fd)) {
     struct stat status = {};
     const bool socket = fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode);
@@ -157,7 +142,6 @@ WRAPPED(int, close, (int fd)) {
     if (!fails(Call::close)) return result;
     return socket ? failed("75 close socket error ") : -1;
 }
-
 WRAPPED(int, open, (const char* name, int flags, ...)) {
     va_list arguments;
     va_start(arguments, flags);
@@ -166,36 +150,32 @@ WRAPPED(int, open, (const char* name, int flags, ...)) {
     check_inherited((flags & O_CLOEXEC) == 0);
     return fails(Call::open) ? -1 : __real_open(name, flags, mode);
 }
-
 WRAPPED(std::FILE*, fopen, (const char* name, const char* mode)) {
     check_inherited(std::strchr(mode, 'e') == nullptr);
     return __real_fopen(name, mode);
 }
-
-WRAPPED(int, fflush, (std::FILE * file)) {  // what a stream writes goes past the name write
-    note_flush(file);
-    const int result = __real_fflush(file);
+int write_out(std::FILE* file, int (*real)(std::FILE*)) {  // what a stream writes goes past the name write
+    const bool writes = fileno(file) != -1 && (fcntl(fileno(file), F_GETFL) & O_ACCMODE) != O_RDONLY;
+    if (role != outsider && writes) saving += 'F';
+    const int result = real(file);
     return fails(Call::write) ? -1 : result;
 }
-
+WRAPPED(int, fflush, (std::FILE * file)) {
+    return write_out(file, __real_fflush);
+}
 WRAPPED(int, fclose, (std::FILE * file)) {
-    note_flush(file);
-    const int result = __real_fclose(file);
-    return fails(Call::write) ? -1 : result;
+    return write_out(file, __real_fclose);
 }
-
 WRAPPED(int, fsync, (int fd)) {
     struct stat status = {};
     fstat(fd, &status);
     saving += S_ISDIR(status.st_mode) ? 'd' : 'f';
     return fails(Call::fsync) ? -1 : 0;  // the disk's time is not the test's
 }
-
 WRAPPED(int, rename, (const char* from, const char* to)) {
     saving += 'r';
     return fails(Call::rename) ? -1 : __real_rename(from, to);
 }
-
 // The C++ library's start of a thread.
 WRAPPED(void, _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE,
         (void* thread, void* state, void (*depend)())) {
@@ -210,7 +190,7 @@ WRAPPED(void, _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14defaul
 namespace plendix {
 namespace {
 
-class Tortured : public CPlugin {
+struct Tortured : CPlugin {
     void execute() override {
         const As test(worker);
         CPlugin::execute();
@@ -219,10 +199,7 @@ class Tortured : public CPlugin {
 
 class Torture : public testing::TestWithParam<int> {
 protected:
-    Torture() {
-        fleet_.start();
-        ConnectHost(listen);
-    }
+    Torture() { fleet_.start(), ConnectHost(listen); }
     ~Torture() override { g_Plugin = nullptr; }
     /// Stops the worker when both cameras delivered, or one of them goes on without the other.
     static int listen(_EventParmsIn* in, _EventParmsOut*) {
@@ -239,12 +216,12 @@ protected:
     void begin() {
         const As test(host);
         budget = 1000;
-        slept = 0;
         g_Plugin = nullptr;
         for (plan = {Call::memory}; g_Plugin == nullptr; plan.seen = 0, ++plan.turn)
             load(listen);
         EXPECT_GT(plan.turn, 1);
         plan = Plan();
+        slept = 0;
         g_Plugin->CheckDevices();
         EXPECT_EQ(slept, 20'000'000);
         unload();

@@ -92,8 +92,7 @@ private:
     };
     int record(const _EventParmsIn& in, _EventParmsOut& out) {
         const auto* data = static_cast<const char*>(in.Data);
-        EXPECT_TRUE(in.Size == sizeof(in) && in.Version == 1);
-        EXPECT_TRUE(out.Size == sizeof(out) && out.Version == 1 && out.Error == 0);
+        EXPECT_TRUE(in.Size == sizeof(in) && in.Version == 1 && out.Size == sizeof(out) && out.Version == 1);
         const std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back({in, in.Kind == EventKindVideo ? std::string(data, in.DataLength) : data});
         arrived_.notify_all();
