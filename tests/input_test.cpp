@@ -2,6 +2,7 @@
 #include "input/input.h"
 
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 
 #include <climits>
 
@@ -141,9 +142,9 @@ TEST_F(Response, JpegWhateverTheBlockSizeAndOrder) {
     std::string payload(5900, 'p');
     payload[0] = payload[1] = payload[2500] = '\0';
     const std::pair<unsigned, std::vector<unsigned>> cases[] = {
-        {91, {}},   {200, {}},  {594, {}},   {600, {}},   {1450, {}},
-        {5899, {}}, {5900, {}}, {65464, {}}, {65535, {}}, {1450, {3, 1, 5, 1, 2, 3, 4}},
-        {91, {65}}, {91, {65}}};  // the 65th first leaves nothing behind
+        {91, {}},       {200, {}},     {594, {}},   {600, {}},   {1450, {}},
+        {5899, {}},     {5900, {}},    {65464, {}}, {65535, {}}, {1450, {3, 1, 5, 1, 2, 3, 4}},
+        {91, {65, 64}}, {91, {65, 64}}};  // the 65th first leaves nothing behind
     for (const auto& [size, order] : cases) {
         answer(payload + std::string(7, '\0'), {}, size, order);
         EXPECT_TRUE(frame() == jpeg(1280, 1024, payload)) << size;
@@ -198,6 +199,17 @@ TEST_F(Response, LostBlocksAreReportedAndAskForAKeyFrame) {
 }
 
 TEST_F(Response, FillsTheBufferToItsLastUsableBlock) {
+    const auto resident = [&] {  // pages of 4 KiB
+        unsigned char pages[513];
+        const auto start = reinterpret_cast<std::uintptr_t>(input.m_Buffer.Data()) & ~std::uintptr_t{4095};
+        EXPECT_EQ(mincore(reinterpret_cast<void*>(start), sizeof(pages) * 4096, pages), 0);
+        return std::count_if(pages, std::end(pages), [](unsigned char page) { return (page & 1) != 0; });
+    };
+    EXPECT_LT(sizeof(CInput), 16384U);
+    EXPECT_EQ(resident(), 0);  // memory follows the pictures
+    answer(std::string(14500, 'p'));
+    EXPECT_LT(resident(), 8);
+    frame();
     const unsigned cases[][2] = {{1450, 1445}, {32768, 62}, {1024, 2046}, {65535, 31}};
     for (const auto& [size, last] : cases) {
         const std::string payload(std::size_t{size} * last, 'p');
