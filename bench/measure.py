@@ -1,6 +1,7 @@
 """Processes on cores of their own, and what they cost, measured from outside alike for all."""
 import ctypes
 import json
+import math
 import os
 import random
 import signal
@@ -12,6 +13,7 @@ import time
 FIRST_ADDRESS = "127.0.1.1"
 CAMERA_CORE, CLIENT_CORE = 0, 1
 BLOCK = 1450
+LEAST_DATAGRAMS = 1000  # of a turn, however short: less is chance
 
 
 def pinned(core):
@@ -54,13 +56,26 @@ def wait_until(condition, limit=120):
 
 
 class Spread:
-    """The median of some values and how far they lie apart."""
+    """The median of some values and how far they lie apart; nothing where one of them is None."""
 
     def __init__(self, values):
-        self.median, self.low, self.high = statistics.median(values), min(values), max(values)
+        values = list(values)
+        self.known = None not in values
+        if self.known:
+            self.median, self.low, self.high = statistics.median(values), min(values), max(values)
 
     def text(self, digits=2):
+        if not self.known:
+            return "too short to tell"
         return f"{self.median:.{digits}f} ({self.low:.{digits}f}–{self.high:.{digits}f})"
+
+
+def surplus(full, base):
+    """How much more the full runs took on average than the base runs; None where that is not clearly
+    more than what runs of one kind differ by (three standard errors)."""
+    difference = statistics.mean(full) - statistics.mean(base)
+    error = math.sqrt(statistics.variance(full) / len(full) + statistics.variance(base) / len(base))
+    return difference if difference > 3 * error else None
 
 
 class Picture:
@@ -131,13 +146,17 @@ class Contender:
     def stop(self):
         os.kill(self.pid, signal.SIGSTOP)
 
+    def counts(self):
+        return cpu_seconds(self.pid), datagrams(), context_switches(self.pid), time.monotonic()
+
     def turn(self, picture, seconds):
         """CPU microseconds per block, blocks per second and context switches per second."""
         os.kill(self.pid, signal.SIGCONT)
         time.sleep(seconds / 4)
-        before = (cpu_seconds(self.pid), datagrams(), context_switches(self.pid), time.monotonic())
+        before = self.counts()
         time.sleep(seconds)
-        after = (cpu_seconds(self.pid), datagrams(), context_switches(self.pid), time.monotonic())
+        wait_until(lambda: datagrams() - before[1] > LEAST_DATAGRAMS)
+        after = self.counts()
         self.stop()
         cpu, received, switches, wall = (new - old for new, old in zip(after, before))
         # Of one picture the client receives the option acknowledgement and its blocks, the camera the
@@ -190,15 +209,23 @@ def peer_command(peer, name, file):
             "busybox": ["busybox", "tftp", "-g", "-b", str(BLOCK), "-r", name, "-l", file, host]}[peer]
 
 
-def run_peer(peer, name, times):
-    """CPU and wall seconds of so many runs."""
-    cpu, begun = 0.0, time.monotonic()
-    for _ in range(times):
-        process = subprocess.Popen(peer_command(peer, name, "/dev/null"), preexec_fn=pinned(CLIENT_CORE),
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        _, status, usage = os.wait4(process.pid, 0)
-        if status != 0:
-            raise SystemExit(f"bench: {peer} ended with status {status}")
-        process.returncode = 0
-        cpu += usage.ru_utime + usage.ru_stime
-    return cpu, time.monotonic() - begun
+def run_peer(peer, name):
+    """CPU and wall seconds of one run."""
+    begun = time.monotonic()
+    process = subprocess.Popen(peer_command(peer, name, "/dev/null"), preexec_fn=pinned(CLIENT_CORE),
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    _, status, usage = os.wait4(process.pid, 0)
+    if status != 0:
+        raise SystemExit(f"bench: {peer} ended with status {status}")
+    process.returncode = 0
+    return usage.ru_utime + usage.ru_stime, time.monotonic() - begun
+
+
+def fetch_costs(peer, picture, times):
+    """Seconds of CPU and of wall that fetching the picture takes beyond the start of the program, which
+    is what fetching a register takes. None for what is lost in the scatter of so many runs."""
+    registers, pictures = [], []
+    for _ in range(times):  # in turn: what else the machine does hits both alike
+        registers.append(run_peer(peer, "getreg?page=3;reg=122;"))
+        pictures.append(run_peer(peer, picture.name))
+    return [surplus(full, base) for full, base in zip(zip(*pictures), zip(*registers))]

@@ -22,7 +22,7 @@ constexpr unsigned short block_size = 1450;
 struct Host {
     Host() {
         g_Plugin = &plugin;
-        plugin.EventCallback = [](_EventParmsIn*, _EventParmsOut*) { return 0; };
+        ConnectHost([](_EventParmsIn*, _EventParmsOut*) { return 0; });
         std::filesystem::current_path(mkdtemp(folder));
     }
     ~Host() {

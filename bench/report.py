@@ -14,7 +14,7 @@ def machine(rounds, turn):
     model = re.search(r"model name\s*: (.*)", open("/proc/cpuinfo").read())
     return (f"{datetime.date.today()}, {model.group(1) if model else platform.machine()}, {os.cpu_count()} cores, "
             f"Linux {platform.release()}, load average {os.getloadavg()[1]:.1f} at the end. "
-            f"{rounds} rounds of {turn} s each; medians, with the least and the most in brackets.\n")
+            f"{rounds} round{'s' * (rounds > 1)} of {turn} s each; medians, with the least and the most in brackets.\n")
 
 
 def stream_rows(streams):
@@ -99,6 +99,7 @@ def ratio_panel(rows, left, title):
 
 
 def client_panel(peers, left):
+    peers = [peer for peer in peers if peer[1].known]
     top = 4 * (int(max(cost.high for _, cost, _ in peers)) // 4 + 1)
     yield from axes(left, 450, top, "CPU µs per block, one camera, one core", [name for name, _, _ in peers])
     for i, (name, cost, _) in enumerate(peers):

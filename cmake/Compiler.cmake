@@ -3,8 +3,8 @@ add_compile_options(-Wall -Wextra -Wconversion -Wshadow)
 if(PLENDIX_WERROR)
   add_compile_options(-Werror)
 endif()
-if(PLENDIX_SANITIZE)
-  add_compile_options(-fsanitize=${PLENDIX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+if(PLENDIX_SANITIZE)  # -g1: their reports need lines, not variables
+  add_compile_options(-fsanitize=${PLENDIX_SANITIZE} -g1 -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PLENDIX_SANITIZE})
 endif()
 # What is loaded into somebody else's process ends it rather than let a stack be overwritten, and

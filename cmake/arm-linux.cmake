@@ -1,5 +1,5 @@
-# Cross-build for 32-bit little-endian ARM with Debian's compiler and foreign packages.
-# -D PLENDIX_ARM=armhf takes the hard-float architecture in place of armel.
+# Cross-build for 32-bit little-endian ARM with Debian's compiler and foreign packages: for armel, or
+# with hard float for armhf.
 set(PLENDIX_ARM armel CACHE STRING "Debian architecture: armel or armhf")
 set_property(CACHE PLENDIX_ARM PROPERTY STRINGS armel armhf)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES PLENDIX_ARM)
@@ -13,6 +13,7 @@ endif()
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)  # GCC's note that C++17 changed a calling convention

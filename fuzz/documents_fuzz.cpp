@@ -1,6 +1,4 @@
 // Configuration and write documents through the exports and the worker's handlers.
-#include <unistd.h>
-
 #include <algorithm>
 #include <iterator>
 
@@ -8,17 +6,14 @@
 #include "fuzz.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
+#include "support/folder.h"
 
 namespace {
 
 // Serves the queue on this thread, and lets the cameras take a turn.
 class Plugin : public CPlugin {
 public:
-    Plugin() {
-        char folder[] = "/tmp/plendix-fuzz-XXXXXX";
-        require(mkdtemp(folder) != nullptr && chdir(folder) == 0);
-        g_Plugin = this;
-    }
+    Plugin() { g_Plugin = this; }
     void Serve() {
         processmsgs();
         fd_set sets[3] = {};
@@ -29,6 +24,9 @@ public:
         }
     }
     void Forget() { std::fill(std::begin(m_Devices), std::end(m_Devices), nullptr); }
+
+private:
+    const plendix::TemporaryFolder folder;
 };
 
 void Post(CPlugin& plugin, const std::string& text, bool write) {

@@ -44,8 +44,7 @@ void Step(CDevice& device, Input& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static CPlugin* const plugin = (g_Plugin = new CPlugin);
-    plugin->EventCallback = TouchFrame;
+    ConnectHost(TouchFrame);
     CDevice device(1);
     device.m_sAddress = "127.0.0.1";
     device.m_bEnabled = true;

@@ -1,7 +1,6 @@
 // The settings file as Open finds it: whatever it holds, Open comes through, and afterwards there
 // is a file that loads.
 #include <tinyxml.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -10,12 +9,10 @@
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
 #include "plugin/settings.h"
+#include "support/folder.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static bool moved = false;
-    char folder[] = "/tmp/plendix-fuzz-XXXXXX";
-    if (!moved) require(mkdtemp(folder) != nullptr && chdir(folder) == 0);
-    moved = true;
+    static const plendix::TemporaryFolder folder;
     {
         std::ofstream file(szFileName, std::ios::binary);
         file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));

@@ -1,5 +1,5 @@
 // Texts that are read byte by byte: the motion mask, the frame trailer, and the
-// look at XML before it is parsed.
+// look at XML before it is parsed, held against the tree that TinyXML really builds.
 #include <tinyxml.h>
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 #include "fuzz.h"
 #include "input/input.h"
 #include "input/mask.h"
-#include "plugin/xml_guard.h"
+#include "platform/xml_text.h"
 
 namespace {
 
@@ -32,11 +32,37 @@ void Trailer(Input& input) {
     picture.Response(exact.data(), static_cast<int>(exact.size()), size, 4);
 }
 
-int Nesting(const TiXmlNode& node) {
-    int deepest = 0;
+std::size_t Nesting(const TiXmlNode& node) {
+    std::size_t deepest = 0;
     for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling())
         deepest = std::max(deepest, Nesting(*child));
     return deepest + (node.ToElement() != nullptr ? 1 : 0);
+}
+
+std::size_t Attributes(const TiXmlNode& node) {
+    std::size_t most = 0;
+    const TiXmlElement* const element = node.ToElement();
+    for (const TiXmlAttribute* attribute = element != nullptr ? element->FirstAttribute() : nullptr;
+         attribute != nullptr; attribute = attribute->Next())
+        ++most;
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling())
+        most = std::max(most, Attributes(*child));
+    return most;
+}
+
+// Limits that small texts reach: what TinyXML builds of the whole text exceeds them when, and only
+// when, the guard says so, and what it builds of the part that may be parsed never does.
+void Guard(const std::string& text, TiXmlEncoding encoding) {
+    const XmlLimits limits = {4, 3};
+    const auto within = [&](std::string part) {
+        TiXmlDocument document;
+        document.Parse(part.append(4, '\0').c_str(), nullptr, encoding);
+        return Nesting(document) <= limits.nesting && Attributes(document) <= limits.attributes;
+    };
+    const XmlVerdict verdict = ExamineXml(text, encoding, limits);
+    require(within(text) == (verdict.problem == nullptr) ||
+            verdict.problem == std::string("incomplete character"));
+    require(within(text.substr(0, verdict.length)));
 }
 
 }  // namespace
@@ -47,10 +73,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (kind % 4 == 0) Trailer(input);
     const std::string text = input.bytes(size);
     if (kind % 4 == 1) Mask(text);
-    if (kind % 4 < 2 || text.empty()) return 0;
+    constexpr TiXmlEncoding encodings[] = {TIXML_ENCODING_UTF8, TIXML_ENCODING_UNKNOWN,
+                                           TIXML_ENCODING_LEGACY};
+    if (kind % 4 == 2) Guard(text, encodings[kind / 4 % 3]);
+    if (kind % 4 != 3 || text.empty()) return 0;
     const std::vector<char> exact(text.begin(), text.end());
     TiXmlDocument document;
     ParseGuarded(document, exact.data(), exact.size());
     require(Nesting(document) <= MaxNesting);
+    require(Attributes(document) <= MaxAttributes);
     return 0;
 }

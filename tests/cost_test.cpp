@@ -70,11 +70,11 @@ TEST(Cost, TwoSystemCallsForABlockAndNoAllocation) {
     const TemporaryFolder folder;
     RecordingHost host;
     CPlugin& plugin = host.plugin();
-    static long frames[3];  // of the cameras 1 and 2
-    plugin.EventCallback = [](_EventParmsIn* in, _EventParmsOut*) {
+    static long frames[4];  // of the cameras 1 and 2
+    ConnectHost([](_EventParmsIn* in, _EventParmsOut*) {
         if (in->Kind == EventKindVideo) ++frames[in->SourceId >> 8 & 3];
         return 0;
-    };
+    });
     long passes = 0;
     const auto run_until_frames = [&](long wanted) {  // of each camera
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -103,7 +103,7 @@ TEST(Cost, TwoSystemCallsForABlockAndNoAllocation) {
     }
     camera::Fleet fleet(configs);
     fleet.start();
-    post(plugin, change(devices));
+    post(change(devices));
     ASSERT_TRUE(run_until_frames(5));
     counts = Counts();
     passes = 0;

@@ -88,7 +88,7 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         {channel("Mask=' !!#$%&amp;&apos;()*+&lt;-&gt;/PQRSTUVWXYZ[\\]^_'>"), "cx"},
         {channel("Standard=' 7h'>"), "cxr"},
         {channel("Height='-5'>"), "cxrh"},
-        {channel("Width='5000' Height='5000'>"), "cxrr"},
+        {channel("Width='99999999999999999999' Height='5000'>"), "cxrr"},  // the largest there is
         {channel("Quality='0' Width='800'>"), "cxrh"},
         {channel("><Crop Left='2500' Top='300' Width='5000' Height='6000'/>"), "cxrh"}};
     for (const auto& [content, effect] : cases) {
@@ -118,9 +118,10 @@ TEST_F(DeviceElement, IsTakenAsFarAsItIsCompleteAndDescribesTheCamera) {
         "<Trigger Inputs='1' Outputs='1'><Input Number='0' Name='Door' NormallyClosed='1' />"
         "<Output Number='0' Name='' NormallyLow='1' Relay='0' /></Trigger></Device>"));
     // clang-format on
-    parse(channel("Quality='11' Sensitivity='11'><Crop Top='x'/>"));
+    parse(channel("Quality='11' Sensitivity='11'><Crop Top='x' Left='-99999999999' Width='2147483648'/>"));
     EXPECT_THAT(filled(), HasSubstr(quoted("Quality='10' Sensitivity='10' ")));
-    EXPECT_THAT(filled(), HasSubstr(quoted("<Crop Left='0' Top='0' Width='10000' Height='10000' />")));
+    EXPECT_THAT(filled(),
+                HasSubstr(quoted("<Crop Left='-2147483648' Top='0' Width='2147483647' Height='10000' />")));
 }
 
 TEST_F(DeviceElement, ForgetsTheCameraWhenItDisablesIt) {

@@ -280,6 +280,18 @@ TEST_F(Response, UndecodableFramesAreRefusedAndLoggedOncePerRun) {
         EXPECT_EQ(host.events().size(), 1U);  // no connection
         EXPECT_THAT(host.log_lines(), ElementsAre("50 Camera - invalid " + reason));
     }
+    input.Reset();  // ends the run; after that only ten seconds of good frames do
+    host.clear();
+    const std::pair<unsigned, bool> frames[] = {{1000, false}, {2000, true},  {11999, true}, {12000, false},
+                                                {13000, true}, {23000, true}, {23001, false}};
+    for (const auto& [time, good] : frames) {
+        input.Request(time);
+        block(1, std::string(1450, 'p'), 1450);  // a frame that is no key frame needs no size
+        block(2, (good ? Trailer{93, 9, 9, 1, 1, 99, 4, 0} : Trailer{90, 0, 0, 1, 1, 27}).bytes(), 1450);
+    }
+    EXPECT_EQ(host.frames().size(), 4U);
+    const std::string warning = "50 Camera - invalid JPEG quality 27";
+    EXPECT_THAT(host.log_lines(), ElementsAre(warning, "25 Camera receiving video", warning));
 }
 
 }  // namespace

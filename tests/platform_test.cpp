@@ -1,9 +1,13 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <future>
 
+#include "input/frame_buffer.h"
 #include "platform/queue.h"
 #include "platform/thread.h"
 
@@ -48,6 +52,19 @@ TEST(Thread, BlocksSignals) {
     worker.waitfor();
     EXPECT_TRUE(worker.blocked);
     EXPECT_FALSE(blocks_signals());
+}
+
+TEST(FrameBuffer, EndsAtPagesThatCannotBeTouched) {
+    const CFrameBuffer buffer;
+    const auto page = sysconf(_SC_PAGESIZE);
+    constexpr long front = CFrameBuffer::HeaderRoom, size = CFrameBuffer::Size;
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    for (const auto& [place, error] :
+         {std::pair(-front - page, EFAULT), {-front, 0}, {size + 15, 0}, {size + 16, EFAULT}})
+        EXPECT_EQ(write(ends[1], buffer.Data() + place, 1) == 1 ? 0 : errno, error) << place;
+    close(ends[0]);
+    close(ends[1]);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The exported functions, the routing of documents, the log, and the settings file.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <cstring>
@@ -32,6 +33,7 @@ class Plugin : public testing::Test {
 protected:
     void load() {
         _LoadParmsIn in = {0, 0, 77, host.plugin().EventCallback};
+        g_Plugin = nullptr;  // the host's own
         EXPECT_EQ(::Load(&in, &load_out), 0);
     }
     static int write(std::uint8_t selector, std::uint32_t source, const char* text, std::size_t length) {
@@ -67,6 +69,17 @@ TEST_F(Plugin, LoadFillsItsRecordAndNothingElse) {
     std::memset(&load_out, 0xA5, sizeof(load_out));
     load();
     EXPECT_EQ(std::memcmp(&load_out, expected, sizeof(expected)), 0);
+    static _OpenParmsOut opened = {0, 0, 77, 77};
+    static std::vector<int> results;
+    ConnectHost([](_EventParmsIn*, _EventParmsOut*) {
+        results.push_back(opened.Result + static_cast<int>(opened.OpenExtra));
+        return 0;
+    });
+    ::Open(nullptr, &opened);
+    EXPECT_THAT(results, ElementsAre(154, 0));  // written behind the version document
+    _LoadParmsIn again = {0, 0, 0, host.plugin().EventCallback};
+    ::Load(&again, &load_out);  // ends the first: the sanitizers watch
+    EXPECT_FALSE(g_Plugin->running());
     ::Unload(nullptr, nullptr);
     EXPECT_EQ(g_Plugin, nullptr);
     EXPECT_EQ(::Unload(nullptr, nullptr), 0);
@@ -194,8 +207,8 @@ TEST_F(Plugin, LogsToTheHostAndTheConsole) {
     host.answer(3, 0);
     Trace(LogError, "select error %d", 9);
     host.answer(0, 2);
-    Trace(LogInfo, "%s", std::string(600, 'x').c_str());
-    const std::string cut(509, 'x');
+    const std::string cut(507, 'x');
+    Trace(LogInfo, "%s\xE2\x82\xAC", cut.c_str());  // the character would end at 510
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "quiet 1\n\nselect error 9\n\n" + cut + "\n\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Plendix: XML event ret 3 error 0\nPlendix: XML event ret 0 error 2\n");
@@ -203,6 +216,9 @@ TEST_F(Plugin, LogsToTheHostAndTheConsole) {
     const RecordedEvent event = host.events()[0];
     EXPECT_TRUE(event.record.SourceId == 0x210000 && event.record.DataType == 0x1000010);
     EXPECT_EQ(event.record.DataLength, event.data.size());
+    host.clear();
+    Trace(LogInfo, "%s\xE2\x82\xACx", cut.substr(1).c_str());
+    EXPECT_THAT(host.log_lines(), ElementsAre("25 " + cut.substr(1) + "\xE2\x82\xAC"));
 }
 
 // What is kept of the configuration, and under which circumstances.
@@ -222,6 +238,16 @@ protected:
         host.plugin().PostConfig();
     }
     std::string sent() { return host.documents(EventKindConfig).back(); }
+    void forget() { std::fill_n(host.plugin().m_Devices, MaxDevices, nullptr); }
+    /// A document with 20 cameras, of which the last has this Input element.
+    static std::string twenty(const std::string& input) {
+        std::string devices;
+        for (int number = 1; number < 20; ++number)
+            devices += "<Device Number='" + std::to_string(number) + "' ipAddress='a'/>";
+        return "<Velm Delta='1'><Devices ID='2162688'>" + devices +
+               "<Device Number='20' ipAddress='a'><Video><Input Number='0' " + input +
+               "</Video></Device></Devices></Velm>";
+    }
     void open_and_close() {
         _OpenParmsOut opened;
         _CloseParmsOut closed;
@@ -247,6 +273,82 @@ TEST_F(Settings, KeepAFileThatDoesNotParse) {
         std::ifstream file(name);
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), content);
     }
+}
+
+TEST_F(Settings, GiveBackWhatWasTaken) {
+    const std::tuple<const char*, std::string, std::string> cases[] = {
+        {"OSD", "<?note x?><?xml version='1.0'?><!-- -->",
+         "<OSD><?note x?><?xml version=\"1.0\" ?><!-- --></OSD>"},
+        {"Schedule", std::string(17 << 20, 'x'), "xx</Schedule>"},
+        {"DigPTZ", "a&#32;<b c='&#13;&#233;'/>\r<![CDATA[\r\n]]>",
+         "a<b c=\"&#x0D;\u00E9\" /><![CDATA[\n]]></DigPTZ>"},
+        {"OSD", "&#xD800;&amp;#x41;", "<OSD>\u00ED\u00A0\u0080&amp;#x41;</OSD>"},
+        {"OSD", "<?xml version='\"?>" + std::string(100, 'x') + "<a>'?>", ""},
+        {"OSD",
+         "<a><?xml version='\">" + std::regex_replace(std::string(60, 'x'), std::regex("x"), "<a>") +
+             "'?></a>",
+         ""}};
+    for (const auto& [name, text, kept] : cases) {
+        forget();
+        host.clear();
+        const std::string document =
+            twenty("><" + std::string(name) + ">" + text + "</" + name + "></Input>");
+        control(2, document.c_str(), document.size());
+        host.serve();
+        const std::string taken = sent();
+        EXPECT_NE(taken.find(kept), std::string::npos) << text.substr(0, 30);
+        EXPECT_EQ(host.log_lines().size(), kept.empty() ? 1U : 0U) << text.substr(0, 30);
+        forget();
+        host.clear();
+        open_and_close();
+        EXPECT_TRUE(sent() == taken) << text.substr(0, 30);
+        EXPECT_THAT(host.log_lines(), IsEmpty());
+    }
+}
+
+TEST_F(Settings, AreReadInTheEncodingThatTheyDeclare) {
+    const std::tuple<const char*, std::string, const char*> cases[] = {
+        {"<?xml encoding='ISO-8859-1'?>", "Caf\xE9", "Caf\u00E9"},
+        {"<?xml version='1.0' encoding='ISO-8859-1'?>", "\xC3\xA9&#233;", "\u00C3\u00A9\u00E9"},
+        {"", "Caf\xE9", "Caf\u00E9"},
+        {"<?xml encoding='utf-8'?>", "Caf\xE9\xC3\xA9", "Caf\u00E9\u00E9"},
+        {"\xEF\xBB\xBF<?xml ?>", "&#x000000E9;", "\u00E9"}};
+    for (const auto& [declaration, name, read] : cases) {
+        std::ofstream("Plendix.xml") << declaration << twenty("Name='" + name + "'/>")
+                                     << std::string(2000, ' ') << std::string(9, '\0') << "</a>";
+        forget();
+        host.clear();
+        open_and_close();
+        EXPECT_THAT(sent(), HasSubstr("Name=\"" + std::string(read) + "\""));
+        EXPECT_THAT(host.log_lines(), IsEmpty());
+    }
+}
+
+TEST_F(Settings, AreWrittenOnlyWhenTheyChange) {
+    const auto post = [this] {
+        struct stat before = {}, after = {};
+        stat("Plendix.xml", &before);
+        host.plugin().PostConfig();
+        EXPECT_EQ(one_line("Plendix.xml"), sent());
+        stat("Plendix.xml", &after);
+        return before.st_ino != after.st_ino;
+    };
+    add_camera(1);
+    host.clear();
+    EXPECT_FALSE(post() || post());
+    EXPECT_EQ(host.events().size(), 2U);  // sent all the same
+    open_and_close();
+    add_camera(1);
+    EXPECT_FALSE(post());
+    host.plugin().m_Devices[0]->m_wModel = 5;
+    EXPECT_TRUE(post());
+    std::string text;
+    std::getline(std::ifstream("Plendix.xml"), text, '\0');
+    std::ofstream("Plendix.xml") << std::string(text.size(), ' ');  // by somebody else, just as long
+    EXPECT_TRUE(post());
+    fs::remove("Plendix.xml");
+    host.plugin().PostConfig();
+    EXPECT_FALSE(post());
 }
 
 TEST_F(Settings, AreReplacedInTheirPlace) {

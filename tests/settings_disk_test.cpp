@@ -1,13 +1,10 @@
 // The settings file on disks that are full, read-only or not replaceable.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -15,6 +12,7 @@
 #include "device/device.h"
 #include "plugin/settings.h"
 #include "support/calls.h"
+#include "support/descriptors.h"
 #include "support/folder.h"
 #include "support/host.h"
 
@@ -29,21 +27,16 @@ protected:
     void SetUp() override {
         fs::create_directory("disk");
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", "disk", "tmpfs", 0, "size=16k") != 0)
+            mount("tmpfs", "disk", "tmpfs", 0, "size=64k") != 0)
             GTEST_SKIP() << "no mounts of our own: " << std::strerror(errno);
-        mounted.push_back(fs::absolute("disk"));
         fs::current_path("disk");
+        std::ofstream("Plendix.xml.new") << "left by a run that was killed before it had saved anything";
         have_cameras(1);
+        EXPECT_FALSE(fs::exists("Plendix.xml.new"));
     }
     ~SettingsOnDisk() override {
         fs::current_path(folder.name);
-        for (auto place = mounted.rbegin(); place != mounted.rend(); ++place)
-            umount2(place->c_str(), MNT_DETACH);
-    }
-    void mount_at(const fs::path& place, const char* source, const char* type, unsigned long flags,
-                  const char* options) {
-        ASSERT_EQ(mount(source, place.c_str(), type, flags, options), 0) << place;
-        mounted.push_back(fs::absolute(place));
+        umount2("disk", MNT_DETACH);  // and what is mounted on it
     }
     void have_cameras(unsigned count) {
         for (unsigned number = 1; number <= MaxDevices; ++number)
@@ -62,15 +55,14 @@ protected:
 
     TemporaryFolder folder;
     RecordingHost host;
-    std::vector<fs::path> mounted;
     std::string sent;
 };
 
-TEST_F(SettingsOnDisk, SurviveAFullOne) {
-    const std::string before = sent;
+TEST_F(SettingsOnDisk, SurviveAFullAndAReadOnlyOne) {
+    std::string before = sent;
     for (const unsigned cameras : {2U, 100U}) {  // fits into the file's last page, or does not
         std::ofstream filler("filler");
-        for (int page = 0; page < 8 && filler << std::string(4096, 'x') << std::flush; ++page) {
+        for (int page = 0; page < 16 && filler << std::string(4096, 'x') << std::flush; ++page) {
         }
         have_cameras(cameras);
         EXPECT_NE(sent, before);
@@ -80,6 +72,11 @@ TEST_F(SettingsOnDisk, SurviveAFullOne) {
     }
     have_cameras(3);
     EXPECT_TRUE(saved() == sent);
+    before = sent;
+    ASSERT_EQ(mount(nullptr, ".", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    have_cameras(4);
+    EXPECT_NE(sent, before);
+    EXPECT_TRUE(saved() == before);
 }
 
 TEST_F(SettingsOnDisk, AreReadAndWrittenWhenNoDescriptorIsLeft) {
@@ -87,46 +84,59 @@ TEST_F(SettingsOnDisk, AreReadAndWrittenWhenNoDescriptorIsLeft) {
     GTEST_SKIP() << "the sanitizers need descriptors for their own checks";
 #endif
     const std::string before = sent;
-    std::vector<int> taken;
-    rlimit limit = {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit lowered = {100, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
-    for (int next = 0; next >= 0; taken.push_back(next))
-        next = ::open("/dev/null", O_RDONLY);
+    auto taken = std::make_unique<TakenDescriptors>(100);
     host.plugin().m_Devices[0].reset();
-    open(host.plugin());
+    open();
     EXPECT_TRUE(host.documents(EventKindConfig).back() == before);
-    close(host.plugin());
+    close();
     have_cameras(2);
-    setrlimit(RLIMIT_NOFILE, &limit);
-    std::for_each(taken.begin(), taken.end(), [](int descriptor) { ::close(descriptor); });
+    taken.reset();
     EXPECT_TRUE(saved() == sent);
     EXPECT_TRUE(host.log_lines().empty());
 }
 
-TEST_F(SettingsOnDisk, AreLeftAloneOnAReadOnlyOne) {
-    const std::string before = sent;
-    mount_at(".", nullptr, nullptr, MS_REMOUNT | MS_RDONLY, "size=16k");
-    have_cameras(2);
-    EXPECT_NE(sent, before);
-    EXPECT_TRUE(saved() == before);
-}
-
-TEST_F(SettingsOnDisk, AreWrittenInPlaceWhereAnotherFileIsMounted) {
-    std::ofstream("elsewhere") << "<Velm/>";
-    mount_at(szFileName, "elsewhere", nullptr, MS_BIND, nullptr);
+TEST_F(SettingsOnDisk, AreWrittenInPlaceWhereTheyCannotBeReplaced) {
+    const std::string unreadable = "<Velm>" + std::string(10'000, 'x');  // some buffers long
+    std::ofstream("elsewhere") << unreadable;
+    ASSERT_EQ(mount("elsewhere", szFileName, nullptr, MS_BIND, nullptr), 0);
+    open();
+    close();
+    std::ifstream kept("Plendix.xml.bad");
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(kept), {}) == unreadable);
     have_cameras(2);
     EXPECT_TRUE(saved() == sent);
     fs::rename("elsewhere", "moved");
     EXPECT_GT(fs::file_size("moved"), 1000U);
+    umount(szFileName);
+    fs::remove(szFileName);
+    fs::create_symlink("missing", szFileName);
+    have_cameras(3);
+    EXPECT_TRUE(fs::is_symlink(szFileName));
+    EXPECT_TRUE(saved() == sent);
 }
 
-TEST_F(SettingsOnDisk, KeepTheModeOfAFileThatMayNotBeWritten) {
-    chmod(szFileName, 0440);
-    have_cameras(2);
-    EXPECT_TRUE(saved() == sent);
-    EXPECT_EQ(fs::status(szFileName).permissions(), fs::perms(0440));
+TEST_F(SettingsOnDisk, FollowThePermissionsOfAHostThatIsNotRoot) {
+    constexpr uid_t somebody = 65534;
+    fs::permissions(folder.name, fs::perms(0755));
+    unsigned cameras = 1;
+    const struct {
+        uid_t owner;  // of the folder; the file is root's
+        unsigned folder_mode, file_mode;
+        bool written;
+    } cases[] = {
+        {somebody, 0755, 0440, true}, {0, 0755, 0666, true}, {0, 01777, 0666, true}, {0, 0755, 0444, false}};
+    for (const auto& [owner, folder_mode, file_mode, written] : cases) {
+        if (chown(".", owner, owner) != 0) GTEST_SKIP() << "no other users here";
+        ASSERT_EQ(chown(szFileName, 0, 0) + chmod(szFileName, file_mode) + chmod(".", folder_mode), 0);
+        const std::string before = sent;
+        ASSERT_EQ(seteuid(somebody), 0);
+        have_cameras(++cameras);
+        EXPECT_EQ(seteuid(0), 0);
+        EXPECT_NE(sent, before);
+        EXPECT_TRUE(saved() == (written ? sent : before)) << folder_mode << ' ' << file_mode;
+        EXPECT_EQ(fs::status(szFileName).permissions(), fs::perms(file_mode));
+        EXPECT_FALSE(fs::exists("Plendix.xml.new"));
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // minutes of it are recorded by scripts/soak.
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,12 +15,9 @@
 #include <random>
 #include <thread>
 
-#include "camera/fleet.h"
-#include "device/device.h"
-#include "plugin/Plendix.h"
-#include "plugin/plugin.h"
 #include "support/calls.h"
 #include "support/folder.h"
+#include "support/small_cameras.h"
 
 namespace plendix {
 namespace {
@@ -71,24 +69,23 @@ camera::Behaviour make_behaviour(std::size_t cameras, std::chrono::milliseconds 
 /// The cameras in a process of their own, so that this one's memory is the driver's.
 class Cameras {
 public:
-    Cameras(std::size_t cameras, std::chrono::milliseconds time) : counters_(cameras) {
-        if (pipe(orders_) != 0 || pipe(answers_) != 0) throw std::runtime_error("no pipe");
-        child_ = fork();
-        if (child_ < 0) throw std::runtime_error("no process");
-        ::close(child_ == 0 ? orders_[1] : orders_[0]);
-        ::close(child_ == 0 ? answers_[0] : answers_[1]);
+    Cameras(std::size_t cameras, std::chrono::milliseconds time)
+        : configs_(small_cameras(1, cameras)), counters_(cameras) {
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends_) != 0 || (child_ = fork()) < 0)
+            throw std::runtime_error("no process");
+        ::close(ends_[child_ == 0 ? 0 : 1]);
         if (child_ == 0) serve(cameras, time);
     }
     ~Cameras() {
         kill(child_, SIGKILL);
         waitpid(child_, nullptr, 0);
     }
-    static std::string address(std::size_t index) { return "127.36.1." + std::to_string(index + 1); }
+    std::string address(std::size_t index) const { return configs_[index].address; }
 
     const std::vector<Counters>& counters() {
-        EXPECT_EQ(write(orders_[1], "?", 1), 1);
+        EXPECT_EQ(send(ends_[0], "?", 1, MSG_NOSIGNAL), 1) << "the cameras are gone";
         for (Counters& each : counters_)
-            EXPECT_EQ(read(answers_[0], &each, sizeof(each)), ssize_t{sizeof(each)});
+            EXPECT_EQ(read(ends_[0], &each, sizeof(each)), ssize_t{sizeof(each)});
         return counters_;
     }
 
@@ -96,19 +93,13 @@ private:
     [[noreturn]] void serve(std::size_t cameras, std::chrono::milliseconds time) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         try {
-            std::vector<camera::Config> configs(cameras);
-            for (std::size_t i = 0; i < cameras; ++i) {
-                configs[i].address = address(i);
-                configs[i].sensor_width = 320;
-                configs[i].sensor_height = 240;
-            }
-            camera::Fleet fleet(configs, make_behaviour(cameras, time));
+            camera::Fleet fleet(configs_, make_behaviour(cameras, time));
             fleet.start();
             char order = 0;
-            while (read(orders_[0], &order, 1) == 1 && order != 0)
+            while (read(ends_[1], &order, 1) == 1)
                 for (std::size_t i = 0; i < cameras; ++i) {
                     counters_[i] = fleet.counters(i);
-                    if (write(answers_[1], &counters_[i], sizeof(Counters)) < 0) _exit(1);
+                    send(ends_[1], &counters_[i], sizeof(Counters), MSG_NOSIGNAL);
                 }
         } catch (const std::exception& error) {
             std::fprintf(stderr, "cameras: %s\n", error.what());
@@ -116,7 +107,8 @@ private:
         _exit(0);
     }
 
-    int orders_[2] = {}, answers_[2] = {};
+    const std::vector<camera::Config> configs_;
+    int ends_[2] = {};  // of this process and the cameras'
     pid_t child_ = 0;
     std::vector<Counters> counters_;
 };
@@ -135,16 +127,14 @@ TEST(Soak, EveryCameraComesBackAndBothSidesCountTheSame) {
     std::ofstream samples(log != nullptr ? log : "/dev/null");
     const TemporaryFolder folder;
     Cameras fleet(cameras, time);
-    CPlugin plugin;
-    g_Plugin = &plugin;
-    plugin.EventCallback = count;
+    load(count);
     std::string devices;
     for (std::size_t i = 0; i < cameras; ++i)
         devices += device(
-            static_cast<int>(i + 1), Cameras::address(i),
+            static_cast<int>(i + 1), fleet.address(i),
             "Width='320' Height='240' Framerate='2' Standard='" + std::string(i % 2 == 0 ? "0'" : "5'"));
-    post(plugin, change(devices));
-    open(plugin);
+    post(change(devices));
+    open();
 
     std::vector<long> resident;
     const auto start = Clock::now();
@@ -168,8 +158,8 @@ TEST(Soak, EveryCameraComesBackAndBothSidesCountTheSame) {
         EXPECT_GT(delivered.at(i), before.at(i)) << "camera " << i;
     }
     samples << "all again after " << (Clock::now() - end) / 1ms << " ms" << std::endl;
-    close(plugin);
-    g_Plugin = nullptr;
+    close();
+    unload();
 
     const std::vector<Counters>& counters = fleet.counters();
     for (std::size_t i = 1; i <= cameras; ++i) {

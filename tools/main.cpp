@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "camera/camera_command.h"
-#include "host/demo_command.h"
+#include "demo/demo_command.h"
 #include "host/record_command.h"
 #include "usage.h"
 

@@ -6,19 +6,8 @@ CDevice::~CDevice() {
     Close();
 }
 
-// Back to "not read yet": the camera is identified again. Trigger and relay states are kept, so
-// that a reconnection reports only what has changed meanwhile.
 void CDevice::LinkReset() {
-    m_wBrightness = 0;
-    m_wModel = 0;
-    m_wFirmware = 0;
-    m_wMotion = 65535;
-    m_wZones = 0;
-    m_wThreshold = 0;
-    m_wReg79 = 0;
-    m_wSaturation = 65535;
-    m_wSharpness = 65535;
-    m_Sensor = CRectangle();
+    static_cast<CRegisterRecords&>(*this) = CRegisterRecords();
     m_Input.Reset();
 }
 

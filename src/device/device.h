@@ -12,11 +12,12 @@
 #include <cstdint>
 #include <string>
 
+#include "device/registers.h"
 #include "input/input.h"
 
 class TiXmlElement;
 
-class CDevice {
+class CDevice : public CRegisterRecords {
 public:
     explicit CDevice(unsigned long number);
     CDevice(const CDevice&) = delete;
@@ -73,20 +74,9 @@ public:
     std::uint16_t m_wBlockSize = 512;
     char m_cRegister = 0;  // register of the outstanding transfer; 0 for video
 
-    // What the camera said of its registers; the initial values mean "not read yet".
-    std::uint16_t m_wModel = 0;
-    std::uint16_t m_wFirmware = 0;
-    CRectangle m_Sensor;
-    std::uint16_t m_wReg79 = 0;
-    std::uint16_t m_wBrightness = 0;
-    std::uint16_t m_wSaturation = 65535;
-    std::uint16_t m_wSharpness = 65535;
-    std::uint16_t m_wIO = 0;
-    std::uint16_t m_wMotion = 65535;
-    std::uint16_t m_wZones = 0;
-    std::uint16_t m_wThreshold = 0;
-
-    // Trigger input and relay output.
+    // Trigger input and relay output. A link reset keeps their states, so that a reconnection reports
+    // only what has changed meanwhile.
+    std::uint16_t m_wIO = 0;  // the last answer
     std::uint32_t m_dwPollTime = 0;
     std::uint32_t m_dwOutputTime = 0;
     std::string m_sInputName = "Trigger";

@@ -9,15 +9,6 @@ namespace {
 
 constexpr int DefaultMaxFramerate = 30;  // until the sensor is known
 
-// Calls use(child) for every child of the name; parent may be null.
-template <class Use>
-void ForEach(TiXmlElement* parent, const char* name, Use use) {
-    if (parent == nullptr) return;
-    for (TiXmlElement* child = parent->FirstChildElement(name); child != nullptr;
-         child = child->NextSiblingElement(name))
-        use(*child);
-}
-
 // A terminal's name and polarity are taken together, or not at all.
 void ParseTerminal(const TiXmlElement& terminal, const char* polarity, std::string& name, bool& inverted) {
     const char* const newName = terminal.Attribute("Name");

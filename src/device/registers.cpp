@@ -78,7 +78,7 @@ bool CDevice::StoreRegister(char reg, unsigned short value) {
     }
 }
 
-// The registers whose answer the host does not see.
+// The registers whose answer alone is no reason to send the configuration.
 void CDevice::StoreQuietRegister(char reg, unsigned short value) {
     const unsigned int v = value;
     switch (reg) {
@@ -127,7 +127,7 @@ int CDevice::ZoneScale() const {
 
 std::uint16_t CDevice::HalfZoneCount() const {
     const int scale = ZoneScale();
-    const int across = std::min(m_Sensor.Width() / scale / ZonePixels, MaxZones);
-    const int down = std::min(m_Sensor.Height() / scale / ZonePixels, MaxZones);
+    const int across = std::min(m_Sensor.Width() / scale / ZonePixels, MotionZones);
+    const int down = std::min(m_Sensor.Height() / scale / ZonePixels, MotionZones);
     return static_cast<std::uint16_t>(across * down / 2);
 }

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "input/rectangle.h"
+
 enum Register : char {
     RegBrightness = 2,
     RegSaturation = 15,
@@ -20,14 +22,32 @@ enum Register : char {
     RegFirmware = 123,
 };
 
-constexpr unsigned int SupportedModels = 5;          // highest number in a model's last two digits
+constexpr unsigned int LastSupportedModel = 5;       // in a model's last two digits
 constexpr unsigned int LastRefusedFirmware = 61704;  // 0xF108
+
+// What a record holds until its register was read. A camera that answers just this is asked again.
+constexpr std::uint16_t NotRead = 0;
+constexpr std::uint16_t NotReadOrZero = 65535;  // where 0 is a value like others
+
+// What the camera said of its registers. A link reset assigns this anew, so that the camera is
+// identified and settled again.
+struct CRegisterRecords {
+    std::uint16_t m_wModel = NotRead;
+    std::uint16_t m_wFirmware = NotRead;
+    CRectangle m_Sensor;  // not read: x0 and y0 NotReadOrZero, x1 and y1 NotRead
+    std::uint16_t m_wReg79 = NotRead;
+    std::uint16_t m_wBrightness = NotRead;
+    std::uint16_t m_wSaturation = NotReadOrZero;
+    std::uint16_t m_wSharpness = NotReadOrZero;
+    std::uint16_t m_wMotion = NotReadOrZero;
+    std::uint16_t m_wZones = NotRead;
+    std::uint16_t m_wThreshold = NotRead;
+};
 
 constexpr std::uint16_t Reg79Value = 0x3014;
 constexpr std::uint16_t MotionEnabled = 1;
 constexpr std::uint16_t ZoneScaleMask = 0x0F00;
 constexpr int ZonePixels = 32;  // sensor pixels in one unit of the zone scale
-constexpr int MaxZones = 8;     // across, and down
 
 // Values of RegIO.
 constexpr std::uint16_t IOPoll = 0x30;       // written: input poll; in an answer these bits mean "no reading"

@@ -6,13 +6,8 @@
 
 namespace {
 
-constexpr std::int32_t StallMilliseconds = 10000;  // without an answer the transfer is given up
-constexpr std::uint32_t CycleMilliseconds = 500;   // between input polls, and between output updates
-
-// Signed: a send at clock 0 is stored as 1, which then lies ahead for a millisecond.
-std::int32_t Elapsed(std::uint32_t since) {
-    return static_cast<std::int32_t>(timeGetTime() - since);
-}
+constexpr std::uint32_t StallMilliseconds = 10000;  // without an answer the transfer is given up
+constexpr std::uint32_t CycleMilliseconds = 500;    // between input polls, and between output updates
 
 // The register value that stands for a setting, on wrapping arithmetic: the host may set anything.
 std::uint16_t BrightnessTarget(std::int32_t brightness) {
@@ -50,7 +45,7 @@ int CDevice::Set(fd_set& readset, fd_set&, fd_set&) {
 bool CDevice::IsSet(const fd_set& readset, const fd_set&, const fd_set&) {
     if (m_Socket == -1) return false;
     if (FD_ISSET(m_Socket, &readset)) return Recv() != 0;
-    if (m_dwSendTime == 0 || Elapsed(m_dwSendTime) <= StallMilliseconds) return false;
+    if (m_dwSendTime == 0 || timeGetTime() - m_dwSendTime <= StallMilliseconds) return false;
     Trace(LogWarning, "%s timeout", m_sAddress.c_str());
     LinkReset();
     Close();
@@ -66,11 +61,11 @@ void CDevice::ReadWrite() {
 // Each of the following returns true when it has taken this turn.
 
 bool CDevice::Identify() {
-    if (m_wModel == 0)
+    if (m_wModel == NotRead)
         Read(RegModel);
-    else if (m_wModel % 100 > SupportedModels)
+    else if (m_wModel % 100 > LastSupportedModel)
         SwitchOff("Model %u is not supported", m_wModel);
-    else if (m_wFirmware == 0)
+    else if (m_wFirmware == NotRead)
         Read(RegFirmware);
     else if (m_wFirmware <= LastRefusedFirmware)
         SwitchOff("Version %u is not supported", m_wFirmware);
@@ -83,15 +78,15 @@ bool CDevice::SettlePicture() {
     const std::uint16_t brightness = BrightnessTarget(m_Input.m_nBrightness);
     const std::uint16_t saturation = SaturationTarget(m_Input.m_nSaturation);
     const std::uint16_t sharpness = SharpnessTarget(m_Input.m_nSharpness);
-    if (m_wBrightness == 0)
+    if (m_wBrightness == NotRead)
         Read(RegBrightness);
     else if (m_wBrightness != brightness)
         Write(RegBrightness, brightness);
-    else if (m_wSaturation == 65535)
+    else if (m_wSaturation == NotReadOrZero)
         Read(RegSaturation);
     else if (m_wSaturation != saturation)
         Write(RegSaturation, saturation);
-    else if (m_wSharpness == 65535)
+    else if (m_wSharpness == NotReadOrZero)
         Read(RegSharpness);
     else if (m_wSharpness != sharpness)
         Write(RegSharpness, sharpness);
@@ -101,13 +96,13 @@ bool CDevice::SettlePicture() {
 }
 
 bool CDevice::ReadSensor() {
-    if (m_Sensor.x0 == 65535)
+    if (m_Sensor.x0 == NotReadOrZero)
         Read(RegSensorLeft);
-    else if (m_Sensor.y0 == 65535)
+    else if (m_Sensor.y0 == NotReadOrZero)
         Read(RegSensorTop);
-    else if (m_Sensor.x1 == 0)
+    else if (m_Sensor.x1 == NotRead)
         Read(RegSensorRight);
-    else if (m_Sensor.y1 == 0)
+    else if (m_Sensor.y1 == NotRead)
         Read(RegSensorBottom);
     else
         return false;
@@ -116,18 +111,18 @@ bool CDevice::ReadSensor() {
 
 bool CDevice::SettleMotion() {
     const auto scale = static_cast<unsigned int>(ZoneScale()) << 8;
-    if (m_wMotion == 65535)
+    if (m_wMotion == NotReadOrZero)
         Read(RegMotion);
     else if ((m_wMotion & MotionEnabled) == 0)
         Write(RegMotion, static_cast<std::uint16_t>(m_wMotion | MotionEnabled));
-    else if (m_wZones == 0)
+    else if (m_wZones == NotRead)
         Read(RegZones);
     else if ((m_wZones & ZoneScaleMask) != scale)
         Write(RegZones, ReplaceBits(m_wZones, ZoneScaleMask, scale));
-    else if (m_wThreshold == 0)
+    else if (m_wThreshold == NotRead)
         Read(RegThreshold);
     else if (!WriteThreshold()) {
-        if (m_wReg79 != 0) return false;
+        if (m_wReg79 != NotRead) return false;
         Write(Reg79, Reg79Value);
     }
     return true;

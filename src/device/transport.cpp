@@ -34,6 +34,13 @@ unsigned int Word(const char* bytes) {
     return Byte(bytes[0]) << 8 | Byte(bytes[1]);
 }
 
+// What strtoul makes of the text where long has 32 bits: a number beyond them is the largest.
+std::uint32_t ParseUnsigned(const char* text) {
+    const long long number = std::strtoll(text, nullptr, 10);
+    const bool fits = number >= -static_cast<long long>(UINT32_MAX) && number <= UINT32_MAX;
+    return fits ? static_cast<std::uint32_t>(number) : UINT32_MAX;
+}
+
 // Reentrant, unlike gethostbyname: the host's own threads may resolve names too.
 bool Resolve(const char* name, in_addr& address) {
     hostent entry = {};
@@ -90,7 +97,8 @@ void CDevice::Send(const char* data, int length) {
         Trace(LogWarning, "%s sent %d out of %d", m_sAddress.c_str(), static_cast<int>(sent), length);
         Close();
     } else {
-        m_dwSendTime = std::max(timeGetTime(), std::uint32_t{1});  // 0 would read as idle
+        const std::uint32_t now = timeGetTime();
+        m_dwSendTime = now != 0 ? now : now - 1;  // 0 would read as idle
     }
 }
 
@@ -182,7 +190,7 @@ void CDevice::TakeOptions(char* datagram, int length) {
         const char* const value = name + std::strlen(name) + 1;
         if (value >= end) return;
         if (std::strcmp(name, "blksize") == 0)
-            m_wBlockSize = static_cast<std::uint16_t>(std::strtoul(value, nullptr, 10));
+            m_wBlockSize = static_cast<std::uint16_t>(ParseUnsigned(value));
         name = value + std::strlen(value) + 1;
     }
 }

@@ -12,7 +12,6 @@ public:
 
     std::size_t count(std::uint16_t block) const { return (m_Words[block / 64] >> (block % 64)) & 1; }
     std::size_t size() const { return m_nSize; }
-    bool empty() const { return m_nSize == 0; }
 
     // The first number missing from the run 1, 2, 3, ...; 65536 when none is.
     unsigned int FirstMissing() const;

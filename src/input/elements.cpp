@@ -8,23 +8,17 @@
 #include "input/input.h"
 #include "input/mask.h"
 #include "platform/xml.h"
+#include "platform/xml_text.h"
 #include "plugin/Plendix.h"
 
 namespace {
 
 constexpr int StandardH264 = 5;
-constexpr int FullCrop = 10000;
+constexpr std::size_t ElementDepth = 5;  // of what an Input holds: below Velm, Devices, Device, Video
 
 void QueryPositive(const TiXmlElement& element, const char* name, std::int32_t& value) {
     int number = 0;
     if (QueryInt(element, name, number) && number > 0) value = number;
-}
-
-bool ReplaceCopy(const TiXmlElement& parent, const char* name, std::unique_ptr<TiXmlElement>& copy) {
-    const TiXmlElement* const child = parent.FirstChildElement(name);
-    if (child == nullptr) return false;
-    copy = std::make_unique<TiXmlElement>(*child);
-    return true;
 }
 
 void EchoCopy(TiXmlElement& parent, const std::unique_ptr<TiXmlElement>& copy) {
@@ -48,6 +42,19 @@ bool CInput::ParseInput(TiXmlElement* element) {
         changed = true;
     }
     return changed;
+}
+
+// An element that the settings file could not give back would take all cameras with it.
+bool CInput::ReplaceCopy(const TiXmlElement& parent, const char* name, std::unique_ptr<TiXmlElement>& copy) {
+    const TiXmlElement* const child = parent.FirstChildElement(name);
+    if (child == nullptr) return false;
+    std::unique_ptr<TiXmlElement> durable = DurableCopy(*child, ElementDepth);
+    if (!durable) {
+        Trace(LogWarning, "%s - %s refused: it would not be read back as it is saved", m_sName.c_str(), name);
+        return false;
+    }
+    copy = std::move(durable);
+    return true;
 }
 
 bool CInput::ParseChannel(TiXmlElement* element) {
@@ -90,8 +97,8 @@ void CInput::ParseCrop(const TiXmlElement& element) {
     if (crop == nullptr) return;
     m_nCropLeft = 0;
     m_nCropTop = 0;
-    m_nCropWidth = FullCrop;
-    m_nCropHeight = FullCrop;
+    m_nCropWidth = CropScale;
+    m_nCropHeight = CropScale;
     QueryInt(*crop, "Left", m_nCropLeft);
     QueryInt(*crop, "Top", m_nCropTop);
     QueryInt(*crop, "Width", m_nCropWidth);

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "media/parameter_sets.h"
+
 // Zero-filled pages that the kernel hands out when they are first written, so that a camera
 // costs what its pictures need. In front of the block space there is room for a header even when
 // blocks are smaller than it, behind it for the delimiter that ends an H.264 frame. A page that
@@ -11,7 +13,7 @@ class CFrameBuffer {
 public:
     static constexpr std::size_t Size = 2097152;  // block space: block b of size s lies at b * s
     static constexpr std::size_t HeaderRoom = 1024;
-    static constexpr std::size_t DelimiterRoom = 5;
+    static constexpr std::size_t DelimiterRoom = sizeof(UnitDelimiter);
 
     CFrameBuffer();  // throws std::bad_alloc
     CFrameBuffer(const CFrameBuffer&) = delete;

@@ -11,13 +11,12 @@
 
 namespace {
 
-constexpr int CropScale = 10000;
 constexpr int MinWidth = 320;  // kept between the left edge and the sensor's right edge
 constexpr int MinHeight = 240;
 
 // The part of a sensor edge that a crop value stands for, in pixels.
 int Scaled(int crop, int edge) {
-    return std::clamp(crop, 0, CropScale) * edge / CropScale;
+    return std::clamp(crop, 0, CInput::CropScale) * edge / CInput::CropScale;
 }
 
 std::unique_ptr<TiXmlElement> DefaultSchedule() {
@@ -82,6 +81,7 @@ void CInput::Reset() {
     std::memset(m_MAC, 0, sizeof(m_MAC));
     m_nMotion = -1;
     m_Active = CRectangle();
+    m_Refusals = Refusals();
     ++m_wSsn;
 }
 

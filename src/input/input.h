@@ -9,6 +9,7 @@
 #include "input/actions.h"
 #include "input/block_set.h"
 #include "input/frame_buffer.h"
+#include "input/mask.h"
 #include "input/rectangle.h"
 
 class TiXmlElement;
@@ -83,11 +84,12 @@ public:
     std::int32_t m_nSensitivity = 6;
     bool m_bHalf = false;  // half resolution is requested
     unsigned char m_MAC[6] = {};
-    unsigned char m_Mask[24];      // zone (row r, column c): bit 7 - c of byte 3 * r
-    std::int32_t m_nCropLeft = 0;  // all four in 1/10000 of the sensor
+    unsigned char m_Mask[MotionMapSize];              // zone (row r, column c): bit 7 - c of byte 3 * r
+    static constexpr std::int32_t CropScale = 10000;  // of the sensor's width or height
+    std::int32_t m_nCropLeft = 0;                     // all four in 1/CropScale
     std::int32_t m_nCropTop = 0;
-    std::int32_t m_nCropWidth = 10000;
-    std::int32_t m_nCropHeight = 10000;
+    std::int32_t m_nCropWidth = CropScale;
+    std::int32_t m_nCropHeight = CropScale;
 
     // The stream.
     CRectangle m_Active;  // the part of the sensor that is requested
@@ -99,11 +101,19 @@ public:
     std::uint32_t m_dwKeyFrameTime = 0;  // of the last request answered with a key frame; 0 asks for one
     std::int32_t m_nMotion = -1;         // last reported; -1 not yet
     ActionMap m_Actions;                 // recording actions
-    bool m_bRefused = false;             // the last frame could not be decoded, and that was logged
 
 private:
     struct Frame;
 
+    // A run of frames that no decoder takes. It ends with Reset, or when good frames have come for
+    // long enough; only its first frame is logged.
+    struct Refusals {
+        bool running = false;
+        bool good = false;        // frames have been good since
+        std::uint32_t since = 0;  // this request time
+    };
+
+    Refusals m_Refusals;
     std::string m_sRequest;  // kept for its memory
 
     void StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block);
@@ -113,6 +123,8 @@ private:
     bool UpdateMAC(const unsigned char* mac);
     bool ReadMotion(const unsigned char* activity, unsigned char* map) const;
     bool IsDecodable(const Frame& frame);
+    void CountGoodFrame();
+    bool ReplaceCopy(const TiXmlElement& parent, const char* name, std::unique_ptr<TiXmlElement>& copy);
     void DeliverH264(Frame& frame);
     void DeliverJpeg(Frame& frame);
     bool ParseStreamShape(const TiXmlElement& element);

@@ -1,5 +1,10 @@
-// The text form of a motion mask: 3 bytes are 4 characters from " " (a zero group) to "_".
+// Motion maps and masks, zone (row r, column c) in bit 7 - c of byte 3 * r, and the text form of a
+// mask: 3 bytes are 4 characters from " " (a zero group) to "_".
 #pragma once
+
+constexpr int MotionZones = 8;                               // across, and down
+constexpr int MotionRowBytes = 3;                            // of which the first holds the zones
+constexpr int MotionMapSize = MotionZones * MotionRowBytes;  // bytes of a map, and of a mask
 
 // Encodes whole groups of 3 bytes, as many as capacity characters hold. Returns the characters
 // written; writes no terminating NUL.

@@ -19,13 +19,10 @@ constexpr int TrailerSize = 90;      // shorter ones are not used
 constexpr int TrailerKeyFrame = 92;  // H.264 only, and what tells H.264 from JPEG
 constexpr unsigned char FlagFullResolution = 4;
 
-constexpr std::size_t Zones = 8;  // across and down
-constexpr int MotionMapSize = 24;
-constexpr int MacroblockSize = 16;
+constexpr std::uint32_t GoodMilliseconds = 10000;  // of good frames end a run of refused ones
 constexpr int CodecJpeg = 8;
 constexpr int CodecH264 = 64;
 
-constexpr unsigned char UnitDelimiter[CFrameBuffer::DelimiterRoom] = {0x00, 0x00, 0x01, 0x09, 0x10};
 constexpr int SlicePrefixSize = 5;
 constexpr int ParameterSetsSize = 32;  // what create_sps_pps is given; it writes at most 22
 
@@ -114,32 +111,42 @@ bool CInput::UpdateMAC(const unsigned char* mac) {
 // Fills the cleared map with the zones in motion; true when the mask enables one of them.
 bool CInput::ReadMotion(const unsigned char* activity, unsigned char* map) const {
     bool motion = false;
-    for (std::size_t row = 0; row < Zones; ++row) {
-        unsigned char& zones = map[3 * row];
-        for (std::size_t column = 0; column < Zones; ++column) {
-            if (activity[Zones * row + column] != 0)
+    for (std::size_t row = 0; row < MotionZones; ++row) {
+        unsigned char& zones = map[MotionRowBytes * row];
+        for (std::size_t column = 0; column < MotionZones; ++column) {
+            if (activity[MotionZones * row + column] != 0)
                 zones = static_cast<unsigned char>(zones | 0x80 >> column);
         }
-        motion = motion || (zones & m_Mask[3 * row]) != 0;
+        motion = motion || (zones & m_Mask[MotionRowBytes * row]) != 0;
     }
     return motion;
 }
 
-// Logs the first of a run of frames that no decoder takes, and asks for a key frame.
+// Refuses a frame that no decoder takes, and asks for a key frame then. The size matters only where
+// it goes into a header: an H.264 frame that is no key frame has none.
 bool CInput::IsDecodable(const Frame& frame) {
     const int minimum = frame.h264 ? MacroblockSize : 1;
-    const bool size = frame.width >= minimum && frame.height >= minimum;
+    const bool size = !frame.key || (frame.width >= minimum && frame.height >= minimum);
     const bool quality = frame.h264 || frame.quality < JpegQualityLimit;
-    const bool refused = !size || !quality;
-    if (refused) {
-        m_dwKeyFrameTime = 0;
-        if (!m_bRefused && !size)
-            Trace(LogWarning, "%s - invalid picture size %dx%d", m_sName.c_str(), frame.width, frame.height);
-        else if (!m_bRefused)
-            Trace(LogWarning, "%s - invalid JPEG quality %u", m_sName.c_str(), unsigned{frame.quality});
+    if (size && quality) {
+        CountGoodFrame();
+        return true;
     }
-    m_bRefused = refused;
-    return !refused;
+    if (!m_Refusals.running && !size)
+        Trace(LogWarning, "%s - invalid picture size %dx%d", m_sName.c_str(), frame.width, frame.height);
+    else if (!m_Refusals.running)
+        Trace(LogWarning, "%s - invalid JPEG quality %u", m_sName.c_str(), unsigned{frame.quality});
+    m_Refusals.running = true;
+    m_Refusals.good = false;
+    m_dwKeyFrameTime = 0;
+    return false;
+}
+
+void CInput::CountGoodFrame() {
+    if (!m_Refusals.running) return;
+    if (!m_Refusals.good) m_Refusals.since = m_dwRequestTime;
+    m_Refusals.good = true;
+    if (m_dwRequestTime - m_Refusals.since >= GoodMilliseconds) m_Refusals = Refusals();
 }
 
 void CInput::DeliverH264(Frame& frame) {

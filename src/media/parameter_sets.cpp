@@ -5,11 +5,10 @@
 namespace {
 
 constexpr std::uint32_t start_code = 1;  // as a field of 24 bits
-constexpr int mb_size = 16;
 
 // Size in macroblocks less one, as the SPS codes it.
 std::uint32_t MbsMinus1(int pixels) {
-    return static_cast<std::uint32_t>(pixels / mb_size - 1);
+    return static_cast<std::uint32_t>(pixels / MacroblockSize - 1);
 }
 
 void WriteSps(bs_s& bs, int width, int height) {

@@ -1,16 +1,15 @@
 #include "platform/datetime.h"
 
+#include <cassert>
 #include <ctime>
 
 namespace pt {
 
-datetime now(bool utc) {
+datetime now([[maybe_unused]] bool utc) {
+    assert(utc);
     timespec clock{};
     clock_gettime(CLOCK_REALTIME, &clock);
-    datetime time = utodatetime(clock.tv_sec) + clock.tv_nsec / 1000000;
-    tm local{};
-    if (!utc && localtime_r(&clock.tv_sec, &local) != nullptr) time += datetime{local.tm_gmtoff} * 1000;
-    return time;
+    return utodatetime(clock.tv_sec) + clock.tv_nsec / 1000000;
 }
 
 datetime encodetime(int hour, int minute, int second, int millisecond) {

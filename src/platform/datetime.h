@@ -10,7 +10,7 @@ constexpr datetime invdatetime = -1;
 constexpr datetime unixepoch = 62135596800000;     // 1970-01-01 00:00
 constexpr datetime maxdatetime = 315537897599999;  // 9999-12-31 23:59:59.999
 
-// The current time, in UTC when utc is true, else in the zone of the process.
+// The current time. Always in UTC: local time (utc false) is not supported.
 datetime now(bool utc);
 
 // The given time of day as milliseconds. Values beyond their usual range are simply added up.

@@ -12,13 +12,12 @@ namespace pt {
 
 class message {
 public:
-    message(int messageid, std::intptr_t parameter) : id(messageid), param(parameter) {}
+    message(int messageid, [[maybe_unused]] std::intptr_t parameter) : id(messageid) {}
     message(const message&) = delete;
     message& operator=(const message&) = delete;
     virtual ~message() = default;
 
     const int id;
-    const std::intptr_t param;
 };
 
 // First in, first out, at most limit messages. Owns what it holds.

@@ -1,8 +1,6 @@
 #include "platform/xml.h"
 
-#include <tinyxml.h>
-
-#include <cerrno>
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 
@@ -20,10 +18,9 @@ bool QueryInt(const TiXmlElement& element, const char* name, int& value) {
     const char* text = element.Attribute(name);
     if (text == nullptr) return false;
     char* end = nullptr;
-    errno = 0;
     const long number = std::strtol(text, &end, 10);
-    if (end == text || errno == ERANGE || number < INT_MIN || number > INT_MAX) return false;
-    value = static_cast<int>(number);
+    if (end == text) return false;
+    value = static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
     return true;
 }
 

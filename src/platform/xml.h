@@ -1,10 +1,10 @@
-// Building XML elements, and their attributes that are integers or points in time.
+// Building XML elements and walking over them, and their attributes that are integers or points in
+// time.
 #pragma once
 
-#include "platform/datetime.h"
+#include <tinyxml.h>
 
-class TiXmlElement;
-class TiXmlNode;
+#include "platform/datetime.h"
 
 // Appends a new, empty element, which the parent owns.
 TiXmlElement& AddElement(TiXmlNode& parent, const char* name);
@@ -12,8 +12,18 @@ TiXmlElement& AddElement(TiXmlNode& parent, const char* name);
 // Appends the empty declaration that every document of the plug-in begins with.
 void AddDeclaration(TiXmlNode& document);
 
-// Reads an attribute as a decimal integer, ignoring what follows the digits. False, with value
-// untouched, when it is absent, does not begin with an integer or does not fit an int.
+// Calls use(child) for every child element of the name, in order; parent may be null.
+template <class Use>
+void ForEach(TiXmlNode* parent, const char* name, Use use) {
+    if (parent == nullptr) return;
+    for (TiXmlElement* child = parent->FirstChildElement(name); child != nullptr;
+         child = child->NextSiblingElement(name))
+        use(*child);
+}
+
+// Reads an attribute as a decimal integer, ignoring what follows the digits; one beyond 32 bits is
+// the largest or the smallest there is. False, with value untouched, when it is absent or does not
+// begin with an integer.
 bool QueryInt(const TiXmlElement& element, const char* name, int& value);
 
 // True, with flag set, when the attribute is an integer: any but 0 reads as true.

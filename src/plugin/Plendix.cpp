@@ -7,16 +7,16 @@
 #include <exception>
 #include <string>
 
+#include "platform/utf8.h"
 #include "platform/xml.h"
-#include "plugin/plugin.h"
-
-CPlugin* g_Plugin = nullptr;
 const char PluginName[] = "Plendix";
 
 namespace {
 
 constexpr std::size_t LineBuffer = 512;  // a line, its line feed and its NUL
-constexpr std::size_t LineLimit = 510;   // so that 509 characters remain
+constexpr std::size_t LineLimit = 510;   // so that 509 bytes remain
+
+EventCallbackFunction g_Host = nullptr;
 
 void FireLogLine(LogLevel level, const char* line) {
     TiXmlDocument document;
@@ -29,8 +29,12 @@ void FireLogLine(LogLevel level, const char* line) {
 
 }  // namespace
 
+void ConnectHost(EventCallbackFunction host) {
+    g_Host = host;
+}
+
 int Event(_EventParmsIn* in, _EventParmsOut* out) {
-    return g_Plugin != nullptr ? g_Plugin->Event(in, out) : 0;
+    return g_Host != nullptr ? g_Host(in, out) : 0;
 }
 
 void DeliverEvent(_EventParmsIn& in, const char* what) {
@@ -77,8 +81,10 @@ void Trace(LogLevel level, const char* format, ...) {
     char line[LineBuffer];
     va_list arguments;
     va_start(arguments, format);
-    if (std::vsnprintf(line, LineLimit, format, arguments) < 0) line[0] = '\0';
+    const int wanted = std::vsnprintf(line, LineLimit, format, arguments);
     va_end(arguments);
+    if (wanted < 0) line[0] = '\0';
+    if (wanted >= static_cast<int>(LineLimit)) line[Utf8WholeLength(line, LineLimit - 1)] = '\0';
     if (level != LogDebug) FireLogLine(level, line);
     const std::size_t length = std::char_traits<char>::length(line);
     line[length] = '\n';

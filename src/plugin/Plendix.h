@@ -8,12 +8,8 @@
 #include "platform/datetime.h"
 #include "plugin/host_records.h"
 
-class CPlugin;
 class TiXmlDocument;
 class TiXmlElement;
-
-// The plug-in object; null before Load and after Unload.
-extern CPlugin* g_Plugin;
 
 // The name in documents and in front of error lines.
 extern const char PluginName[];
@@ -24,6 +20,9 @@ enum LogLevel {
     LogWarning = 50,
     LogError = 75,
 };
+
+// What takes the events from now on; null takes none. While no other thread sends events.
+void ConnectHost(EventCallbackFunction host);
 
 // Hands an event to the host; returns the callback's result, 0 when there is no host.
 int Event(_EventParmsIn* in, _EventParmsOut* out);
@@ -42,8 +41,8 @@ void FireDocument(const TiXmlDocument& document, int kind);
 // Velm / Devices / Device.
 void FireDeviceEvent(std::uint32_t device, const TiXmlElement& element);
 
-// Logs one line, cut at 509 characters: to standard output, followed by an empty line, and as a
-// log_msg document unless the level is LogDebug.
+// Logs one line, cut at 509 bytes, in front of a character that does not fit: to standard output, followed by
+// an empty line, and as a log_msg document unless the level is LogDebug.
 void Trace(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // To be called in a catch block: logs what was caught. The text names what was given up.

@@ -5,7 +5,6 @@
 #include "platform/xml.h"
 #include "plugin/Plendix.h"
 #include "plugin/plugin.h"
-#include "plugin/settings.h"
 
 namespace {
 
@@ -28,22 +27,22 @@ bool IsRemoval(const TiXmlElement& device) {
 
 // A camera that was saved without an address is no removal.
 void KeepAddressless(TiXmlElement& root) {
-    for (TiXmlElement* devices = root.FirstChildElement("Devices"); devices != nullptr;
-         devices = devices->NextSiblingElement("Devices")) {
-        for (TiXmlElement* device = devices->FirstChildElement("Device"); device != nullptr;
-             device = device->NextSiblingElement("Device")) {
-            if (IsRemoval(*device)) device->RemoveAttribute("ipAddress");
-        }
-    }
+    ForEach(&root, "Devices", [](TiXmlElement& devices) {
+        ForEach(&devices, "Device", [](TiXmlElement& device) {
+            if (IsRemoval(device)) device.RemoveAttribute("ipAddress");
+        });
+    });
 }
 
 }  // namespace
 
 int CPlugin::Open(_OpenParmsIn*, _OpenParmsOut* out) {
+    // The worker of a host that opens twice owns what follows: the host keeps what it has.
+    const bool again = running();
+    if (!again) BroadcastVersion();
     out->Result = ResultDone;
     out->OpenExtra = 0;
-    if (running()) return 0;  // the worker owns what follows; a host that opens twice keeps what it has
-    BroadcastVersion();
+    if (again) return 0;
     LoadSettings();
     PostConfig();
     if (!start()) Trace(LogError, "create thread error %d", EAGAIN);
@@ -61,7 +60,7 @@ void CPlugin::BroadcastVersion() {
 
 void CPlugin::LoadSettings() {
     TiXmlDocument document;
-    if (!ReadSettings(document, m_Reserve)) return;
+    if (!m_Settings.Read(document)) return;
     if (TiXmlElement* root = document.FirstChildElement()) {
         root->SetAttribute("Delta", 1);  // saved as a report, applied as a change
         KeepAddressless(*root);
@@ -78,7 +77,7 @@ void CPlugin::PostConfig() {
     for (const auto& device : m_Devices) {
         if (device) device->FillDevice(AddElement(devices, "Device"));
     }
-    WriteSettings(document, m_Reserve);
+    m_Settings.Write(document);
     FireDocument(document, static_cast<int>(EventKindConfig));
 }
 
@@ -86,20 +85,18 @@ void CPlugin::UpdateConfig(TiXmlDocument& document) {
     TiXmlElement* const root = document.FirstChildElement();
     int delta = 0;
     if (root == nullptr || !QueryInt(*root, "Delta", delta) || delta == 0) return;
-    for (TiXmlElement* devices = root->FirstChildElement("Devices"); devices != nullptr;
-         devices = devices->NextSiblingElement("Devices")) {
-        if (IsOurs(*devices) && UpdateDevices(*devices)) PostConfig();
-    }
+    ForEach(root, "Devices", [this](TiXmlElement& devices) {
+        if (IsOurs(devices) && UpdateDevices(devices)) PostConfig();
+    });
 }
 
 bool CPlugin::UpdateDevices(TiXmlElement& devices) {
     bool changed = false;
-    for (TiXmlElement* element = devices.FirstChildElement("Device"); element != nullptr;
-         element = element->NextSiblingElement("Device")) {
+    ForEach(&devices, "Device", [&](TiXmlElement& element) {
         int number = 0;
-        if (QueryInt(*element, "Number", number) && number >= 1 && number <= MaxDevices)
-            changed |= UpdateDevice(*element, number);
-    }
+        if (QueryInt(element, "Number", number) && number >= 1 && number <= MaxDevices)
+            changed |= UpdateDevice(element, number);
+    });
     return changed;
 }
 
@@ -117,24 +114,21 @@ bool CPlugin::UpdateDevice(TiXmlElement& element, int number) {
 void CPlugin::ProcessWrite(TiXmlDocument& document) {
     TiXmlElement* const root = document.FirstChildElement();
     if (root == nullptr) return;
-    for (TiXmlElement* wrapper = root->FirstChildElement("PTZ"); wrapper != nullptr;
-         wrapper = wrapper->NextSiblingElement("PTZ")) {
-        if (IsOurs(*wrapper)) WriteDevices(wrapper);
-    }
+    ForEach(root, "PTZ", [this](TiXmlElement& wrapper) {
+        if (IsOurs(wrapper)) WriteDevices(&wrapper);
+    });
     WriteDevices(root);
 }
 
 void CPlugin::WriteDevices(TiXmlElement* element) {
-    for (TiXmlElement* devices = element->FirstChildElement("Devices"); devices != nullptr;
-         devices = devices->NextSiblingElement("Devices")) {
-        if (!IsOurs(*devices)) continue;
-        for (TiXmlElement* device = devices->FirstChildElement("Device"); device != nullptr;
-             device = device->NextSiblingElement("Device")) {
+    ForEach(element, "Devices", [this](TiXmlElement& devices) {
+        if (!IsOurs(devices)) return;
+        ForEach(&devices, "Device", [this](TiXmlElement& device) {
             int number = 0;
-            CDevice* const camera = QueryInt(*device, "Number", number) ? Device(number) : nullptr;
-            if (camera != nullptr) camera->WriteDevice(device);
-        }
-    }
+            CDevice* const camera = QueryInt(device, "Number", number) ? Device(number) : nullptr;
+            if (camera != nullptr) camera->WriteDevice(&device);
+        });
+    });
 }
 
 CDevice* CPlugin::Device(int number) {

@@ -24,9 +24,16 @@ int Call(const char* name, int (CPlugin::*member)(In*, Out*), In* in, Out* out) 
     }
 }
 
+// Stops a worker that still runs, and destroys the cameras that are left.
+void DestroyPlugin() noexcept {
+    delete g_Plugin;
+    g_Plugin = nullptr;
+}
+
 }  // namespace
 
 PLENDIX_EXPORT int Load(_LoadParmsIn* in, _LoadParmsOut* out) {
+    DestroyPlugin();  // of a host that loads twice
     try {
         g_Plugin = new CPlugin;
     } catch (...) {
@@ -37,8 +44,7 @@ PLENDIX_EXPORT int Load(_LoadParmsIn* in, _LoadParmsOut* out) {
 
 PLENDIX_EXPORT int Unload(_UnloadParmsIn* in, _UnloadParmsOut* out) {
     const int result = Call("Unload", &CPlugin::Unload, in, out);
-    delete g_Plugin;
-    g_Plugin = nullptr;
+    DestroyPlugin();
     return result;
 }
 

@@ -1,10 +1,11 @@
 // The records that cross the boundary between the recorder host and the plug-in, and the
 // types of the eight exported functions and of the host's event callback.
 //
-// This is the one header a host needs; the library is loaded with dlopen and its functions
-// are looked up by name. All words are in the host's byte order. Every record begins with
-// its own size in bytes and a version; the plug-in fills them in the records it builds and
-// ignores them in those it receives. A field called Reserved is neither read nor written.
+// This is the one header a host needs, in C (C99) as well as in C++; the library is loaded with
+// dlopen and its functions are looked up by name. All words are in the host's byte order. Every
+// record begins with its own size in bytes and a version; the plug-in fills them in the records it
+// builds and ignores them in those it receives. A field called Reserved is 0 in an event record and
+// neither read nor written in any other.
 //
 // On 32-bit hosts the offsets are those pinned at the end of this file. On 64-bit hosts the
 // fields, their order and their widths are the same and only the pointers are wider, so an
@@ -12,188 +13,197 @@
 #ifndef PLENDIX_HOST_RECORDS_H
 #define PLENDIX_HOST_RECORDS_H
 
-#include <cstddef>
-#include <cstdint>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define PLENDIX_CONSTANT(type, name, value) constexpr type name = (value)
+#define PLENDIX_ASSERT(condition, text) static_assert(condition, text)
+#else
+#define PLENDIX_CONSTANT(type, name, value) enum { name = (value) }  // C has no typed constants
+#define PLENDIX_ASSERT(condition, text) extern char PlendixLayout[(condition) ? 1 : -1]
+#endif
 
 // Identifies the plug-in in records (SourceId) and documents (ID="2162688").
-constexpr std::uint32_t PluginId = 0x210000;
+PLENDIX_CONSTANT(uint32_t, PluginId, 0x210000);
 
 // What an event record carries (_EventParmsIn::Kind).
-constexpr std::uint32_t EventKindVideo = 1;     // one frame
-constexpr std::uint32_t EventKindAlarm = 4;     // motion, trigger, relay or connection document
-constexpr std::uint32_t EventKindLog = 64;      // log_msg document
-constexpr std::uint32_t EventKindConfig = 256;  // version or configuration document
+PLENDIX_CONSTANT(uint32_t, EventKindVideo, 1);     // one frame
+PLENDIX_CONSTANT(uint32_t, EventKindAlarm, 4);     // motion, trigger, relay or connection document
+PLENDIX_CONSTANT(uint32_t, EventKindLog, 64);      // log_msg document
+PLENDIX_CONSTANT(uint32_t, EventKindConfig, 256);  // version or configuration document
 
 // The format of an event's data (_EventParmsIn::DataType).
-constexpr std::uint32_t DataTypeXml = 0x1000010;
-constexpr std::uint32_t DataTypeJpeg = 0x1000008;
-constexpr std::uint32_t DataTypeH264 = 0x1000040;
+PLENDIX_CONSTANT(uint32_t, DataTypeXml, 0x1000010);
+PLENDIX_CONSTANT(uint32_t, DataTypeJpeg, 0x1000008);
+PLENDIX_CONSTANT(uint32_t, DataTypeH264, 0x1000040);
 
 // Values of the Result fields.
-constexpr std::int32_t ResultDone = 0;        // done, or nothing to do
-constexpr std::int32_t ResultNotServed = -1;  // operation, selector or code not served
-constexpr std::int32_t ResultNoData = -2;     // Data is null or DataLength is 0
+PLENDIX_CONSTANT(int32_t, ResultDone, 0);        // done, or nothing to do
+PLENDIX_CONSTANT(int32_t, ResultNotServed, -1);  // operation, selector or code not served
+PLENDIX_CONSTANT(int32_t, ResultNoData, -2);     // Data is null or DataLength is 0
 
 // _EventParmsIn::FrameType.
-constexpr std::uint8_t FrameTypeKey = 1;    // JPEG frame, or H.264 frame that starts with an IDR picture
-constexpr std::uint8_t FrameTypeDelta = 2;  // any other H.264 frame
+PLENDIX_CONSTANT(uint8_t, FrameTypeKey, 1);    // JPEG frame, or H.264 frame that starts with an IDR picture
+PLENDIX_CONSTANT(uint8_t, FrameTypeDelta, 2);  // any other H.264 frame
 
 // Bits of _EventParmsIn::FrameFlags.
-constexpr std::uint8_t FrameFlagMotion = 0x80;     // motion in a zone that the mask enables
-constexpr std::uint8_t FrameFlagRecording = 0x40;  // a recording action is in force
+PLENDIX_CONSTANT(uint8_t, FrameFlagMotion, 0x80);     // motion in a zone that the mask enables
+PLENDIX_CONSTANT(uint8_t, FrameFlagRecording, 0x40);  // a recording action is in force
 
 // One event. Owned by the plug-in; it and the bytes at Data are valid until the callback returns.
-struct _EventParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t DataLength;  // bytes at Data; a document's terminating NUL is not counted
+typedef struct _EventParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t DataLength;  // bytes at Data; a document's terminating NUL is not counted
     const void* Data;
-    std::uint32_t SourceId;  // PluginId; for frames also device number << 8 and input number
-    std::uint32_t Reserved0;
-    std::uint32_t Kind;
-    std::uint32_t DataType;
+    uint32_t SourceId;  // PluginId; for frames also device number << 8 and input number
+    uint32_t Reserved0;
+    uint32_t Kind;
+    uint32_t DataType;
     // From here on all zero unless Kind is EventKindVideo.
-    std::uint32_t VideoSize;     // bytes from VideoSize to the end of the record: 152
-    std::uint32_t VideoVersion;  // 1
-    std::uint32_t Reserved1;
-    std::uint32_t FrameSeconds;       // delivery time, seconds since 1970-01-01 UTC
-    std::uint16_t FrameMilliseconds;  // 0 to 999 within that second
-    std::uint8_t FrameType;
-    std::uint8_t FrameFlags;
-    std::uint32_t MotionLength;   // bytes used in MotionMap: 24, or 0 without a map
-    std::uint8_t MotionMap[128];  // zone (row r, column c): bit 7 - c of byte 3 * r
-};
+    uint32_t VideoSize;     // bytes from VideoSize to the end of the record: 152
+    uint32_t VideoVersion;  // 1
+    uint32_t Reserved1;
+    uint32_t FrameSeconds;       // delivery time, seconds since 1970-01-01 UTC
+    uint16_t FrameMilliseconds;  // 0 to 999 within that second
+    uint8_t FrameType;
+    uint8_t FrameFlags;
+    uint32_t MotionLength;   // bytes used in MotionMap: 24, or 0 without a map
+    uint8_t MotionMap[128];  // before the mask; zone (row r, column c): bit 7 - c of byte 3 * r
+} _EventParmsIn;
 
 // The host's answer to an event.
-struct _EventParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t Error;  // 0 when handed over; the host sets it nonzero to refuse the event
-};
+typedef struct _EventParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t Error;  // 0 when handed over; the host sets it nonzero to refuse the event
+} _EventParmsOut;
 
-// Called on the thread that runs Open or Close while these run, and on the plug-in's worker
-// thread in between, never on two threads at once. A nonzero return value, too, is a refusal.
+// Called on the thread that runs Open while it runs, on the plug-in's worker thread until that has
+// ended within Close, and then on the thread that runs Close; never on two threads at once. A nonzero
+// return value, too, is a refusal.
 typedef int (*EventCallbackFunction)(_EventParmsIn*, _EventParmsOut*);
 
-struct _LoadParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t HostContext;
+typedef struct _LoadParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t HostContext;  // the host's own word; not used
     EventCallbackFunction EventCallback;
-};
+} _LoadParmsIn;
 
-struct _LoadParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t PluginId;
-    std::uint32_t Format0;  // class << 24 | format bits, as in DataType
-    std::uint32_t Format1;
-    std::uint32_t Format2;
-    std::uint32_t Format3;
-    std::uint32_t Zero[4];
-    std::uint32_t Reserved[2];
-    std::uint8_t Flag0;
-    std::uint8_t Flag1;
-    std::uint8_t Flag2;
-    std::uint8_t Flag3;
-    std::uint8_t Flag4;
-    std::uint8_t Flag5;
-};
+typedef struct _LoadParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t PluginId;
+    uint32_t Format0;  // class << 24 | format bits, as in DataType
+    uint32_t Format1;
+    uint32_t Format2;
+    uint32_t Format3;
+    uint32_t Zero[4];
+    uint32_t Reserved[2];
+    uint8_t Flag0;
+    uint8_t Flag1;
+    uint8_t Flag2;
+    uint8_t Flag3;
+    uint8_t Flag4;
+    uint8_t Flag5;
+} _LoadParmsOut;
 
-struct _UnloadParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-};
+typedef struct _UnloadParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+} _UnloadParmsIn;
 
-struct _UnloadParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-};
+typedef struct _UnloadParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+} _UnloadParmsOut;
 
-struct _OpenParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-};
+typedef struct _OpenParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+} _OpenParmsIn;
 
-struct _OpenParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::int32_t Result;
-    std::uint32_t OpenExtra;
-};
+typedef struct _OpenParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    int32_t Result;
+    uint32_t OpenExtra;
+} _OpenParmsOut;
 
-struct _CloseParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-};
+typedef struct _CloseParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+} _CloseParmsIn;
 
-struct _CloseParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::int32_t Result;
-};
+typedef struct _CloseParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    int32_t Result;
+} _CloseParmsOut;
 
-struct _ReadParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-};
+typedef struct _ReadParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+} _ReadParmsIn;
 
-struct _ReadParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t Reserved[2];
-    std::int32_t Result;
-};
+typedef struct _ReadParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t Reserved[2];
+    int32_t Result;
+} _ReadParmsOut;
 
-struct _SeekParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-};
+typedef struct _SeekParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+} _SeekParmsIn;
 
-struct _SeekParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::int32_t Result;
-};
+typedef struct _SeekParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    int32_t Result;
+} _SeekParmsOut;
 
 // A write document: relay outputs and recording marks.
-struct _WriteParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t Reserved0;
-    std::uint8_t Selector;  // must be 0
-    std::uint8_t Reserved1[3];
-    std::uint32_t DataLength;  // bytes of XML text at Data
-    const void* Data;          // copied before Write returns; needs no NUL
-    std::uint32_t SourceId;    // the module that wrote the document
-};
+typedef struct _WriteParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t Reserved0;
+    uint8_t Selector;  // must be 0
+    uint8_t Reserved1[3];
+    uint32_t DataLength;  // bytes of XML text at Data
+    const void* Data;     // copied before Write returns; needs no NUL
+    uint32_t SourceId;    // the module that wrote the document; PluginId: it is not taken
+} _WriteParmsIn;
 
-struct _WriteParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t Reserved[2];
-    std::int32_t Result;  // untouched when the document was queued
-};
+typedef struct _WriteParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t Reserved[2];
+    int32_t Result;  // untouched when the document was queued
+} _WriteParmsOut;
 
 // A configuration document.
-struct _IOCTLParmsIn {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t Code;  // 2; no other is served
-    std::uint32_t Reserved[2];
-    std::uint32_t DataLength;  // bytes of XML text at Data
-    const void* Data;          // copied before IOCTL returns; needs no NUL
-};
+typedef struct _IOCTLParmsIn {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t Code;  // 2; no other is served
+    uint32_t Reserved[2];
+    uint32_t DataLength;  // bytes of XML text at Data
+    const void* Data;     // copied before IOCTL returns; needs no NUL
+} _IOCTLParmsIn;
 
-struct _IOCTLParmsOut {
-    std::uint32_t Size;
-    std::uint32_t Version;
-    std::uint32_t Reserved;
-    std::int32_t Result;  // untouched when the document was queued
-};
+typedef struct _IOCTLParmsOut {
+    uint32_t Size;
+    uint32_t Version;
+    uint32_t Reserved;
+    int32_t Result;  // untouched when the document was queued
+} _IOCTLParmsOut;
 
 // The exports: "Load", "Unload", "Open", "Close", "Read", "Write", "Seek" and "IOCTL".
-// Each returns 0 always; what happened is in Result.
+// Each returns 0 always; what happened is in Result. No record may be null.
 typedef int (*LoadFunction)(_LoadParmsIn*, _LoadParmsOut*);
 typedef int (*UnloadFunction)(_UnloadParmsIn*, _UnloadParmsOut*);
 typedef int (*OpenFunction)(_OpenParmsIn*, _OpenParmsOut*);
@@ -206,9 +216,10 @@ typedef int (*IOCTLFunction)(_IOCTLParmsIn*, _IOCTLParmsOut*);
 // Offsets in front of a record's first pointer are the same everywhere; behind it they move
 // by the extra width (and alignment) of the pointer.
 #if UINTPTR_MAX == UINT32_MAX
-#define PLENDIX_OFFSET(record, field, narrow, wide) static_assert(offsetof(record, field) == (narrow), #field)
+#define PLENDIX_OFFSET(record, field, narrow, wide) \
+    PLENDIX_ASSERT(offsetof(record, field) == (narrow), #field)
 #else
-#define PLENDIX_OFFSET(record, field, narrow, wide) static_assert(offsetof(record, field) == (wide), #field)
+#define PLENDIX_OFFSET(record, field, narrow, wide) PLENDIX_ASSERT(offsetof(record, field) == (wide), #field)
 #endif
 
 PLENDIX_OFFSET(_LoadParmsIn, HostContext, 8, 8);
@@ -260,7 +271,7 @@ PLENDIX_OFFSET(_EventParmsIn, MotionMap, 56, 64);
 PLENDIX_OFFSET(_EventParmsOut, Error, 8, 8);
 
 #define PLENDIX_SIZE(record, narrow, wide) \
-    static_assert(sizeof(record) == (sizeof(void*) == 4 ? (narrow) : (wide)), #record)
+    PLENDIX_ASSERT(sizeof(record) == (sizeof(void*) == 4 ? (narrow) : (wide)), #record)
 // NOLINTBEGIN(bugprone-branch-clone): of one size everywhere
 PLENDIX_SIZE(_EventParmsIn, 184, 192);
 PLENDIX_SIZE(_EventParmsOut, 12, 12);
@@ -284,5 +295,7 @@ PLENDIX_SIZE(_IOCTLParmsOut, 16, 16);
 
 #undef PLENDIX_SIZE
 #undef PLENDIX_OFFSET
+#undef PLENDIX_ASSERT
+#undef PLENDIX_CONSTANT
 
 #endif

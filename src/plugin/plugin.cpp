@@ -1,6 +1,7 @@
 #include "plugin/plugin.h"
 
 #include "device/device.h"
+#include "platform/xml_text.h"
 #include "plugin/Plendix.h"
 
 namespace {
@@ -8,7 +9,13 @@ namespace {
 constexpr int QueueLimit = 5000;         // documents; a full queue makes the host wait
 constexpr std::uint32_t CodeConfig = 2;  // the one IOCTL code that is served
 
+int CallHost(_EventParmsIn* in, _EventParmsOut* out) {
+    return g_Plugin != nullptr ? g_Plugin->Event(in, out) : 0;
+}
+
 }  // namespace
+
+CPlugin* g_Plugin = nullptr;
 
 CPlugin::CPlugin() : pt::thread(false), pt::msgqueue(QueueLimit) {}
 
@@ -20,6 +27,7 @@ CPlugin::~CPlugin() {
 int CPlugin::Load(_LoadParmsIn* in, _LoadParmsOut* out) {
     HostContext = in->HostContext;
     EventCallback = in->EventCallback;
+    ConnectHost(CallHost);
     out->PluginId = ::PluginId;
     out->Format0 = DataTypeJpeg | DataTypeH264;
     out->Format1 = 0;

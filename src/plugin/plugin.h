@@ -8,12 +8,16 @@
 #include <memory>
 
 #include "platform/queue.h"
-#include "platform/reserve.h"
 #include "platform/thread.h"
+#include "platform/xml_guard.h"
 #include "plugin/host_records.h"
-#include "plugin/xml_guard.h"
+#include "plugin/settings.h"
 
 class CDevice;
+class CPlugin;
+
+// The plug-in object; null before Load and after Unload.
+extern CPlugin* g_Plugin;
 
 constexpr int MaxDevices = 255;
 
@@ -47,7 +51,7 @@ public:
     int Seek(_SeekParmsIn* in, _SeekParmsOut* out);
     int IOCTL(_IOCTLParmsIn* in, _IOCTLParmsOut* out);
 
-    // Calls the host on the calling thread and returns its result.
+    // Calls the host on the calling thread and returns its result. Load has every event come here.
     int Event(_EventParmsIn* in, _EventParmsOut* out);
 
     // Host's thread while the worker does not run, worker thread while it does.
@@ -78,5 +82,5 @@ private:
     bool ServeSockets();
     CDevice* Device(int number);  // null when there is none, or no such number
 
-    CDescriptorReserve m_Reserve;  // for the settings file
+    CSettings m_Settings;
 };

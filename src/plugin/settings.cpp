@@ -14,16 +14,15 @@
 #include <memory>
 #include <string>
 
-#include "platform/reserve.h"
+#include "platform/xml_text.h"
 #include "plugin/Plendix.h"
-#include "plugin/xml_guard.h"
 
 const char szFileName[] = "Plendix.xml";
 
 namespace {
 
-constexpr off_t SettingsLimit = 16 << 20;  // bytes; 255 cameras need under 1 MB
-constexpr int CopiesLimit = 1000;          // of unreadable files, so that the search for a name ends
+constexpr off_t SizeLimit = INT_MAX;  // bytes that LoadFile can count on a 32-bit machine
+constexpr int CopiesLimit = 1000;     // of unreadable files, so that the search for a name ends
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -57,9 +56,20 @@ void SyncFolder(const std::string& folder) {
     close(descriptor);
 }
 
+// What SaveFile writes; empty when there is no memory for it.
+std::string Print(const TiXmlDocument& document) {
+    char* buffer = nullptr;
+    std::size_t size = 0;
+    File memory(open_memstream(&buffer, &size), std::fclose);
+    const bool printed = memory && document.SaveFile(memory.get());
+    const bool whole = memory && std::fclose(memory.release()) == 0 && printed;
+    const std::unique_ptr<char, void (*)(void*)> owned(buffer, std::free);
+    return whole ? std::string(buffer, size) : std::string();
+}
+
 // Every step is tested: a full disk may show only when the stream is flushed or closed.
-bool SaveToNew(const TiXmlDocument& document, File file) {
-    bool saved = document.SaveFile(file.get());
+bool SaveToNew(const std::string& text, File file) {
+    bool saved = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
     saved = std::fflush(file.get()) == 0 && saved;
     saved = std::ferror(file.get()) == 0 && saved;
     saved = fsync(fileno(file.get())) == 0 && saved;
@@ -88,7 +98,7 @@ struct Temporary {
 };
 
 // Writes beside the file and renames over it.
-Replacement ReplaceFile(const TiXmlDocument& document, const std::string& target) {
+Replacement ReplaceFile(const std::string& text, const std::string& target) {
     struct stat old = {};
     const bool existed = stat(target.c_str(), &old) == 0;
     if (!existed && lstat(target.c_str(), &old) == 0) return Replacement::Impossible;  // a link to nowhere
@@ -96,7 +106,7 @@ Replacement ReplaceFile(const TiXmlDocument& document, const std::string& target
     unlink(temporary.name.c_str());  // of a run that was killed
     File file = OpenNew(temporary.name, existed ? old.st_mode & 0777 : 0666);
     if (!file) return NotReplaced(errno);
-    if (!SaveToNew(document, std::move(file))) return Replacement::Failed;
+    if (!SaveToNew(text, std::move(file))) return Replacement::Failed;
     if (std::rename(temporary.name.c_str(), target.c_str()) != 0) return NotReplaced(errno);
     temporary.moved = true;
     SyncFolder(FolderOf(target));
@@ -135,13 +145,32 @@ void KeepUnreadable(const char* reason) {
     Trace(LogWarning, "%s is not readable (%s) and could not be kept", szFileName, reason);
 }
 
-// Why LoadFile must not have the file of the given size; null when it may.
-const char* ExamineSettings(off_t size) {
-    if (size > SettingsLimit) return "too large";
+// Null, or what is wrong.
+const char* ReadText(off_t size, std::string& text) {
+    if (size > SizeLimit) return "too large";
     const File file(std::fopen(szFileName, "re"), std::fclose);
-    std::string text(static_cast<std::size_t>(size), '\0');
-    if (!file || std::fread(&text[0], 1, text.size(), file.get()) != text.size()) return "read error";
-    return RefuseFile(text.data(), text.size());
+    text.resize(static_cast<std::size_t>(size));
+    const bool whole = file && std::fread(&text[0], 1, text.size(), file.get()) == text.size();
+    return whole ? nullptr : "read error";
+}
+
+// Null, with the document loaded and its text as it stands in the file, or what is wrong.
+const char* Load(off_t size, TiXmlDocument& document, std::string& text) {
+    if (const char* problem = ReadText(size, text)) return problem;
+    const XmlVerdict verdict = ExamineXml(WithLineFeeds(text), TIXML_ENCODING_UNKNOWN);
+    if (verdict.problem != nullptr) return verdict.problem;
+    if (!LoadFileProtected(document, szFileName)) return document.ErrorDesc();
+    MakePrintable(document, verdict.encoding);
+    return nullptr;
+}
+
+bool SameTime(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool SameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           SameTime(a.st_mtim, b.st_mtim) && SameTime(a.st_ctim, b.st_ctim);
 }
 
 }  // namespace
@@ -154,26 +183,41 @@ bool SaveFileProtected(const TiXmlDocument& document, const char* filename) {
     return document.SaveFile(filename);
 }
 
-bool ReadSettings(TiXmlDocument& document, CDescriptorReserve& reserve) {
-    const CDescriptorReserve::Use use(reserve);
+bool CSettings::Read(TiXmlDocument& document) {
+    const CDescriptorReserve::Use use(m_Reserve);
     struct stat status = {};
     if (stat(szFileName, &status) != 0) return false;
     if (!S_ISREG(status.st_mode)) {
         Trace(LogWarning, "%s is not a file", szFileName);
         return false;
     }
-    const char* problem = ExamineSettings(status.st_size);
-    if (problem == nullptr && LoadFileProtected(document, szFileName)) {
-        MakePrintable(document);
-        return true;
+    std::string text;
+    if (const char* problem = Load(status.st_size, document, text)) {
+        KeepUnreadable(problem);
+        return false;
     }
-    KeepUnreadable(problem != nullptr ? problem : document.ErrorDesc());
-    return false;
+    Remember(text);
+    return true;
 }
 
-bool WriteSettings(const TiXmlDocument& document, CDescriptorReserve& reserve) {
-    const CDescriptorReserve::Use use(reserve);
-    const Replacement result = ReplaceFile(document, TargetName());
-    if (result == Replacement::Impossible) return SaveFileProtected(document, szFileName);
-    return result == Replacement::Done;
+bool CSettings::Write(const TiXmlDocument& document) {
+    const std::string text = Print(document);
+    if (text.empty()) return false;
+    if (Holds(text)) return true;
+    const CDescriptorReserve::Use use(m_Reserve);
+    m_sText.clear();
+    const Replacement result = ReplaceFile(text, TargetName());
+    const bool saved = result == Replacement::Impossible ? SaveFileProtected(document, szFileName)
+                                                         : result == Replacement::Done;
+    if (saved) Remember(text);
+    return saved;
+}
+
+bool CSettings::Holds(const std::string& text) const {
+    struct stat status = {};
+    return m_sText == text && stat(szFileName, &status) == 0 && SameFile(status, m_Status);
+}
+
+void CSettings::Remember(const std::string& text) {
+    m_sText = stat(szFileName, &m_Status) == 0 ? text : std::string();
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "camera/fleet.h"
-#include "camera/udp.h"
+#include "camera/wire/udp.h"
 
 namespace plendix::camera::test {
 
@@ -19,8 +19,9 @@ using Bytes = std::vector<std::uint8_t>;
 
 struct Reply {
     std::optional<int> error, granted;  // code of an ERROR packet, block size of the OACK
-    std::vector<Bytes> blocks;
-    Bytes payload;          // of a picture: the blocks without the zeros that pad them
+    std::size_t blocks = 0;
+    Bytes whole;            // all of them
+    Bytes payload;          // of a picture: without the zeros that pad its blocks, and the last one
     Bytes trailer;          // the last block
     bool complete = false;  // false without error: nothing came within 10 s
 };
@@ -41,8 +42,8 @@ public:
         socket_.send(datagram.data(), datagram.size(), peer_);
     }
     /// To where the last datagram came from.
-    void acknowledge(int block) {
-        const std::uint8_t packet[] = {0, 4, static_cast<std::uint8_t>(block >> 8),
+    void acknowledge(int block, std::uint8_t opcode = 4) {
+        const std::uint8_t packet[] = {0, opcode, static_cast<std::uint8_t>(block >> 8),
                                        static_cast<std::uint8_t>(block)};
         socket_.send(packet, sizeof packet, peer_);
     }
@@ -72,12 +73,13 @@ public:
             if (opcode == 6) reply.granted = std::stoi(std::string(data.begin() + 6, data.end()));
             if (opcode == 6) acknowledge(0);
             if (opcode == 6) continue;
-            if (opcode != 3 || number != static_cast<int>(reply.blocks.size()) + 1) return reply;
+            if (opcode != 3 || number != static_cast<int>(reply.blocks) + 1) return reply;
             acknowledge(number);
             reply.complete = data.size() < static_cast<std::size_t>(block_size);
             Bytes& part = reply.complete ? reply.trailer : reply.payload;
             part.insert(part.end(), data.begin(), data.end());
-            reply.blocks.push_back(data);
+            reply.whole.insert(reply.whole.end(), data.begin(), data.end());
+            ++reply.blocks;
         }
         while (!reply.payload.empty() && reply.payload.back() == 0)
             reply.payload.pop_back();

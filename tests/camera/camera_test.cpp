@@ -1,4 +1,6 @@
 // Registers, transfers, refusals and trailers of the simulated camera, over real sockets.
+#include <list>
+
 #include "camera_bench.h"
 #include "usage.h"
 
@@ -7,16 +9,13 @@ namespace {
 
 TEST_F(CameraBench, AnswersWritesWithTheValueTheyThenHold) {
     start();
-    const struct {
-        int number, start, written, held;
-    } cases[] = {{2, 99, 49, 49},    {111, 16, 65535, 65535}, {70, 0, 5, 0},  {73, 1200, 99, 1200},
-                 {122, 105, 5, 105}, {123, 61750, 1, 61750},  {9999, 0, 7, 7}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.number);
-        EXPECT_EQ(client.read(c.number), c.start);
-        EXPECT_EQ(client.write(c.number, c.written), c.held);
-        EXPECT_EQ(client.read(c.number), c.held);
-        EXPECT_EQ(fleet->get_register(0, c.number), c.held);
+    const std::array<int, 4> cases[] = {{2, 99, 49, 49},      {111, 16, 65535, 65535}, {70, 0, 5, 0},
+                                        {73, 1200, 99, 1200}, {122, 105, 5, 105},      {123, 61750, 1, 61750},
+                                        {9999, 0, 7, 7}};
+    for (const auto& [number, before, written, held] : cases) {
+        EXPECT_EQ(client.read(number), before) << number;
+        EXPECT_EQ(client.write(number, written), held) << number;
+        EXPECT_EQ(client.read(number), held) << number;
     }
 }
 
@@ -28,8 +27,8 @@ TEST_F(CameraBench, TransfersWithEveryBlockSizeAndCounts) {
         const Reply reply = client.fetch("image?res=half;quality=8;", size);
         ASSERT_TRUE(reply.complete);
         EXPECT_EQ(reply.granted, size);
-        blocks += reply.blocks.size();
-        acknowledgements += reply.blocks.size() + (size ? 1 : 0);
+        blocks += reply.blocks;
+        acknowledgements += reply.blocks + (size ? 1 : 0);
     }
     client.read(122);
     const Counters counters = fleet->counters(0);
@@ -39,6 +38,12 @@ TEST_F(CameraBench, TransfersWithEveryBlockSizeAndCounts) {
     EXPECT_EQ(counters.blocks, blocks);
     EXPECT_GE(counters.acknowledgements, acknowledgements);  // one more is on its way
     EXPECT_EQ(counters.register_reads, 1U);
+
+    start({}, most_live_cameras + 1);  // every client gets the same pictures
+    const std::string name = "image?res=half;quality=8;";
+    const int payload = static_cast<int>(client.fetch(name).payload.size());
+    for (const int spare : {-1, 0, 1})
+        EXPECT_EQ(TftpClient(own_address(1)).fetch(name, payload + spare).blocks, spare < 0 ? 3U : 2U);
 }
 
 TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
@@ -51,18 +56,28 @@ TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
         EXPECT_FALSE(client.waits(0)) << "more than asked for";
     };
     start();
-    client.request(read_request("image?quality=2;", std::nullopt, "OCTET"));
+    const Bytes read_model = read_request("getreg?page=3;reg=122;", std::nullopt);
+    client.request(read_model);
     expect_blocks(1, 1);
+    client.request(read_request("image?quality=2;", std::nullopt, "OCTET"));
+    expect_blocks(1, 1);  // instead of the register
     client.acknowledge(1);
     expect_blocks(2, 2);
     for (const int number : {1, 7, 2})  // repeated, not sent yet, awaited
         client.acknowledge(number);
     expect_blocks(3, 3);
-    client.request(read_request("getreg?page=3;reg=122;", std::nullopt));
-    expect_blocks(1, 1);  // instead of the picture
-    client.acknowledge(1);
-    client.acknowledge(2);
-    expect_blocks(2, 1);
+    std::list<TftpClient> crowd;
+    while (crowd.size() < 32)
+        EXPECT_EQ(crowd.emplace_back(own_address(1)).read(122), 105);
+    client.acknowledge(3);
+    expect_blocks(4, 4);  // transfers that are finished take no room
+    for (const bool silence : {false, true}) {
+        client.request(read_request("image?quality=2;", std::nullopt));
+        expect_blocks(1, 1);
+        silence ? fleet->inject(0, {FaultKind::silent, true}) : client.acknowledge(0, 5);
+        client.acknowledge(1);
+        expect_blocks(2, 1);  // ended, by an ERROR of the client or because the camera forgot it
+    }
 
     Behaviour behaviour;
     behaviour.burst = 4;
@@ -75,6 +90,11 @@ TEST_F(CameraBench, KeepsInStepWithAcknowledgements) {
     expect_blocks(5, 6);
     client.acknowledge(1);
     expect_blocks(7, 6);
+    for (TftpClient& unfinished : crowd)
+        unfinished.request(read_model);
+    EXPECT_EQ(other.read(122), 105);
+    client.acknowledge(3);
+    expect_blocks(7, 6);  // given up for the others
 }
 
 TEST_F(CameraBench, AnswersWhatCannotBeServedWithAnError) {
@@ -126,22 +146,16 @@ TEST_F(CameraBench, DescribesItsPicturesInTheTrailer) {
     Config config;
     config.mac = {2, 0, 0, 0, 0, 9};
     start(config);
-    const struct {
-        const char* name;
-        int flags;
-        std::array<int, 4> area;
-    } cases[] = {{"image?res=full;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;", 4, {0, 0, 1600, 1184}},
-                 {"image?res=full;x0=320;y0=16;x1=9999;y1=9999;quality=8;", 4, {320, 16, 1600, 1200}},
-                 {"image?res=half;x0=1;y0=0;x1=100;y1=51;quality=8;", 0, {1, 0, 99, 50}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Bytes trailer = client.fetch(c.name).trailer;
-        ASSERT_EQ(trailer.size(), 90U);
-        EXPECT_EQ(Bytes(trailer.begin() + 6, trailer.begin() + 12), (Bytes{2, 0, 0, 0, 0, 9}));
-        EXPECT_EQ(trailer[80], c.flags);
-        EXPECT_EQ(trailer[81], 8);
-        for (std::size_t i = 0; i < 4; ++i)
-            EXPECT_EQ(trailer[82 + 2 * i] << 8 | trailer[83 + 2 * i], c.area.at(i));
+    const std::pair<const char*, Bytes> cases[] = {
+        {"image?res=full;x0=0;y0=0;x1=1600;y1=1184;quality=8;doublescan=0;",
+         {4, 8, 0, 0, 0, 0, 6, 64, 4, 160}},
+        {"image?res=full;x0=320;y0=16;x1=9999;y1=9999;quality=8;", {4, 8, 1, 64, 0, 16, 6, 64, 4, 176}},
+        {"image?res=half;x0=1;y0=0;x1=100;y1=51;quality=8;", {0, 8, 0, 1, 0, 0, 0, 99, 0, 50}}};
+    for (const auto& [name, flags_quality_and_area] : cases) {
+        const Bytes trailer = client.fetch(name).trailer;
+        ASSERT_EQ(trailer.size(), 90U) << name;
+        EXPECT_EQ(Bytes(trailer.begin() + 6, trailer.begin() + 12), (Bytes{2, 0, 0, 0, 0, 9})) << name;
+        EXPECT_EQ(Bytes(trailer.begin() + 80, trailer.end()), flags_quality_and_area) << name;
     }
 }
 

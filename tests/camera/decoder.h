@@ -7,8 +7,8 @@ extern "C" {
 
 #include <stdexcept>
 
-#include "camera/packet.h"
-#include "host/ffmpeg.h"
+#include "camera/wire/packet.h"
+#include "ffmpeg.h"
 
 namespace plendix::camera::test {
 

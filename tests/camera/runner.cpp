@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "camera/privilege.h"
+#include "camera/wire/privilege.h"
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);

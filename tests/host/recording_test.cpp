@@ -8,8 +8,8 @@
 #include <fstream>
 
 #include "camera/camera_bench.h"
+#include "ffmpeg.h"
 #include "host/decode_check.h"
-#include "host/ffmpeg.h"
 #include "host/plugin_library.h"
 #include "support/folder.h"
 #include "usage.h"
@@ -28,14 +28,18 @@ protected:
         plan.output = "out";
     }
     /// Records a JPEG and an H.264 camera until SIGINT; returns the exit code.
-    int run(const Behaviour& behaviour = {}) {
+    int record_both(const Behaviour& behaviour = {}) {
         start(sensor(640, 480), 2, behaviour);
         plan.cameras = {{1, own_address(1), "Gate & yard", Codec::jpeg},
                         {2, own_address(2), "Camera 2", Codec::h264, 100, 9, 320, 240}};
-        testing::internal::CaptureStdout();
         const int code = record(plan);
-        table = testing::internal::GetCapturedStdout();
         fleet->stop();
+        return code;
+    }
+    int run(const Behaviour& behaviour = {}) {
+        testing::internal::CaptureStdout();
+        const int code = record_both(behaviour);
+        table = testing::internal::GetCapturedStdout();
         return code;
     }
     /// Lets the cameras send so many frames each.
@@ -92,8 +96,10 @@ TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
     EXPECT_THROW(record(plan), UsageError) << "over this recording";
 }
 
-TEST_F(Recording, FailsWithFramesThatDoNotDecodeAndWithNone) {
+TEST_F(Recording, FailsByTheSecondSignalAndWithFramesThatDoNotDecodeOrNone) {
     plan.replace = true;
+    plan.steps = {{0ms, [](PluginLibrary&) { raise(SIGINT), raise(SIGTERM); }}};
+    EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "");
     plan.steps = {interrupt_after(10)};
     Behaviour behaviour;
     behaviour.faults = parse_faults("corrupt=100%");
@@ -111,7 +117,7 @@ TEST_F(Recording, FailsWithFramesThatDoNotDecodeAndWithNone) {
 TEST_F(Recording, LeavesFilesThatDecodeWhenItIsKilled) {
     const pid_t child = fork();  // no thread runs yet
     ASSERT_GE(child, 0);
-    if (child == 0) _exit(run());
+    if (child == 0) _exit(record_both());
     const auto end = Clock::now() + 60s;
     std::error_code none;
     while (fs::file_size("out/camera-2.mkv", none) + 1 < 50'001 && Clock::now() < end)

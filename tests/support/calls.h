@@ -1,30 +1,49 @@
-// The calls of a host, on a plug-in object, and the documents that it passes.
+// The calls of a host, through the exports, and the documents that it passes.
 #pragma once
 
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 
-#include "plugin/plugin.h"
+#include "plugin/host_records.h"
+
+extern "C" {
+std::remove_pointer_t<LoadFunction> Load;
+std::remove_pointer_t<UnloadFunction> Unload;
+std::remove_pointer_t<OpenFunction> Open;
+std::remove_pointer_t<CloseFunction> Close;
+std::remove_pointer_t<IOCTLFunction> IOCTL;
+}
 
 namespace plendix {
 
-inline void post(CPlugin& plugin, const std::string& text) {
-    _IOCTLParmsIn in = {0, 0, 2, {}, static_cast<std::uint32_t>(text.size()), text.data()};
-    _IOCTLParmsOut out = {};
-    plugin.IOCTL(&in, &out);
+inline void load(EventCallbackFunction callback) {
+    _LoadParmsIn in = {0, 0, 0, callback};
+    _LoadParmsOut out = {};
+    ::Load(&in, &out);
 }
 
-inline void open(CPlugin& plugin) {
+inline void unload() {
+    ::Unload(nullptr, nullptr);
+}
+
+inline void post(const std::string& text) {
+    _IOCTLParmsIn in = {0, 0, 2, {}, static_cast<std::uint32_t>(text.size()), text.data()};
+    _IOCTLParmsOut out = {};
+    ::IOCTL(&in, &out);
+}
+
+inline void open() {
     _OpenParmsOut out = {};
-    plugin.Open(nullptr, &out);
+    ::Open(nullptr, &out);
 }
 
 /// How long it took.
-inline std::chrono::milliseconds close(CPlugin& plugin) {
+inline std::chrono::milliseconds close() {
     const auto start = std::chrono::steady_clock::now();
     _CloseParmsOut out = {};
-    plugin.Close(nullptr, &out);
+    ::Close(nullptr, &out);
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
 }
 

@@ -1,6 +1,8 @@
 // A host for the tests: a plug-in object of its own, whose events are kept as they come.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -28,7 +30,9 @@ class RecordingHost {
 public:
     RecordingHost() {
         current_ = this;
-        plugin_->EventCallback = [](auto* in, auto* out) { return current_->record(*in, *out); };
+        _LoadParmsIn in = {0, 0, 0, [](auto* event, auto* out) { return current_->record(*event, *out); }};
+        _LoadParmsOut out = {};
+        plugin_->Load(&in, &out);
         g_Plugin = plugin_.get();
     }
     ~RecordingHost() {
@@ -88,6 +92,8 @@ private:
     };
     int record(const _EventParmsIn& in, _EventParmsOut& out) {
         const auto* data = static_cast<const char*>(in.Data);
+        EXPECT_TRUE(in.Size == sizeof(in) && in.Version == 1);
+        EXPECT_TRUE(out.Size == sizeof(out) && out.Version == 1 && out.Error == 0);
         const std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back({in, in.Kind == EventKindVideo ? std::string(data, in.DataLength) : data});
         arrived_.notify_all();

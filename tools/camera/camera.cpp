@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "camera/live_pictures.h"
-#include "camera/shared_pictures.h"
+#include "camera/picture/live_pictures.h"
+#include "camera/picture/shared_pictures.h"
 
 namespace plendix::camera {
 

@@ -3,19 +3,22 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "camera/agenda.h"
 #include "camera/camera_state.h"
-#include "camera/fault_injector.h"
-#include "camera/fleet.h"
-#include "camera/picture_source.h"
-#include "camera/request_name.h"
-#include "camera/transfer.h"
-#include "camera/udp.h"
+#include "camera/config.h"
+#include "camera/fault/fault_injector.h"
+#include "camera/picture/picture_source.h"
+#include "camera/wire/request_name.h"
+#include "camera/wire/transfer.h"
+#include "camera/wire/udp.h"
 
 namespace plendix::camera {
+
+class Gallery;
 
 /// What the cameras of a fleet share; all of it lives longer than they do.
 struct Surroundings {
@@ -23,7 +26,7 @@ struct Surroundings {
     Agenda& agenda;
     Gallery* gallery;     // null: pictures are drawn live
     UdpSocket* stranger;  // sends what does not come from the camera
-    Fleet::Log log;
+    Log log;
     bool verbose;
     std::size_t cameras;
 };

@@ -13,6 +13,7 @@ extern "C" {
 
 #include "camera/camera_options.h"
 #include "camera/counters_report.h"
+#include "camera/fleet.h"
 #include "usage.h"
 
 namespace plendix {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "camera/fleet.h"
+#include "camera/config.h"
 
 namespace plendix {
 

@@ -78,11 +78,6 @@ std::uint16_t CameraState::write(int number, std::uint16_t value) {
     return value;
 }
 
-void CameraState::set(int number, std::uint16_t value) {
-    const std::lock_guard lock(mutex_);
-    registers_[number] = value;
-}
-
 void CameraState::set_trigger(bool level) {
     const std::lock_guard lock(mutex_);
     trigger_ = level;
@@ -116,7 +111,7 @@ void CameraState::set_mac_tail(const std::array<std::uint8_t, 3>& tail) {
 
 Conditions CameraState::conditions() const {
     const std::lock_guard lock(mutex_);
-    const auto side = [this](int low, int high) {  // set() may have made the sensor any size
+    const auto side = [this](int low, int high) {  // the start values may make the sensor any size
         return held(low) + std::min(std::max(held(high) - held(low), 0), static_cast<int>(greatest_sensor));
     };
     Conditions now;

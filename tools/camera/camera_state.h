@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "camera/fleet.h"
-#include "camera/picture_source.h"
+#include "camera/config.h"
+#include "camera/picture/picture_source.h"
 
 namespace plendix::camera {
 
@@ -40,7 +40,6 @@ public:
     /// sensor area do not change. Registers that mean nothing here keep what is written to them.
     std::uint16_t read(int number) const;
     std::uint16_t write(int number, std::uint16_t value);
-    void set(int number, std::uint16_t value);
 
     void set_trigger(bool level);
     int relay() const;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "camera/fleet.h"
+#include "camera/config.h"
 
 namespace plendix {
 

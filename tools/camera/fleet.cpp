@@ -11,7 +11,7 @@
 #include <csignal>
 
 #include "camera/camera.h"
-#include "camera/gallery.h"
+#include "camera/picture/gallery.h"
 #include "usage.h"
 
 namespace plendix::camera {
@@ -19,7 +19,8 @@ namespace plendix::camera {
 namespace {
 
 constexpr std::uint64_t wake_mark = ~std::uint64_t{0}, timer_mark = wake_mark - 1;
-constexpr std::size_t gallery_bytes = 64U << 20U;
+// Two large H.264 streams, while they are coded, and many pictures.
+constexpr std::size_t gallery_bytes = 128U << 20U;
 constexpr const char* stranger_address = "127.254.254.254";  // of no camera
 
 /// What an epoll event carries: the camera's index, and in bit 0 which of its sockets.
@@ -206,21 +207,11 @@ std::vector<std::string> Fleet::requested(std::size_t i) const {
     return cameras_.at(i)->state().requested();
 }
 
-std::uint16_t Fleet::get_register(std::size_t i, int number) const {
-    return cameras_.at(i)->state().read(number);
-}
-void Fleet::set_register(std::size_t i, int number, std::uint16_t value) {
-    cameras_.at(i)->state().set(number, value);
-}
-
 void Fleet::set_trigger(std::size_t i, bool level) {
     cameras_.at(i)->state().set_trigger(level);
 }
 int Fleet::relay(std::size_t i) const {
     return cameras_.at(i)->state().relay();
-}
-void Fleet::set_silent(std::size_t i, bool silent) {
-    cameras_.at(i)->state().set_silent(silent);
 }
 void Fleet::inject(std::size_t i, const Fault& fault) {
     post([camera = cameras_.at(i).get(), fault] { camera->inject(fault); });

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 
+#include "host/jpeg_check.h"
 #include "host/movie_file.h"
 #include "usage.h"
 
@@ -88,13 +89,22 @@ private:
         const std::uint64_t before = complaints_.count();
         int result = avcodec_send_packet(decoder_.get(), packet);
         bool bad = result < 0;
+        std::uint64_t pictures = 0;
         while (result >= 0 && (result = avcodec_receive_frame(decoder_.get(), frame_.get())) >= 0) {
-            ++result_.decoded;
+            ++pictures;
             bad = bad || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0;
         }
         bad = bad || (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF);
         if (complaints_.count() != before) return fault(complaints_.first());
-        if (bad) fault(libav_text(result));
+        if (bad) return fault(libav_text(result));
+        const std::string complaint = second_opinion(packet);
+        if (!complaint.empty()) return fault(complaint);
+        result_.decoded += pictures;
+    }
+
+    std::string second_opinion(const AVPacket* packet) const {
+        if (packet == nullptr || decoder_->codec_id != AV_CODEC_ID_MJPEG) return {};
+        return jpeg_complaint(packet->data, static_cast<std::size_t>(packet->size));
     }
 
     void fault(const std::string& text) {

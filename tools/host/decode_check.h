@@ -1,4 +1,4 @@
-// Decodes a recording as it is on the disk and counts what a stock decoder says about it.
+// Decodes a recording as it is on the disk and counts what stock decoders say about it.
 #pragma once
 
 #include <cstdint>
@@ -9,15 +9,15 @@ namespace plendix {
 
 struct DecodeResult {
     std::uint64_t packets = 0;  // frames in the file
-    std::uint64_t decoded = 0;  // pictures that came out
+    std::uint64_t decoded = 0;  // pictures that came out of frames without a fault
     std::uint64_t faulty = 0;   // frames refused, repaired or complained about
     std::string first_fault;    // one line
 
     bool clean() const { return faulty == 0 && decoded == packets; }
 };
 
-/// Decodes every frame of the file, strictly. Throws Failure when it cannot be opened. While it
-/// runs it owns libav's log callback, so one check at a time in a process.
+/// Decodes every frame of the file, strictly, JPEG frames with two decoders. Throws Failure when it cannot be
+/// opened. While it runs it owns libav's log callback, so one check at a time in a process.
 DecodeResult check_file(const std::filesystem::path& file);
 
 }  // namespace plendix

@@ -8,7 +8,6 @@ namespace plendix {
 namespace {
 
 constexpr int last_camera = 255;
-constexpr int whole_sensor = 65535;  // larger than any sensor, so never halved
 
 TiXmlElement* add(TiXmlNode* parent, const char* name) {
     return parent->LinkEndChild(new TiXmlElement(name))->ToElement();
@@ -63,9 +62,10 @@ void add_camera(TiXmlElement* devices, const CameraSettings& camera) {
     add_stream(device, camera);
 }
 
-void set_end(TiXmlElement* element, TimeMs end) {
-    element->SetAttribute("Time", static_cast<int>(end / 1000));
-    element->SetAttribute("Milliseconds", static_cast<int>(end % 1000));
+/// An action begins without an end; one that is over ends at once.
+void set_end(TiXmlElement* element) {
+    element->SetAttribute("Time", 0);
+    element->SetAttribute("Milliseconds", 0);
 }
 
 }  // namespace
@@ -87,22 +87,22 @@ std::string remove_all_document() {
     return text_of(document);
 }
 
-std::string relay_document(int camera, int action, bool active, TimeMs end) {
+std::string relay_document(int camera, int action, bool active) {
     TiXmlDocument document;
     TiXmlElement* device = add_numbered(add_envelope(document, false), "Device", camera);
     TiXmlElement* output = add_numbered(add(device, "Trigger"), "Output", 0);
-    set_end(output, end);
+    set_end(output);
     output->SetAttribute("Action", action);
     output->SetAttribute("Alarm", active ? 1 : 0);
     return text_of(document);
 }
 
-std::string recording_document(int camera, int action, bool active, TimeMs end) {
+std::string recording_document(int camera, int action, bool active) {
     TiXmlDocument document;
     TiXmlElement* device = add_numbered(add_envelope(document, false), "Device", camera);
     TiXmlElement* input = add_numbered(add(device, "Video"), "Input", 0);
     input->SetAttribute("Context", 0);
-    set_end(input, end);
+    set_end(input);
     input->SetAttribute("Action", action);
     input->SetAttribute("Record", active ? 1 : 0);
     return text_of(document);

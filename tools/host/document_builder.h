@@ -1,11 +1,13 @@
 // The documents that a host hands to the plug-in.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace plendix {
+
+/// The width and height that ask for the whole sensor: larger than any, so never halved.
+constexpr int whole_sensor = 65535;
 
 enum class Codec { camera_default, jpeg, h264 };
 
@@ -26,12 +28,9 @@ std::string configure_document(const std::vector<CameraSettings>& cameras);
 /// Configuration document that removes every camera the plug-in may know.
 std::string remove_all_document();
 
-/// A moment in the two attributes that documents use, UTC milliseconds since 1970.
-using TimeMs = std::int64_t;
-
-/// Write document: action `action` holds the relay active, or with `active` false until `end`.
-std::string relay_document(int camera, int action, bool active, TimeMs end = 0);
-/// Write document: marks the frames from now on as recorded, or with `active` false until `end`.
-std::string recording_document(int camera, int action, bool active, TimeMs end = 0);
+/// Write document: action `action` holds the relay active, or no longer.
+std::string relay_document(int camera, int action, bool active);
+/// Write document: marks the frames from now on as recorded, or no longer.
+std::string recording_document(int camera, int action, bool active);
 
 }  // namespace plendix

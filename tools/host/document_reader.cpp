@@ -6,6 +6,8 @@
 #include <regex>
 #include <string>
 
+#include "host/document_builder.h"
+
 namespace plendix {
 namespace {
 
@@ -18,6 +20,12 @@ int number(const TiXmlElement* element, const char* name, int fallback = 0) {
 std::string word(const TiXmlElement* element, const char* name) {
     const char* value = element == nullptr ? nullptr : element->Attribute(name);
     return value == nullptr ? "" : value;
+}
+
+/// Until the plug-in knows the sensor it repeats the side that was asked for: 0 as long as that is none.
+int known_side(const TiXmlElement* channel, const char* name) {
+    const int side = number(channel, name);
+    return side == whole_sensor ? 0 : side;
 }
 
 using Path = std::array<const char*, 3>;  // names of nested elements, unused ones null
@@ -146,8 +154,8 @@ Event DocumentReader::read_device(const TiXmlElement& device, std::int64_t arriv
                     {"firmware", number(&device, "Firmware")},
                     {"serial", word(&device, "Serial")},
                     {"codec", number(channel, "Standard") == 0 ? "jpeg" : "h264"},
-                    {"width", number(channel, "Width")},
-                    {"height", number(channel, "Height")},
+                    {"width", known_side(channel, "Width")},
+                    {"height", known_side(channel, "Height")},
                     {"framerate", number(channel, "Framerate")},
                     {"quality", number(channel, "Quality")}};
     return event;

@@ -65,7 +65,7 @@ std::string settings_text(const nlohmann::ordered_json& values) {
     if (!values.value("enabled", false)) return text + "switched off";
     if (values.value("model", 0) == 0) return text + "not identified yet";
     const auto number = [&values](const char* name) { return std::to_string(values.value(name, 0)); };
-    if (values.value("framerate", 0) > 0) {  // before, the size is not known either
+    if (values.value("width", 0) > 0 && values.value("framerate", 0) > 0) {  // before, neither is decided on
         text += number("width") + 'x' + number("height") + ' ';
         text += values.value("codec", "") == "h264" ? "H.264 " : "JPEG ";
         text += number("framerate") + " fps, ";

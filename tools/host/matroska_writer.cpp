@@ -5,8 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "ffmpeg.h"
 #include "host/event_log.h"
-#include "host/ffmpeg.h"
 #include "usage.h"
 
 namespace plendix {

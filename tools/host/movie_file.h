@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "host/ffmpeg.h"
+#include "ffmpeg.h"
 
 namespace plendix {
 

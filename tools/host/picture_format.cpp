@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/ffmpeg.h"
+#include "ffmpeg.h"
 
 namespace plendix {
 namespace {

@@ -17,16 +17,18 @@ namespace {
 std::atomic<bool> stop_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
 
-void request_stop(int) {
-    stop_requested = true;
-}
-
-void handle(int signal, void (*handler)(int), int flags) {
+void handle_with(void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = flags;
     sigemptyset(&action.sa_mask);
-    sigaction(signal, &action, nullptr);
+    for (const int signal : {SIGINT, SIGTERM})
+        sigaction(signal, &action, nullptr);
+}
+
+/// The next signal of either kind ends the process, as it would without us.
+void request_stop(int) {
+    stop_requested = true;
+    handle_with(SIG_DFL);
 }
 
 }  // namespace
@@ -62,13 +64,11 @@ OutputToFile::~OutputToFile() {
 
 StopSignals::StopSignals() {
     stop_requested = false;
-    for (const int signal : {SIGINT, SIGTERM})
-        handle(signal, request_stop, static_cast<int>(SA_RESETHAND));
+    handle_with(request_stop);
 }
 
 StopSignals::~StopSignals() {
-    for (const int signal : {SIGINT, SIGTERM})
-        handle(signal, SIG_DFL, 0);
+    handle_with(SIG_DFL);
 }
 
 bool StopSignals::requested() const {

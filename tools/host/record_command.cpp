@@ -102,7 +102,9 @@ void add_record_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix record 192.168.1.20 192.168.1.21 --codec h264 --rate 10 --duration 60\n"
         "  plendix record 127.0.1.1 --size 800x600 --output test    with 'plendix camera' running\n"
         "Events and a line per second go to standard error, the table and the names of the files\n"
-        "to standard output. Exit code 1: a camera delivered no frame, or one did not decode.");
+        "to standard output. A width or height of 0 in events.jsonl is not known yet. The first Ctrl-C\n"
+        "ends the recording, the next one the command. Exit code 1: a camera delivered no frame, or one\n"
+        "did not decode without an error.");
     add_options(*command, *options);
     command->callback([options, &chosen] { chosen = [options] { return record(plan_of(*options)); }; });
 }

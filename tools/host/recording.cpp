@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <iostream>
 
+#include "ffmpeg.h"
 #include "host/arrival_queue.h"
 #include "host/document_reader.h"
 #include "host/event_log.h"
-#include "host/ffmpeg.h"
 #include "host/plugin_library.h"
 #include "host/process_state.h"
 #include "host/report.h"
@@ -143,7 +143,8 @@ bool judge(const Row& row, const ArrivalQueue& queue, bool faults_expected) {
         return false;
     }
     if (!row.decode) return totals.unreadable == 0 || faults_expected;
-    say(number, row.decode->faulty, "frames did not decode, first " + row.decode->first_fault);
+    say(number, row.decode->faulty,
+        "frames did not decode without an error, first " + row.decode->first_fault);
     const bool complete = row.decode->packets == totals.recorded;
     if (!complete) {
         std::cerr << "camera " << number << ": " << row.decode->packets << " of " << totals.recorded

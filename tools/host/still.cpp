@@ -1,9 +1,5 @@
 #include "host/still.h"
 
-extern "C" {
-#include <libswscale/swscale.h>
-}
-
 #include <fstream>
 #include <new>
 
@@ -14,10 +10,6 @@ namespace plendix {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct FreeScaler {
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
 
 void require(bool done, const fs::path& movie) {
     if (!done) throw Failure("cannot make a still picture of '" + movie.string() + "'");
@@ -53,7 +45,7 @@ LibavPointer<AVFrame> to_rgb(const AVFrame& source, const fs::path& movie) {
     rgb->width = source.width;
     rgb->height = source.height;
     require(av_frame_get_buffer(rgb.get(), 0) >= 0, movie);
-    const std::unique_ptr<SwsContext, FreeScaler> scaler(
+    const LibavPointer<SwsContext> scaler(
         sws_getContext(source.width, source.height, static_cast<AVPixelFormat>(source.format), rgb->width,
                        rgb->height, AV_PIX_FMT_RGB24, SWS_BILINEAR, nullptr, nullptr, nullptr));
     require(scaler != nullptr, movie);
