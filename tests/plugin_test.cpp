@@ -13,14 +13,9 @@
 #include "support/host.h"
 
 extern "C" {
-std::remove_pointer_t<LoadFunction> Load;
-std::remove_pointer_t<UnloadFunction> Unload;
-std::remove_pointer_t<OpenFunction> Open;
-std::remove_pointer_t<CloseFunction> Close;
 std::remove_pointer_t<ReadFunction> Read;
 std::remove_pointer_t<WriteFunction> Write;
 std::remove_pointer_t<SeekFunction> Seek;
-std::remove_pointer_t<IOCTLFunction> IOCTL;
 }
 
 namespace plendix {
@@ -47,13 +42,10 @@ protected:
         return ::IOCTL(&in, &out) + out.Result;
     }
     std::vector<std::string> cameras() const {  // of each configuration: the numbers, each with a blank
-        static const std::regex number("<Device Number=\"(\\d+)\"");
-        std::vector<std::string> found;
-        for (const std::string& text : host.documents(EventKindConfig)) {
-            found.emplace_back();
-            for (std::sregex_iterator at(text.begin(), text.end(), number), end; at != end; ++at)
-                found.back() += at->str(1) + " ";
-        }
+        std::vector<std::string> found = host.documents(EventKindConfig);
+        for (std::string& text : found)
+            text = std::regex_replace(text, std::regex("<Device Number=\"(\\d+)\""), "$1 ",
+                                      std::regex_constants::format_no_copy);
         return found;
     }
     TemporaryFolder folder;
