@@ -35,31 +35,29 @@ void before_allocation() {
 #define COUNTED(member, result, name, parameters, arguments) \
     result __real_##name parameters;                         \
     result __wrap_##name parameters {                        \
-        count(&Counts::member);                              \
+        count(member);                                       \
         return __real_##name arguments;                      \
     }
 
 extern "C" {
-COUNTED(other_calls, int, socket, (int domain, int type, int protocol), (domain, type, protocol))
-COUNTED(other_calls, int, close, (int fd), (fd))
-COUNTED(other_calls, int, fsync, (int fd), (fd))
-COUNTED(other_calls, int, rename, (const char* from, const char* to), (from, to))
-COUNTED(other_calls, int, nanosleep, (const timespec* time, timespec* rest), (time, rest))
-COUNTED(other_calls, int, puts, (const char* text), (text))
-COUNTED(other_calls, void*, mmap, (void* at, size_t size, int protection, int flags, int fd, off_t from),
+COUNTED(&Counts::other_calls, int, socket, (int domain, int type, int protocol), (domain, type, protocol))
+COUNTED(&Counts::other_calls, int, close, (int fd), (fd))
+COUNTED(&Counts::other_calls, int, fsync, (int fd), (fd))
+COUNTED(&Counts::other_calls, int, rename, (const char* from, const char* to), (from, to))
+COUNTED(&Counts::other_calls, int, nanosleep, (const timespec* time, timespec* rest), (time, rest))
+COUNTED(&Counts::other_calls, int, puts, (const char* text), (text))
+COUNTED(&Counts::other_calls, void*, mmap,
+        (void* at, size_t size, int protection, int flags, int fd, off_t from),
         (at, size, protection, flags, fd, from))
-COUNTED(receptions, ssize_t, recvfrom,
+COUNTED(&Counts::receptions, ssize_t, recvfrom,
         (int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* length),
         (fd, data, size, flags, from, length))
-COUNTED(selects, int, select, (int highest, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout),
+COUNTED(&Counts::selects, int, select,
+        (int highest, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout),
         (highest, reads, writes, excepts, timeout))
-
-ssize_t __real_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t);
-ssize_t __wrap_sendto(int fd, const void* data, size_t size, int flags, const sockaddr* to,
-                      socklen_t length) {
-    count(size == 4 ? &Counts::acknowledgements : &Counts::requests);
-    return __real_sendto(fd, data, size, flags, to, length);
-}
+COUNTED(size == 4 ? &Counts::acknowledgements : &Counts::requests, ssize_t, sendto,
+        (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length),
+        (fd, data, size, flags, to, length))
 }
 
 namespace plendix {

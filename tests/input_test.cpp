@@ -30,7 +30,6 @@ TEST(Input, InitTakesWhatTheSensorHas) {
     const std::tuple<CRectangle, Case, Case> cases[] = {
         // sensor; wanted size, crop left, top, width, height; active, delivered size, half
         {{7, 9, 2599, 1953}, {2560, 1920, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 2560, 1920, 0}},
-        {{0, 0, 2592, 1944}, {1280, 960, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
         {{0, 0, 2592, 1944}, {9999, 1919, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
         {{0, 0, 2592, 1944}, {9999, 0, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
         {{0, 0, 2592, 1944}, {0, 9999, 0, 0, 10000, 10000}, {0, 0, 2560, 1920, 1280, 960, 1}},
@@ -156,7 +155,6 @@ TEST_F(Response, TrailerTellsCodecSizeAndPrefix) {
     const std::string key = "\0\0\0\1\x65"s;
     const std::string other = "\0\0\0\1\x41"s;
     const std::vector<std::tuple<Trailer, std::string, std::string>> cases = {
-        {{0}, "data", "0 frames"},
         {{89}, "data", "0 frames"},
         {{90}, "data", jpeg(1280, 1024, "data")},
         {{91, 25535, 1, 65535, 33001}, "data", jpeg(40000, 33000, "data")},
@@ -197,17 +195,13 @@ TEST_F(Response, LostBlocksAreReportedAndAskForAKeyFrame) {
 }
 
 TEST_F(Response, FillsTheBufferToItsLastUsableBlock) {
-    const auto resident = [&] {  // pages of 4 KiB
-        unsigned char pages[513];
-        const auto start = reinterpret_cast<std::uintptr_t>(input.m_Buffer.Data()) & ~std::uintptr_t{4095};
-        EXPECT_EQ(mincore(reinterpret_cast<void*>(start), sizeof(pages) * 4096, pages), 0);
-        return std::count_if(pages, std::end(pages), [](unsigned char page) { return (page & 1) != 0; });
-    };
-    EXPECT_LT(sizeof(CInput), 16384U);
-    EXPECT_EQ(resident(), 0);  // memory follows the pictures
     answer(std::string(14500, 'p'));
-    EXPECT_LT(resident(), 8);
     frame();
+    unsigned char pages[513];  // of 4 KiB: memory follows the pictures
+    const auto start = reinterpret_cast<std::uintptr_t>(input.m_Buffer.Data()) & ~std::uintptr_t{4095};
+    EXPECT_EQ(mincore(reinterpret_cast<void*>(start), sizeof(pages) * 4096, pages), 0);
+    EXPECT_LT(std::count_if(pages, std::end(pages), [](int page) { return page % 2 != 0; }), 8);
+    EXPECT_LT(sizeof(CInput), 16384U);
     const unsigned cases[][2] = {{1450, 1445}, {32768, 62}, {1024, 2046}, {65535, 31}};
     for (const auto& [size, last] : cases) {
         const std::string payload(std::size_t{size} * last, 'p');
