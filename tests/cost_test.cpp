@@ -5,13 +5,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "camera/fleet.h"
 #include "device/device.h"
 #include "platform/clock.h"
 #include "support/allocations.h"
 #include "support/calls.h"
 #include "support/folder.h"
 #include "support/host.h"
+#include "support/small_cameras.h"
 
 namespace {
 
@@ -79,8 +79,7 @@ TEST(Cost, TwoSystemCallsForABlockAndNoAllocation) {
         for (; std::min(frames[1], frames[2]) < wanted; ++passes) {
             if (std::chrono::steady_clock::now() >= end) return false;
             host.serve();
-            for (auto& camera :
-                 plugin.m_Devices)  // neither polls of the trigger input nor changes of the relay
+            for (auto& camera : plugin.m_Devices)  // neither polls of the trigger input nor of the relay
                 if (camera) camera->m_dwPollTime = camera->m_dwOutputTime = timeGetTime();
             counting = true;
             plugin.CheckDevices();
@@ -88,18 +87,14 @@ TEST(Cost, TwoSystemCallsForABlockAndNoAllocation) {
         }
         return true;
     };
-    std::vector<camera::Config> configs;
+    const std::vector<camera::Config> cameras = small_cameras(3, 2);
     std::string devices;
-    for (const int number : {1, 2}) {  // H.264, JPEG; without a zone that reports motion
-        configs.push_back({"127.33." + std::to_string(getpid() & 255) + "." + std::to_string(number)});
-        configs.back().sensor_width = 640;
-        configs.back().sensor_height = 480;
+    for (const int number : {1, 2})  // H.264, JPEG; without a zone that reports motion
         devices +=
-            device(number, configs.back().address,
+            device(number, cameras[static_cast<std::size_t>(number - 1)].address,
                    "Standard='" + std::to_string(2 - number) +
-                       "' Width='640' Height='480' Framerate='1001' Mask='" + std::string(32, ' ') + "'");
-    }
-    camera::Fleet fleet(configs);
+                       "' Width='320' Height='240' Framerate='1001' Mask='" + std::string(32, ' ') + "'");
+    camera::Fleet fleet(cameras);
     fleet.start();
     post(change(devices));
     ASSERT_TRUE(run_until_frames(5));

@@ -13,13 +13,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 
-class DeviceLink : public Bench {
-protected:
-    void expect_log(const std::string& text) {
-        EXPECT_THAT(host.log_lines(), ElementsAre(testing::StartsWith(text)));
-        host.clear();
-    }
-};
+using DeviceLink = Bench;
 
 TEST_F(DeviceLink, TakesWhatBelongsToTheTransferFromTheTransferPort) {
     EXPECT_EQ(request(), "\0\1getreg?page=3;reg=122;\0netascii\0blksize\0001450\0"s);
@@ -232,13 +226,11 @@ TEST_F(DeviceService, GivesAStalledTransferUp) {
     changed = false;
     pass();
     EXPECT_FALSE(changed);
-    Registers restarted = agreeing;
-    std::tie(restarted[109], restarted[110], restarted[111]) = std::tuple(2, 0x0100, 0x0101);
     written.clear();
     reads.clear();
-    EXPECT_EQ(serve(restarted), picture);  // after all the registers
+    EXPECT_EQ(serve(agreeing), picture);  // after all the registers
     EXPECT_THAT(reads, ElementsAre(122, 123, 2, 15, 16, 70, 71, 72, 73, 109, 110, 111));
-    EXPECT_THAT(written, ElementsAre(Pair(79, 12308), Pair(109, 3), Pair(110, 0x0700), Pair(111, 0x1104)));
+    EXPECT_THAT(written, ElementsAre(Pair(79, 12308)));
     device->Parameter(25, 1);  // the level that the host knows
     EXPECT_TRUE(device->m_Actions.size() == 1 && device->m_nOutputState == 1);
     EXPECT_THAT(host.documents(EventKindAlarm), ElementsAre(HasSubstr(" Connected=\"0\" ")));
