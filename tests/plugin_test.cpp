@@ -36,13 +36,10 @@ protected:
         return ::IOCTL(&in, &out) + out.Result;
     }
     std::vector<std::string> cameras() const {  // of each configuration: the numbers, each with a blank
-        static const std::regex number("<Device Number=\"(\\d+)\"");
-        std::vector<std::string> found;
-        for (const std::string& text : host.documents(EventKindConfig)) {
-            found.emplace_back();
-            for (std::sregex_iterator at(text.begin(), text.end(), number), end; at != end; ++at)
-                found.back() += at->str(1) + " ";
-        }
+        std::vector<std::string> found = host.documents(EventKindConfig);
+        for (std::string& text : found)
+            text = std::regex_replace(text, std::regex("<Device Number=\"(\\d+)\""), "$1 ",
+                                      std::regex_constants::format_no_copy);
         return found;
     }
     TemporaryFolder folder;
@@ -64,7 +61,7 @@ TEST_F(Plugin, LoadFillsItsRecordAndNothingElse) {
         results.push_back(opened.Result + static_cast<int>(opened.OpenExtra));
         return 0;
     });
-    ::Open(nullptr, &opened);
+    EXPECT_EQ(::Open(nullptr, &opened), 0);
     EXPECT_THAT(results, ElementsAre(154, 0));  // written behind the version document
     _LoadParmsIn again = {0, 0, 0, host.plugin().EventCallback};
     ::Load(&again, &load_out);  // ends the first: the sanitizers watch
@@ -98,13 +95,10 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
     const std::string broken = whole.substr(0, whole.find(camera)) + camera + "4'/><Device Number='5";
     control(2, std::vector<char>(whole.begin(), whole.end()).data(), whole.size());  // no NUL behind it
     for (const std::size_t events : {3U, 7U}) {
-        _OpenParmsOut out = {0, 0, 77, 77};
-        _CloseParmsOut closed = {};
-        EXPECT_EQ(::Open(nullptr, &out), 0);
-        EXPECT_TRUE(out.Result == 0 && out.OpenExtra == 0);
+        open();
         EXPECT_TRUE(host.wait_for([=](auto& h) { return h.events().size() == events; }));
         control(2, broken.c_str(), broken.size());  // served up to the error
-        EXPECT_EQ(::Close(nullptr, &closed), 0);
+        close();
         EXPECT_EQ(g_Plugin->m_Devices[2], nullptr);
     }
     ::Unload(nullptr, nullptr);
