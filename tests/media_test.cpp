@@ -74,7 +74,7 @@ TEST(ParameterSets, AreTheWorkedBytesAndStayInTheirBuffer) {
     }
 }
 
-TEST(ParameterSets, TellEveryNumberOfMacroblocks) {
+TEST(ParameterSets, TellEveryNumberOfMacroblocksAndHaveADelimiter) {
     for (int count = 1; count < 4096; ++count) {
         unsigned char sets[32];
         create_sps_pps(16 * count + 15, 16 * (4096 - count), 0, sets, sizeof(sets));
@@ -91,9 +91,6 @@ TEST(ParameterSets, TellEveryNumberOfMacroblocks) {
         EXPECT_EQ(ue(), count - 1);
         EXPECT_EQ(ue(), 4095 - count);
     }
-}
-
-TEST(ParameterSets, AreFollowedByADelimiter) {
     Bytes unit(9, Canary);
     EXPECT_EQ(create_unit_delimiter(0, unit.data(), 4), 0);
     EXPECT_EQ(create_unit_delimiter(-6, unit.data(), 9), 5);

@@ -12,17 +12,6 @@
 #include "support/folder.h"
 #include "support/host.h"
 
-extern "C" {
-std::remove_pointer_t<LoadFunction> Load;
-std::remove_pointer_t<UnloadFunction> Unload;
-std::remove_pointer_t<OpenFunction> Open;
-std::remove_pointer_t<CloseFunction> Close;
-std::remove_pointer_t<ReadFunction> Read;
-std::remove_pointer_t<WriteFunction> Write;
-std::remove_pointer_t<SeekFunction> Seek;
-std::remove_pointer_t<IOCTLFunction> IOCTL;
-}
-
 namespace plendix {
 namespace {
 
@@ -47,13 +36,10 @@ protected:
         return ::IOCTL(&in, &out) + out.Result;
     }
     std::vector<std::string> cameras() const {  // of each configuration: the numbers, each with a blank
-        static const std::regex number("<Device Number=\"(\\d+)\"");
-        std::vector<std::string> found;
-        for (const std::string& text : host.documents(EventKindConfig)) {
-            found.emplace_back();
-            for (std::sregex_iterator at(text.begin(), text.end(), number), end; at != end; ++at)
-                found.back() += at->str(1) + " ";
-        }
+        std::vector<std::string> found = host.documents(EventKindConfig);
+        for (std::string& text : found)
+            text = std::regex_replace(text, std::regex("<Device Number=\"(\\d+)\""), "$1 ",
+                                      std::regex_constants::format_no_copy);
         return found;
     }
     TemporaryFolder folder;
@@ -75,7 +61,7 @@ TEST_F(Plugin, LoadFillsItsRecordAndNothingElse) {
         results.push_back(opened.Result + static_cast<int>(opened.OpenExtra));
         return 0;
     });
-    ::Open(nullptr, &opened);
+    EXPECT_EQ(::Open(nullptr, &opened), 0);
     EXPECT_THAT(results, ElementsAre(154, 0));  // written behind the version document
     _LoadParmsIn again = {0, 0, 0, host.plugin().EventCallback};
     ::Load(&again, &load_out);  // ends the first: the sanitizers watch
@@ -109,13 +95,10 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
     const std::string broken = whole.substr(0, whole.find(camera)) + camera + "4'/><Device Number='5";
     control(2, std::vector<char>(whole.begin(), whole.end()).data(), whole.size());  // no NUL behind it
     for (const std::size_t events : {3U, 7U}) {
-        _OpenParmsOut out = {0, 0, 77, 77};
-        _CloseParmsOut closed = {};
-        EXPECT_EQ(::Open(nullptr, &out), 0);
-        EXPECT_TRUE(out.Result == 0 && out.OpenExtra == 0);
+        open();
         EXPECT_TRUE(host.wait_for([=](auto& h) { return h.events().size() == events; }));
         control(2, broken.c_str(), broken.size());  // served up to the error
-        EXPECT_EQ(::Close(nullptr, &closed), 0);
+        close();
         EXPECT_EQ(g_Plugin->m_Devices[2], nullptr);
     }
     ::Unload(nullptr, nullptr);
@@ -244,15 +227,8 @@ protected:
         std::string devices = "<Device Number='1' Enabled='0'/>";
         for (int number = 2; number < 20; ++number)
             devices += "<Device Number='" + std::to_string(number) + "' ipAddress='a'/>";
-        return "<Velm Delta='1'><Devices ID='2162688'>" + devices +
-               "<Device Number='20' ipAddress='a'><Video><Input Number='0' " + input +
-               "</Video></Device></Devices></Velm>";
-    }
-    void open_and_close() {
-        _OpenParmsOut opened;
-        _CloseParmsOut closed;
-        host.plugin().Open(nullptr, &opened);
-        host.plugin().Close(nullptr, &closed);
+        return change(devices + "<Device Number='20' ipAddress='a'><Video><Input Number='0' " + input +
+                      "</Video></Device>");
     }
 };
 
@@ -264,7 +240,8 @@ TEST_F(Settings, KeepAFileThatDoesNotParse) {
     for (const auto& [name, content] : copies) {
         std::ofstream("Plendix.xml") << content;
         host.clear();
-        open_and_close();
+        open();
+        close();
         EXPECT_THAT(host.log_lines(), ElementsAre(AllOf(StartsWith("50 "), HasSubstr(name))));
         EXPECT_EQ(one_line("Plendix.xml"), sent());
         EXPECT_THAT(sent(), Not(HasSubstr("<Device ")));
@@ -295,15 +272,15 @@ TEST_F(Settings, GiveBackWhatWasTaken) {
         SCOPED_TRACE(input.substr(0, 50));
         forget();
         host.clear();
-        const std::string document = twenty(input + "</Input>");
-        control(2, document.c_str(), document.size());
+        post(twenty(input + "</Input>"));
         host.serve();
         const std::string taken = sent();
         EXPECT_NE(taken.find(kept), std::string::npos) << taken.substr(taken.find("\"20\""), 400);
         EXPECT_EQ(host.log_lines().size(), *kept == '\0' ? 1U : 0U);
         forget();
         host.clear();
-        open_and_close();
+        open();
+        close();
         EXPECT_TRUE(sent() == taken);
         EXPECT_THAT(host.log_lines(), IsEmpty());
     }
@@ -321,7 +298,8 @@ TEST_F(Settings, AreReadInTheEncodingThatTheyDeclare) {
                                      << std::string(2000, ' ') << std::string(9, '\0') << "</a>";
         forget();
         host.clear();
-        open_and_close();
+        open();
+        close();
         EXPECT_THAT(sent(), HasSubstr("Name=\"" + std::string(read) + "\""));
         EXPECT_THAT(host.log_lines(), IsEmpty());
     }
@@ -340,7 +318,8 @@ TEST_F(Settings, AreWrittenOnlyWhenTheyChange) {
     host.clear();
     EXPECT_FALSE(post() || post());
     EXPECT_EQ(host.events().size(), 2U);  // sent all the same
-    open_and_close();
+    open();
+    close();
     add_camera(1);
     EXPECT_FALSE(post());
     host.plugin().m_Devices[0]->m_wModel = 5;
@@ -383,7 +362,8 @@ TEST_F(Settings, StayWholeWhenTheyCannotBeSaved) {
     EXPECT_THAT(sent(), HasSubstr("Number=\"2\""));  // nevertheless
     fs::remove("Plendix.xml");
     fs::create_directory("Plendix.xml");
-    open_and_close();
+    open();
+    close();
     EXPECT_TRUE(fs::is_directory("Plendix.xml"));
     EXPECT_EQ(files("."), 1);
 }

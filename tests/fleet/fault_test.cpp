@@ -127,7 +127,7 @@ TEST_F(Faults, OfAScenarioComeToTheirCamerasAtTheirTime) {
         ASSERT_LT(faults(2, FaultKind::error), 100'000U);
     EXPECT_GT(faults(2, FaultKind::error), 0U);
     EXPECT_EQ(faults(2, FaultKind::mac_change), 1U);
-    for (const std::size_t i : {0, 1}) {
+    for (const std::size_t i : {0U, 1U}) {
         EXPECT_EQ(faults(i, FaultKind::silent), 2U);
         TftpClient unheard(own_address(i + 1));
         unheard.request(read_request("getreg?page=3;reg=122;", 1450));

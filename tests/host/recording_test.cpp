@@ -137,7 +137,7 @@ TEST_F(Recording, RefusesWhatIsNoPluginBeforeAnythingIsWritten) {
     Dl_info libav{};
     ASSERT_NE(dladdr(reinterpret_cast<void*>(&av_packet_alloc), &libav), 0);
     const std::pair<fs::path, const char*> cases[] = {{"/nowhere/Plendix.so", "no plug-in at"},
-                                                      {__FILE__, "cannot load"},
+                                                      {"/proc/self/exe", "cannot load"},
                                                       {libav.dli_fname, "does not export 'Load'"}};
     for (const auto& [file, expected] : cases) {
         plan.plugin = file;

@@ -13,6 +13,9 @@ std::remove_pointer_t<LoadFunction> Load;
 std::remove_pointer_t<UnloadFunction> Unload;
 std::remove_pointer_t<OpenFunction> Open;
 std::remove_pointer_t<CloseFunction> Close;
+std::remove_pointer_t<ReadFunction> Read;
+std::remove_pointer_t<WriteFunction> Write;
+std::remove_pointer_t<SeekFunction> Seek;
 std::remove_pointer_t<IOCTLFunction> IOCTL;
 }
 

@@ -37,9 +37,8 @@ protected:
     using Registers = std::map<int, unsigned>;
 
     Bench() {
-        setenv("TZ", "XYZ-5:30", 1);  // no time is local
-        calendar = 1'700'000'000'123;
-        uptime = 400;  // neither is a poll due, nor an output update
+        setenv("TZ", "XYZ-5:30", 1);                 // no time is local
+        calendar = 1'700'000'000'123, uptime = 400;  // no poll is due, and no output update
         renew();
     }
     ~Bench() override { uptime = 0, close(server), close(transfer); }
@@ -64,6 +63,10 @@ protected:
     std::string asked() { return request().append(3, '\0').c_str() + 2; }
     void expect(const std::string& wanted) { EXPECT_EQ(asked(), wanted); }
     void begin() { expect("getreg?page=3;reg=122;"); }
+    void expect_log(const std::string& text) {
+        EXPECT_THAT(host.log_lines(), testing::ElementsAre(testing::StartsWith(text)));
+        host.clear();
+    }
     void send(const std::string& datagram, const std::string& acknowledgement) {
         const auto* const peer = reinterpret_cast<const sockaddr*>(&client);
         sendto(transfer, datagram.data(), datagram.size(), 0, peer, sizeof(client));

@@ -45,6 +45,7 @@ void Camera::serve_requests() {
     for (int i = 0; i < most_per_turn; ++i) {
         const std::ptrdiff_t size = requests_.receive(data.data(), data.size(), client);
         if (size < 0) return;
+        surroundings_.catch_up();
         request(client, data.data(), static_cast<std::size_t>(size));
     }
 }
@@ -55,6 +56,7 @@ void Camera::serve_transfers() {
     for (int i = 0; i < most_per_turn; ++i) {
         const std::ptrdiff_t size = transfers_.receive(data.data(), data.size(), client);
         if (size < 0) return;
+        surroundings_.catch_up();
         if (state_.silent()) continue;
         const auto length = static_cast<std::size_t>(size);
         if (const auto block = parse_acknowledgement(data.data(), length)) acknowledged(client, *block);

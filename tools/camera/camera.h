@@ -24,8 +24,9 @@ class Gallery;
 struct Surroundings {
     const Behaviour& behaviour;
     Agenda& agenda;
-    Gallery* gallery;     // null: pictures are drawn live
-    UdpSocket* stranger;  // sends what does not come from the camera
+    std::function<void()> catch_up;  // does what is due; called in front of each datagram
+    Gallery* gallery;                // null: pictures are drawn live
+    UdpSocket* stranger;             // sends what does not come from the camera
     Log log;
     bool verbose;
     std::size_t cameras;

@@ -36,6 +36,11 @@ void watch(int epoll, int descriptor, std::uint64_t data) {
         throw Failure("cannot watch a socket: " + error_text(errno));
 }
 
+void drain(int descriptor) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto drained = read(descriptor, &count, sizeof count);
+}
+
 /// Signals of the process are for the threads of the program, not for the camera's.
 void block_signals() {
     sigset_t all;
@@ -86,8 +91,9 @@ Fleet::Fleet(const std::vector<Config>& cameras, const Behaviour& behaviour, Log
         throw Failure("cannot wait for sockets: " + error_text(errno));
     watch(epoll.value, wake.value, wake_mark);
     watch(epoll.value, timer.value, timer_mark);
-    const Surroundings surroundings{behaviour_,     agenda_, gallery_.get(), stranger_.get(),
-                                    std::move(log), verbose, cameras.size()};
+    const Surroundings surroundings{behaviour_,     agenda_,         [this] { catch_up(); },
+                                    gallery_.get(), stranger_.get(), std::move(log),
+                                    verbose,        cameras.size()};
     for (const Config& config : cameras) {
         const std::size_t index = cameras_.size();
         cameras_.push_back(std::make_unique<Camera>(config, index, surroundings));
@@ -147,9 +153,8 @@ void Fleet::post(std::function<void()> action) {
     [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
 }
 
-void Fleet::run_posted() {
-    std::uint64_t count = 0;
-    [[maybe_unused]] const auto drained = read(wake_, &count, sizeof count);
+/// What was posted before a datagram was sent takes effect before it is served.
+void Fleet::catch_up() {
     std::vector<std::function<void()>> actions;
     {
         const std::lock_guard lock(mutex_);
@@ -157,6 +162,7 @@ void Fleet::run_posted() {
     }
     for (const auto& action : actions)
         action();
+    agenda_.run(Clock::now());
 }
 
 /// Lets the timer end the next wait when the agenda wants it.
@@ -179,16 +185,13 @@ void Fleet::run() {
         if (agenda_.next() != armed) arm_timer();
         armed = agenda_.next();
         const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), -1);
-        // What was posted before a datagram was sent takes effect before it is served.
-        run_posted();
-        agenda_.run(Clock::now());
+        catch_up();
         for (int i = 0; i < count; ++i) {
             const std::uint64_t data = events[static_cast<std::size_t>(i)].data.u64;
-            if (data == wake_mark) continue;
-            if (data == timer_mark) {
-                armed = Agenda::never;  // it has gone off
-                std::uint64_t ticks = 0;
-                [[maybe_unused]] const auto drained = read(timer_, &ticks, sizeof ticks);
+            if (data == wake_mark || data == timer_mark) {
+                if (data == timer_mark) armed = Agenda::never;  // it has gone off
+                drain(data == timer_mark ? timer_ : wake_);
+                catch_up();
                 continue;
             }
             Camera& camera = *cameras_[data / 2];

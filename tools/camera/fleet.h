@@ -59,7 +59,7 @@ private:
     void run();
     void plan_start();
     void toggle_triggers(bool level);
-    void run_posted();
+    void catch_up();
     void arm_timer();
     void post(std::function<void()> action);
 
