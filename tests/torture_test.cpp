@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <fstream>
 #include <system_error>
 
 #include "support/allocations.h"
@@ -212,7 +213,7 @@ protected:
             told.push_back(std::regex_replace(text, line, "$1 $3"));
         return 0;
     }
-    /// Loads without memory, and passes without cameras.
+    /// Loads without memory, passes without cameras, and saves without a place.
     void begin() {
         const As test(host);
         budget = 1000;
@@ -224,6 +225,11 @@ protected:
         slept = 0;
         g_Plugin->CheckDevices();
         EXPECT_EQ(slept, 20'000'000);
+        std::ofstream("Plendix.xml.new") << "left by a run that was killed in its first save";
+        plan = {Call::rename, 0, true};
+        g_Plugin->PostConfig();
+        EXPECT_TRUE(std::filesystem::is_empty("."));  // nothing is written in place either
+        plan = Plan();
         unload();
         g_Plugin = &plugin_;
         ConnectHost(listen);
