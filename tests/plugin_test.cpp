@@ -266,7 +266,10 @@ TEST_F(Settings, GiveBackWhatWasTaken) {
         {"><DigPTZ>a&#32;<b c='&#13;&#233;'/>\r<![CDATA[\r\n]]></DigPTZ>",
          "a<b c=\"&#x0D;\u00E9\" /><![CDATA[\n]]></DigPTZ>"},
         {"><OSD>&#xD800;&amp;#x41;</OSD>", "<OSD>\u00ED\u00A0\u0080&amp;#x41;</OSD>"},
+        {"><OSD>&#0; x</OSD>", "<OSD />"},
         {"><OSD><?xml version='\"?><a>'?></OSD>", ""},
+        {"><OSD><?xml version='a\"b'?></OSD>", ""},
+        {"><OSD><?xml version='&amp;#xD800;'?></OSD>", ""},
         {"><OSD>" + nested + "'?></a></OSD>", ""}};
     for (const auto& [input, kept] : cases) {
         SCOPED_TRACE(input.substr(0, 50));

@@ -25,21 +25,21 @@ enum Register : char {
 constexpr unsigned int LastSupportedModel = 5;       // in a model's last two digits
 constexpr unsigned int LastRefusedFirmware = 61704;  // 0xF108
 
-// What a record holds until its register was read. A camera that answers just this is asked again.
+// What a record holds until its camera has answered. A camera that answers just this is asked again.
 constexpr std::uint16_t NotRead = 0;
-constexpr std::uint16_t NotReadOrZero = 65535;  // where 0 is a value like others
+constexpr std::uint16_t NotReadOnes = 65535;  // where 0 is a value like others
 
 // What the camera said of its registers. A link reset assigns this anew, so that the camera is
 // identified and settled again.
 struct CRegisterRecords {
     std::uint16_t m_wModel = NotRead;
     std::uint16_t m_wFirmware = NotRead;
-    CRectangle m_Sensor;  // not read: x0 and y0 NotReadOrZero, x1 and y1 NotRead
+    CRectangle m_Sensor;  // not read: x0 and y0 NotReadOnes, x1 and y1 NotRead
     std::uint16_t m_wReg79 = NotRead;
     std::uint16_t m_wBrightness = NotRead;
-    std::uint16_t m_wSaturation = NotReadOrZero;
-    std::uint16_t m_wSharpness = NotReadOrZero;
-    std::uint16_t m_wMotion = NotReadOrZero;
+    std::uint16_t m_wSaturation = NotReadOnes;
+    std::uint16_t m_wSharpness = NotReadOnes;
+    std::uint16_t m_wMotion = NotReadOnes;
     std::uint16_t m_wZones = NotRead;
     std::uint16_t m_wThreshold = NotRead;
 };

@@ -82,11 +82,11 @@ bool CDevice::SettlePicture() {
         Read(RegBrightness);
     else if (m_wBrightness != brightness)
         Write(RegBrightness, brightness);
-    else if (m_wSaturation == NotReadOrZero)
+    else if (m_wSaturation == NotReadOnes)
         Read(RegSaturation);
     else if (m_wSaturation != saturation)
         Write(RegSaturation, saturation);
-    else if (m_wSharpness == NotReadOrZero)
+    else if (m_wSharpness == NotReadOnes)
         Read(RegSharpness);
     else if (m_wSharpness != sharpness)
         Write(RegSharpness, sharpness);
@@ -96,9 +96,9 @@ bool CDevice::SettlePicture() {
 }
 
 bool CDevice::ReadSensor() {
-    if (m_Sensor.x0 == NotReadOrZero)
+    if (m_Sensor.x0 == NotReadOnes)
         Read(RegSensorLeft);
-    else if (m_Sensor.y0 == NotReadOrZero)
+    else if (m_Sensor.y0 == NotReadOnes)
         Read(RegSensorTop);
     else if (m_Sensor.x1 == NotRead)
         Read(RegSensorRight);
@@ -111,7 +111,7 @@ bool CDevice::ReadSensor() {
 
 bool CDevice::SettleMotion() {
     const auto scale = static_cast<unsigned int>(ZoneScale()) << 8;
-    if (m_wMotion == NotReadOrZero)
+    if (m_wMotion == NotReadOnes)
         Read(RegMotion);
     else if ((m_wMotion & MotionEnabled) == 0)
         Write(RegMotion, static_cast<std::uint16_t>(m_wMotion | MotionEnabled));

@@ -39,6 +39,19 @@ std::unique_ptr<TiXmlElement> Read(const std::string& text, std::size_t depth) {
     return std::make_unique<TiXmlElement>(*element);
 }
 
+// The values of a declaration are printed as they are, but read like those of attributes.
+bool HasUnprintableDeclaration(const TiXmlNode& node) {
+    const TiXmlDeclaration* const declaration = node.ToDeclaration();
+    if (declaration != nullptr) {
+        const std::string values =
+            std::string(declaration->Version()) + declaration->Encoding() + declaration->Standalone();
+        if (values.find_first_of("\"&") != std::string::npos) return true;
+    }
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling())
+        if (HasUnprintableDeclaration(*child)) return true;
+    return false;
+}
+
 }  // namespace
 
 XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t length) {
@@ -61,11 +74,12 @@ void MakePrintable(TiXmlNode& node, TiXmlEncoding encoding) {
 }
 
 std::unique_ptr<TiXmlElement> DurableCopy(const TiXmlElement& element, std::size_t depth) {
+    if (HasUnprintableDeclaration(element)) return nullptr;
     std::string text = WithLineFeeds(ToUtf8(Print(element)));
-    for (int reading = 0; reading < 2; ++reading) {  // the first may drop blanks, the second nothing
+    for (int reading = 0; reading < 4; ++reading) {  // each may drop blanks that the last one uncovered
         std::unique_ptr<TiXmlElement> copy = Read(text, depth);
         if (!copy) return nullptr;
-        const std::string printed = Print(*copy);
+        const std::string printed = WithLineFeeds(ToUtf8(Print(*copy)));
         if (printed == text) return copy;
         text = printed;
     }

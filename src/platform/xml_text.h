@@ -19,9 +19,9 @@ XmlVerdict ParseGuarded(TiXmlDocument& document, const char* text, std::size_t l
 // are read back as they are printed.
 void MakePrintable(TiXmlNode& node, TiXmlEncoding encoding);
 
-// A copy in the form that it has after it was printed and read again, for an element that lies depth
-// levels below the root. Null when there is no such form: a declaration's values, for one, are
-// printed without regard for the quotes in them.
+// A copy in the form that it has after it was printed, saved and read again, for an element that lies
+// depth levels below the root: blanks that only references gave are gone, and bytes that are no UTF-8.
+// Null when it would not be read as it is printed: a declaration's values may hold quotes.
 std::unique_ptr<TiXmlElement> DurableCopy(const TiXmlElement& element, std::size_t depth);
 
 // The text as TinyXML's LoadFile takes it from a file: every line ends with a line feed.

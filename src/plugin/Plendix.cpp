@@ -9,6 +9,7 @@
 
 #include "platform/utf8.h"
 #include "platform/xml.h"
+
 const char PluginName[] = "Plendix";
 
 namespace {

@@ -41,8 +41,8 @@ void FireDocument(const TiXmlDocument& document, int kind);
 // Velm / Devices / Device.
 void FireDeviceEvent(std::uint32_t device, const TiXmlElement& element);
 
-// Logs one line, cut at 509 bytes, in front of a character that does not fit: to standard output, followed by
-// an empty line, and as a log_msg document unless the level is LogDebug.
+// Logs one line, cut at 509 bytes, in front of a character that does not fit: to standard output,
+// followed by an empty line, and as a log_msg document unless the level is LogDebug.
 void Trace(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // To be called in a catch block: logs what was caught. The text names what was given up.

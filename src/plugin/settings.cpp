@@ -196,7 +196,7 @@ bool CSettings::Read(TiXmlDocument& document) {
         KeepUnreadable(problem);
         return false;
     }
-    Remember(text);
+    Remember(text, status);
     return true;
 }
 
@@ -209,7 +209,8 @@ bool CSettings::Write(const TiXmlDocument& document) {
     const Replacement result = ReplaceFile(text, TargetName());
     const bool saved = result == Replacement::Impossible ? SaveFileProtected(document, szFileName)
                                                          : result == Replacement::Done;
-    if (saved) Remember(text);
+    struct stat status = {};
+    if (saved && stat(szFileName, &status) == 0) Remember(text, status);
     return saved;
 }
 
@@ -218,6 +219,8 @@ bool CSettings::Holds(const std::string& text) const {
     return m_sText == text && stat(szFileName, &status) == 0 && SameFile(status, m_Status);
 }
 
-void CSettings::Remember(const std::string& text) {
-    m_sText = stat(szFileName, &m_Status) == 0 ? text : std::string();
+// A file that was written in place may have been cut short by a full disk without a word.
+void CSettings::Remember(const std::string& text, const struct stat& status) {
+    m_Status = status;
+    m_sText = status.st_size == static_cast<off_t>(text.size()) ? text : std::string();
 }

@@ -33,7 +33,7 @@ public:
 
 private:
     bool Holds(const std::string& text) const;
-    void Remember(const std::string& text);
+    void Remember(const std::string& text, const struct stat& status);
 
     CDescriptorReserve m_Reserve;  // for the time when the process has no descriptor left
     std::string m_sText;           // last read or written; empty when that is not known

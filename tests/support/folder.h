@@ -1,6 +1,7 @@
 // A working directory of a test's own.
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
 
 namespace plendix {
