@@ -7,10 +7,10 @@
 
 #include <fstream>
 
-#include "camera/camera_bench.h"
 #include "ffmpeg.h"
 #include "host/decode_check.h"
 #include "host/plugin_library.h"
+#include "support/camera_bench.h"
 #include "support/folder.h"
 #include "usage.h"
 
