@@ -6,8 +6,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "camera/decoder.h"
 #include "camera/fleet.h"
+#include "support/decoder.h"
 #include "support/folder.h"
 
 namespace plendix {

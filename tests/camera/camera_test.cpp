@@ -1,7 +1,7 @@
 // Registers, transfers, refusals and trailers of the simulated camera, over real sockets.
 #include <list>
 
-#include "camera_bench.h"
+#include "support/camera_bench.h"
 #include "usage.h"
 
 namespace plendix::camera::test {

@@ -1,9 +1,9 @@
 // One connection of the driver to a simulated camera, driven by the test instead of the worker.
 #pragma once
 
-#include "camera/camera_bench.h"
 #include "device/device.h"
 #include "platform/clock.h"
+#include "support/camera_bench.h"
 #include "support/host.h"
 
 namespace plendix::camera::test {

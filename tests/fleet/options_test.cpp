@@ -1,8 +1,8 @@
 // The command's options, scenario files, and pace.
 #include <sstream>
 
-#include "camera/camera_bench.h"
 #include "camera/camera_options.h"
+#include "support/camera_bench.h"
 #include "usage.h"
 
 namespace plendix::camera::test {

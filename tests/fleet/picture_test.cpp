@@ -6,9 +6,9 @@
 #include <fstream>
 #include <numeric>
 
-#include "camera/decoder.h"
 #include "camera/picture/gallery.h"
 #include "driver_bench.h"
+#include "support/decoder.h"
 #include "support/folder.h"
 #include "usage.h"
 

@@ -7,10 +7,10 @@
 
 #include <fstream>
 
-#include "camera/camera_bench.h"
 #include "ffmpeg.h"
 #include "host/decode_check.h"
 #include "host/plugin_library.h"
+#include "support/camera_bench.h"
 #include "support/folder.h"
 #include "usage.h"
 
@@ -99,7 +99,7 @@ TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
 TEST_F(Recording, FailsByTheSecondSignalAndWithFramesThatDoNotDecodeOrNone) {
     plan.replace = true;
     plan.steps = {{0ms, [](PluginLibrary&) { raise(SIGINT), raise(SIGTERM); }}};
-    EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "");
+    EXPECT_EXIT(record_both(), testing::KilledBySignal(SIGTERM), "");
     plan.steps = {interrupt_after(10)};
     Behaviour behaviour;
     behaviour.faults = parse_faults("corrupt=100%");
