@@ -145,7 +145,7 @@ TEST_F(Response, JpegWhateverTheBlockSizeAndOrder) {
         EXPECT_TRUE(frame() == jpeg(1280, 1024, payload)) << size;
     }
     input.Request(1000);
-    for (const unsigned number : {1, 2, 9})  // a stray one counts
+    for (const unsigned number : {1U, 2U, 9U})  // a stray one counts
         block(number, std::string(200, 'q'), 200);
     block(3, Trailer().bytes(), 200);
     EXPECT_TRUE(frame() == jpeg(1280, 1024, std::string(400, 'q') + std::string(200, 'p')));
