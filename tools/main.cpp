@@ -6,7 +6,7 @@
 
 #include "camera/camera_command.h"
 #include "demo/demo_command.h"
-#include "host/record_command.h"
+#include "record/record_command.h"
 #include "usage.h"
 
 namespace {

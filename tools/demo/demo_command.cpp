@@ -10,7 +10,7 @@
 #include "camera/wire/privilege.h"
 #include "host/command_values.h"
 #include "host/plugin_library.h"
-#include "host/recording.h"
+#include "record/recording.h"
 #include "usage.h"
 
 namespace plendix {

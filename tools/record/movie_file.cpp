@@ -1,4 +1,4 @@
-#include "host/movie_file.h"
+#include "record/movie_file.h"
 
 #include "usage.h"
 

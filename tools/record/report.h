@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "host/camera_recorder.h"
-#include "host/decode_check.h"
+#include "record/camera_recorder.h"
+#include "record/decode_check.h"
 
 namespace plendix {
 

@@ -1,4 +1,4 @@
-#include "host/recording.h"
+#include "record/recording.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -10,9 +10,9 @@
 #include "host/event_log.h"
 #include "host/plugin_library.h"
 #include "host/process_state.h"
-#include "host/report.h"
-#include "host/still.h"
 #include "plugin/host_records.h"
+#include "record/report.h"
+#include "record/still.h"
 #include "usage.h"
 
 namespace plendix {

@@ -1,5 +1,5 @@
 // Whole recordings of simulated cameras with the built driver: interrupted, killed, and bad ones.
-#include "host/recording.h"
+#include "record/recording.h"
 
 #include <dlfcn.h>
 #include <signal.h>
@@ -8,8 +8,8 @@
 #include <fstream>
 
 #include "ffmpeg.h"
-#include "host/decode_check.h"
 #include "host/plugin_library.h"
+#include "record/decode_check.h"
 #include "support/camera_bench.h"
 #include "support/folder.h"
 #include "usage.h"

@@ -1,4 +1,4 @@
-#include "host/matroska_writer.h"
+#include "record/matroska_writer.h"
 
 #include <algorithm>
 #include <cstring>

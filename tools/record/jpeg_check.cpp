@@ -1,4 +1,4 @@
-#include "host/jpeg_check.h"
+#include "record/jpeg_check.h"
 
 #include <jpeglib.h>
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "host/event.h"
-#include "host/matroska_writer.h"
 #include "host/picture_format.h"
+#include "record/matroska_writer.h"
 
 namespace plendix {
 

@@ -1,4 +1,4 @@
-#include "host/record_command.h"
+#include "record/record_command.h"
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "host/command_values.h"
-#include "host/recording.h"
+#include "record/recording.h"
 #include "usage.h"
 
 namespace plendix {

@@ -1,11 +1,11 @@
-#include "host/decode_check.h"
+#include "record/decode_check.h"
 
 #include <array>
 #include <mutex>
 #include <new>
 
-#include "host/jpeg_check.h"
-#include "host/movie_file.h"
+#include "record/jpeg_check.h"
+#include "record/movie_file.h"
 #include "usage.h"
 
 namespace plendix {

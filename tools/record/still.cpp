@@ -1,9 +1,9 @@
-#include "host/still.h"
+#include "record/still.h"
 
 #include <fstream>
 #include <new>
 
-#include "host/movie_file.h"
+#include "record/movie_file.h"
 #include "usage.h"
 
 namespace plendix {

@@ -1,4 +1,4 @@
-#include "host/camera_recorder.h"
+#include "record/camera_recorder.h"
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "host/report.h"
+#include "record/report.h"
 
 #include <algorithm>
 #include <iomanip>
