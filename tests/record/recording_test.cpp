@@ -30,8 +30,20 @@ protected:
     /// Records a JPEG and an H.264 camera until SIGINT; returns the exit code.
     int record_both(const Behaviour& behaviour = {}) {
         start(sensor(640, 480), 2, behaviour);
-        plan.cameras = {{1, own_address(1), "Gate & yard", Codec::jpeg},
-                        {2, own_address(2), "Camera 2", Codec::h264, 100, 9, 320, 240}};
+        plan.cameras.assign(2, {});
+        CameraSettings &jpeg = plan.cameras[0], &h264 = plan.cameras[1];
+        jpeg.number = 1;
+        jpeg.address = own_address(1);
+        jpeg.name = "Gate & yard";
+        jpeg.codec = Codec::jpeg;
+        h264.number = 2;
+        h264.address = own_address(2);
+        h264.name = "Camera 2";
+        h264.codec = Codec::h264;
+        h264.rate = 100;
+        h264.quality = 9;
+        h264.width = 320;
+        h264.height = 240;
         const int code = record(plan);
         fleet->stop();
         return code;

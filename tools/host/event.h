@@ -15,7 +15,10 @@ enum class EventKind {
     relay,
     recording,  // a recording mark came into force or ended
     log,
-    unknown  // a document this host does not know; its text is the value
+    state,    // a camera is connecting, live, silent, refused or off: the host's own finding
+    clock,    // the wall clock was set
+    storage,  // an output cannot write, or can again
+    unknown   // a document this host does not know; its text is the value
 };
 
 struct Event {

@@ -27,6 +27,12 @@ const char* kind_name(EventKind kind) {
             return "recording";
         case EventKind::log:
             return "log";
+        case EventKind::state:
+            return "state";
+        case EventKind::clock:
+            return "clock";
+        case EventKind::storage:
+            return "storage";
         case EventKind::unknown:
             break;
     }

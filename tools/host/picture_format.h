@@ -1,14 +1,9 @@
 // What a frame says about itself: size and parameter sets, and its bytes as a file keeps them.
 #pragma once
 
-#include <cstdint>
-#include <vector>
+#include "host/frame.h"
 
 namespace plendix {
-
-using Bytes = std::vector<std::uint8_t>;
-
-enum class FrameCodec { jpeg, h264 };
 
 /// What stays the same for all frames of one file.
 struct PictureFormat {
