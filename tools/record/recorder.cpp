@@ -1,0 +1,194 @@
+#include "record/recorder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+#include <variant>
+
+#include "host/clocks.h"
+
+namespace plendix {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+constexpr milliseconds longest_wait{100};
+constexpr milliseconds housekeeping_period{1000};
+constexpr std::uint64_t most_reserve_bytes = 256U << 20U;  // several seconds of 255 cameras
+constexpr std::size_t most_recent = 1U << 16U;             // segments: a day of 255 cameras at least
+
+std::uint64_t reserve_of(const RecordFolder& folder) {
+    return std::min(most_reserve_bytes, folder.disk_bytes().value_or(0) / 20);
+}
+
+bool out_of_room(int error) {
+    return error == ENOSPC || error == EDQUOT;
+}
+
+}  // namespace
+
+Recorder::Recorder(OutputQueue& queue, const fs::path& root, const RecorderRules& rules)
+    : queue_(queue),
+      rules_(rules),
+      folder_(root, rules.names),
+      retention_(folder_.root(), rules.limits),
+      events_(folder_.root()),
+      hold_(rules.all_events ? milliseconds(0) : rules.motion_hold) {}
+
+Recorder::~Recorder() {
+    queue_.finish();
+    if (thread_.joinable()) thread_.join();
+}
+
+void Recorder::start() {
+    running_ = true;
+    thread_ = std::thread([this] { run(); });
+}
+
+bool Recorder::stop(milliseconds patience) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!ended_.wait_for(lock, patience, [this] { return !running_; })) return false;
+    lock.unlock();
+    if (thread_.joinable()) thread_.join();
+    return true;
+}
+
+void Recorder::run() {
+    while (!queue_.finished()) {
+        if (const auto delivery = queue_.pop(longest_wait)) {
+            if (const auto* frame = std::get_if<FramePointer>(&*delivery))
+                take(**frame);
+            else
+                take(std::get<Event>(*delivery));
+        }
+        const auto now = Clock::now();
+        if (now >= next_housekeeping_) keep_house(now);
+    }
+    for (const Event& event : hold_.flush())
+        events_.write(event, utc_ms());
+    for (auto& [number, camera] : cameras_) {
+        camera.close();
+        note_closed(camera);
+    }
+    keep_house(Clock::now());
+    const std::lock_guard<std::mutex> lock(mutex_);
+    running_ = false;
+    ended_.notify_all();
+}
+
+void Recorder::take(const Frame& frame) {
+    CameraRecorder& camera =
+        cameras_.try_emplace(frame.camera, frame.camera, folder_, rules_.segment).first->second;
+    const std::string before = camera.refusal();
+    camera.frame(frame, Clock::now());
+    if (camera.refusal() != before) tell(camera, before);
+}
+
+void Recorder::take(const Event& event) {
+    const auto now = Clock::now();
+    if (event.kind == EventKind::clock) follow_clock(event);
+    if (rules_.all_events) return events_.write(event, utc_ms());
+    for (const Event& held : hold_.take(event, now))
+        for (const Event& told : digest_.take(held, now))
+            events_.write(told, utc_ms());
+}
+
+/// The first camera that is refused says so for all; the last one that is not any more, too.
+void Recorder::tell(const CameraRecorder& camera, const std::string& before) {
+    const bool refused = !camera.refusal().empty();
+    if (refused && out_of_room(camera.refusal_code())) make_room(true);
+    if (refused && !before.empty()) return;  // another reason, still refused
+    Event event{utc_ms(), camera.number(), EventKind::storage};
+    event.values["paused"] = refused;
+    if (refused) event.values["reason"] = camera.refusal();
+    events_.write(event, event.time_ms);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    news_.push_back(std::move(event));
+}
+
+void Recorder::keep_house(Clock::time_point now) {
+    next_housekeeping_ = now + housekeeping_period;
+    const std::int64_t now_ms = utc_ms();
+    for (const Event& due : rules_.all_events ? std::vector<Event>{} : hold_.due(now))
+        for (const Event& told : digest_.take(due, now))
+            events_.write(told, now_ms);
+    for (const Event& due : rules_.all_events ? std::vector<Event>{} : digest_.due(now))
+        events_.write(due, now_ms);
+    std::vector<fs::path> open;
+    for (auto& [number, camera] : cameras_) {
+        const std::string before = camera.refusal();
+        camera.check(now);
+        if (camera.refusal() != before) tell(camera, before);
+        note_closed(camera);
+        if (const auto stem = camera.open_stem()) open.push_back(*stem);
+    }
+    if (folder_.missing().empty()) {
+        events_.check(now_ms);
+        retention_.sweep(now_ms, open);
+        make_room(false);
+    }
+    publish();
+}
+
+void Recorder::note_closed(CameraRecorder& camera) {
+    for (const fs::path& stem : camera.take_closed()) {
+        retention_.added(stem);
+        recent_.push_back(stem);
+        RecordedCamera& kept = kept_[camera.number()];
+        kept.last = stem.string() + ".mkv";
+        if (rules_.remember_files) kept.files.push_back(kept.last);
+    }
+    if (recent_.size() > most_recent) recent_.erase(recent_.begin(), recent_.begin() + most_recent / 2);
+}
+
+void Recorder::make_room(bool refused) {
+    if (rules_.limits.keep.count() == 0 && rules_.limits.keep_bytes == 0) return;
+    const std::uint64_t reserve = reserve_of(folder_);
+    if (!refused && folder_.free_bytes().value_or(reserve) >= reserve) return;
+    if (!retention_.free_space(reserve) || !refused) return;
+    for (auto& [number, camera] : cameras_)
+        camera.retry();
+}
+
+/// The age of what was recorded by the wrong clock is told by the right one from now on.
+void Recorder::follow_clock(const Event& event) {
+    retention_.shift(milliseconds(event.values.value("set_by_ms", std::int64_t{0})), recent_);
+}
+
+void Recorder::publish() {
+    RecorderNumbers numbers;
+    for (auto& [number, camera] : cameras_) {
+        const RecordTotals& totals = camera.totals();
+        numbers.bytes += totals.bytes + camera.open_bytes();
+        numbers.recorded += totals.recorded;
+        numbers.unwritten += totals.unwritten;
+        if (!camera.refusal().empty()) {
+            numbers.refusal = camera.refusal();
+            ++numbers.refused_cameras;
+        }
+        RecordedCamera& kept = kept_[number];
+        kept.totals = totals;
+        kept.format = camera.format();
+    }
+    numbers.unwritten += queue_.lost();
+    numbers.free_bytes = folder_.free_bytes();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    numbers_ = numbers;
+}
+
+RecorderNumbers Recorder::numbers() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return numbers_;
+}
+
+std::vector<Event> Recorder::take_events() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::exchange(news_, {});
+}
+
+std::map<int, RecordedCamera> Recorder::cameras() const {
+    return kept_;
+}
+
+}  // namespace plendix
