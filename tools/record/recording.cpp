@@ -10,6 +10,7 @@
 #include "host/event_log.h"
 #include "host/plugin_library.h"
 #include "host/process_state.h"
+#include "host/signals.h"
 #include "plugin/host_records.h"
 #include "record/report.h"
 #include "record/still.h"
