@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "record/write_failure.h"
+
 namespace plendix {
 namespace {
 
@@ -97,7 +99,7 @@ void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
         movie_->write(picture, frame.key, time_ms);
         ++totals_.recorded;
         last_frame_ = now_;
-        if (frame.zones != MotionZones{}) motion_->write(time_ms, frame.motion, frame.zones);
+        if (frame.zones != MotionZones{}) motion_->write({time_ms, frame.motion, frame.zones});
     } catch (const WriteFailure& failure) {
         ++totals_.unwritten;
         close();

@@ -7,6 +7,7 @@
 
 #include "ffmpeg.h"
 #include "host/event_log.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
@@ -15,12 +16,12 @@ constexpr AVRational milliseconds{1, 1000};
 constexpr int io_buffer_bytes = 4096;  // for headers: whole frames go past it
 
 int on_write(void* file, std::uint8_t* data, int size) {
-    const int error = static_cast<SegmentFile*>(file)->write(data, static_cast<std::size_t>(size));
+    const int error = static_cast<GrowingFile*>(file)->write(data, static_cast<std::size_t>(size));
     return error == 0 ? size : AVERROR(error);
 }
 
 std::int64_t on_seek(void* opaque, std::int64_t offset, int whence) {
-    auto* file = static_cast<SegmentFile*>(opaque);
+    auto* file = static_cast<GrowingFile*>(opaque);
     if (whence == AVSEEK_SIZE) return file->size();
     if (whence != SEEK_SET) return AVERROR(EINVAL);
     file->seek(offset);

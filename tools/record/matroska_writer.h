@@ -6,7 +6,7 @@
 
 #include "host/frame.h"
 #include "host/picture_format.h"
-#include "record/segment_file.h"
+#include "record/growing_file.h"
 
 struct AVFormatContext;
 struct AVIOContext;
@@ -45,7 +45,7 @@ private:
     void require(int result, const char* what) const;
     void release();
 
-    SegmentFile file_;
+    GrowingFile file_;
     std::int64_t last_ms_ = 0;
     AVFormatContext* context_ = nullptr;
     AVIOContext* io_ = nullptr;

@@ -1,4 +1,4 @@
-#include "record/segment_file.h"
+#include "record/growing_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,14 +9,13 @@
 #include <system_error>
 #include <utility>
 
+#include "record/write_failure.h"
+
 namespace plendix {
 
 namespace fs = std::filesystem;
 
-WriteFailure::WriteFailure(const fs::path& file, int error)
-    : Failure("cannot write '" + file.string() + "': " + error_text(error)), error_(error) {}
-
-SegmentFile::SegmentFile(fs::path file) : path_(std::move(file)) {
+GrowingFile::GrowingFile(fs::path file) : path_(std::move(file)) {
     std::error_code error;
     fs::create_directories(path_.parent_path(), error);
     if (error) throw WriteFailure(path_, error.value());
@@ -24,11 +23,11 @@ SegmentFile::SegmentFile(fs::path file) : path_(std::move(file)) {
     if (descriptor_ < 0) throw WriteFailure(path_, errno);
 }
 
-SegmentFile::~SegmentFile() {
+GrowingFile::~GrowingFile() {
     close(descriptor_);
 }
 
-int SegmentFile::write(const std::uint8_t* data, std::size_t size) {
+int GrowingFile::write(const std::uint8_t* data, std::size_t size) {
     if (holding_) {
         held_.push_back({position_, std::vector<std::uint8_t>(data, data + size)});
     } else if (const int error = write_out(data, size, position_); error != 0) {
@@ -39,7 +38,7 @@ int SegmentFile::write(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
-int SegmentFile::write_out(const std::uint8_t* data, std::size_t size, std::int64_t position) {
+int GrowingFile::write_out(const std::uint8_t* data, std::size_t size, std::int64_t position) {
     while (size > 0) {
         const ssize_t written = pwrite(descriptor_, data, size, position);
         if (written < 0 && errno == EINTR) continue;
@@ -52,12 +51,12 @@ int SegmentFile::write_out(const std::uint8_t* data, std::size_t size, std::int6
     return 0;
 }
 
-void SegmentFile::undo() {
+void GrowingFile::undo() {
     // Where even this fails the file ends in a torn piece, which readers and repair know.
     if (ftruncate(descriptor_, whole_) == 0) size_ = whole_;
 }
 
-int SegmentFile::apply() {
+int GrowingFile::apply() {
     holding_ = false;
     std::stable_partition(held_.begin(), held_.end(),
                           [this](const Piece& piece) { return piece.position >= whole_; });
@@ -70,7 +69,7 @@ int SegmentFile::apply() {
     return 0;
 }
 
-bool SegmentFile::in_place() const {
+bool GrowingFile::in_place() const {
     struct stat named {};
     struct stat ours {};
     return stat(path_.c_str(), &named) == 0 && fstat(descriptor_, &ours) == 0 &&

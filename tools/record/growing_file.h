@@ -3,32 +3,19 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <string>
 #include <vector>
-
-#include "usage.h"
 
 namespace plendix {
 
-/// The disk refused: full, gone, read-only, broken. `error` is an errno value.
-class WriteFailure : public Failure {
-public:
-    WriteFailure(const std::filesystem::path& file, int error);
-    int error() const { return error_; }
-
-private:
-    int error_;
-};
-
 /// Writes at a position, as muxers want it. What is written is kept once `keep` is called; until
 /// then `undo` takes it back. One thread.
-class SegmentFile {
+class GrowingFile {
 public:
     /// Makes the file and the folders above it. Throws WriteFailure, also when the file exists.
-    explicit SegmentFile(std::filesystem::path file);
-    ~SegmentFile();
-    SegmentFile(const SegmentFile&) = delete;
-    SegmentFile& operator=(const SegmentFile&) = delete;
+    explicit GrowingFile(std::filesystem::path file);
+    ~GrowingFile();
+    GrowingFile(const GrowingFile&) = delete;
+    GrowingFile& operator=(const GrowingFile&) = delete;
 
     /// Returns 0 or the errno value.
     int write(const std::uint8_t* data, std::size_t size);
