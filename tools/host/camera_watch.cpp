@@ -122,7 +122,8 @@ std::vector<Event> CameraWatch::settle(Time now, std::int64_t time_ms) {
         if (condition == state.condition) continue;
         state.condition = condition;
         state.since = condition == CameraCondition::silent ? *state.last_frame : now;
-        state.since_ms = time_ms - std::chrono::duration_cast<std::chrono::milliseconds>(now - state.since).count();
+        state.since_ms =
+            time_ms - std::chrono::duration_cast<std::chrono::milliseconds>(now - state.since).count();
         state.refusal.clear();
         Event event{time_ms, number, EventKind::state};
         event.values["state"] = condition_name(condition);

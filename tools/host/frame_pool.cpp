@@ -32,9 +32,8 @@ std::shared_ptr<Frame> FramePool::copy(const _EventParmsIn& event) {
     frame->time_ms = std::int64_t{event.FrameSeconds} * 1000 + event.FrameMilliseconds;
     const auto* bytes = static_cast<const std::uint8_t*>(event.Data);
     frame->data.assign(bytes, bytes + event.DataLength);
-    return {frame.release(), [pool = shared_from_this()](Frame* last) {
-                pool->give_back(std::unique_ptr<Frame>(last));
-            }};
+    return {frame.release(),
+            [pool = shared_from_this()](Frame* last) { pool->give_back(std::unique_ptr<Frame>(last)); }};
 }
 
 std::unique_ptr<Frame> FramePool::take() {

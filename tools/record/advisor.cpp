@@ -34,9 +34,10 @@ std::vector<std::string> Advisor::advise(const std::vector<CameraState>& cameras
         const auto running = std::count_if(questions_.begin(), questions_.end(),
                                            [](const auto& each) { return waits(each.second.answer); });
         if (running >= most_at_once) continue;
-        questions_[camera.number] = {
-            "camera " + std::to_string(camera.number) + ": ",
-            std::async(std::launch::async, [address = camera.address] { return diagnose(address, patience); })};
+        questions_[camera.number] = {"camera " + std::to_string(camera.number) + ": ",
+                                     std::async(std::launch::async, [address = camera.address] {
+                                         return diagnose(address, patience);
+                                     })};
     }
     return lines;
 }

@@ -82,14 +82,17 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
     if (!missing.empty()) return refuse(missing, ENOENT);
     try {
         stem_ = folder_.free_stem(number_, frame.time_ms);
-        movie_.emplace(stem_.string() + ".mkv", format, frame.time_ms);
-        motion_.emplace(stem_.string() + ".motion", number_, frame.time_ms);
+        const std::string file = (folder_.root() / stem_).string();
+        movie_.emplace(file + ".mkv", format, frame.time_ms);
+        motion_.emplace(file + ".motion", number_, frame.time_ms);
         began_ms_ = frame.arrival_ms;
         clock_epoch_ = frame.clock_epoch;
         refusal_.clear();
     } catch (const WriteFailure& failure) {
         movie_.reset();
         refuse(failure.what(), failure.error());
+    } catch (const Failure& failure) {  // no name is free
+        refuse(failure.what(), EEXIST);
     }
 }
 
@@ -101,7 +104,7 @@ void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
         last_frame_ = now_;
         if (frame.zones != MotionZones{}) motion_->write({time_ms, frame.motion, frame.zones});
     } catch (const WriteFailure& failure) {
-        ++totals_.unwritten;
+        if (last_frame_ != now_) ++totals_.unwritten;
         close();
         refuse(failure.what(), failure.error());
     }

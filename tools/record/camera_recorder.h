@@ -13,16 +13,9 @@
 #include "record/matroska_writer.h"
 #include "record/motion_file.h"
 #include "record/record_folder.h"
+#include "record/record_totals.h"
 
 namespace plendix {
-
-struct RecordTotals {
-    std::uint64_t recorded = 0;    // frames in the files
-    std::uint64_t unreadable = 0;  // not recorded: they do not tell what they are
-    std::uint64_t unstarted = 0;   // not recorded: no key frame since the stream began or had a gap
-    std::uint64_t unwritten = 0;   // not recorded: the disk did not take them
-    std::uint64_t bytes = 0;       // of the segments that are closed
-};
 
 /// A new segment begins with a key frame, when the one before is long enough, the camera changes
 /// codec, size or parameter sets, the wall clock was set, or the disk takes frames again after it
@@ -51,9 +44,9 @@ public:
     void retry() { next_try_ = {}; }
 
     std::uint64_t open_bytes() const;
-    /// Of the open segment, without extension.
+    /// Of the open segment: relative to the folder, without extension.
     std::optional<std::filesystem::path> open_stem() const;
-    /// Segments closed since the last call, without extension.
+    /// Segments closed since the last call, the same.
     std::vector<std::filesystem::path> take_closed();
 
 private:
@@ -73,7 +66,7 @@ private:
     std::optional<MotionWriter> motion_;
     std::filesystem::path stem_;
     PictureFormat format_;
-    H264Frame parts_;  // kept for its memory
+    H264Frame parts_;            // kept for its memory
     std::int64_t began_ms_ = 0;  // arrival of the segment's first frame
     std::uint32_t clock_epoch_ = 0;
     Time now_{};

@@ -1,8 +1,10 @@
 // Owner of a file descriptor.
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <utility>
 
 namespace plendix {
@@ -28,5 +30,13 @@ public:
 private:
     int number_ = -1;
 };
+
+/// False when the path leads to another file than the open one by now, or to none.
+inline bool leads_to(const std::filesystem::path& path, int descriptor) {
+    struct stat named {};
+    struct stat ours {};
+    return stat(path.c_str(), &named) == 0 && fstat(descriptor, &ours) == 0 && named.st_dev == ours.st_dev &&
+           named.st_ino == ours.st_ino;
+}
 
 }  // namespace plendix

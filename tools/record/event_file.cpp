@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -38,7 +37,6 @@ EventFile::EventFile(fs::path folder) : folder_(std::move(folder)) {}
 
 EventFile::~EventFile() {
     drain();
-    close();
 }
 
 void EventFile::write(const Event& event, std::int64_t now_ms) {
@@ -55,33 +53,22 @@ void EventFile::write(const Event& event, std::int64_t now_ms) {
 }
 
 void EventFile::check(std::int64_t now_ms) {
-    if (descriptor_ >= 0 && !in_place()) close();
+    if (file_ && !leads_to(folder_ / name(), file_.get())) file_.reset();
     const std::string day = day_of(now_ms);
     if (day != day_) begin_day(day);
     drain();
 }
 
 void EventFile::open() {
-    descriptor_ = ::open((folder_ / name()).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    file_.reset(::open((folder_ / name()).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
     struct stat found {};
-    if (descriptor_ < 0 || fstat(descriptor_, &found) != 0) return;
+    if (!file_ || fstat(file_.get(), &found) != 0) return;
     // A writer that was killed may have left half a line.
     off_t end = found.st_size;
     char last = 0;
-    while (end > 0 && pread(descriptor_, &last, 1, end - 1) == 1 && last != '\n')
+    while (end > 0 && pread(file_.get(), &last, 1, end - 1) == 1 && last != '\n')
         --end;
-    if (end != found.st_size && ftruncate(descriptor_, end) != 0) close();
-}
-
-void EventFile::close() {
-    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
-}
-
-bool EventFile::in_place() const {
-    struct stat named {};
-    struct stat ours {};
-    return stat((folder_ / name()).c_str(), &named) == 0 && fstat(descriptor_, &ours) == 0 &&
-           named.st_dev == ours.st_dev && named.st_ino == ours.st_ino;
+    if (end != found.st_size && ftruncate(file_.get(), end) != 0) file_.reset();
 }
 
 /// The file that lies there is of the day on which it was written last, which may be one on which
@@ -93,18 +80,16 @@ void EventFile::begin_day(const std::string& day) {
     if (stat(file.c_str(), &last) != 0) return;
     const std::string last_day = day_of(std::int64_t{last.st_mtime} * 1000);
     if (last_day == day) return;
-    close();
-    fs::path kept = folder_ / ("events-" + last_day + ".jsonl");
-    for (int part = 2; renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) != 0; ++part) {
-        if (errno != EEXIST) return;  // goes on in the old file
-        kept = folder_ / ("events-" + last_day + "_" + std::to_string(part) + ".jsonl");
-    }
+    file_.reset();
+    const fs::path kept = folder_ / ("events-" + last_day + ".jsonl");
+    // Where there is one of that day already, for the clock was set back, it goes on in the same file.
+    renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE);
 }
 
 void EventFile::drain() {
     if (waiting_.empty()) return;
-    if (descriptor_ < 0) open();
-    while (descriptor_ >= 0 && !waiting_.empty() && append(descriptor_, waiting_.front())) {
+    if (!file_) open();
+    while (file_ && !waiting_.empty() && append(file_.get(), waiting_.front())) {
         waiting_bytes_ -= waiting_.front().size();
         waiting_.pop_front();
     }

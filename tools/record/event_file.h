@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/event.h"
+#include "record/descriptor.h"
 
 namespace plendix {
 
@@ -29,13 +30,11 @@ public:
 
 private:
     void open();
-    void close();
-    bool in_place() const;
     void begin_day(const std::string& day);
     void drain();
 
     std::filesystem::path folder_;
-    int descriptor_ = -1;
+    Descriptor file_;
     std::string day_;  // of the open file
     std::deque<std::string> waiting_;
     std::size_t waiting_bytes_ = 0;

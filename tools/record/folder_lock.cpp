@@ -27,11 +27,11 @@ std::string holder(int file) {
 
 }  // namespace
 
-FolderLock::FolderLock(const fs::path& folder) {
+FolderLock::FolderLock(const fs::path& folder) : path_(folder / folder_mark) {
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) throw Failure("cannot make '" + folder.string() + "': " + error.message());
-    const fs::path file = folder / folder_mark;
+    const fs::path& file = path_;
     file_.reset(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
     if (!file_) throw Failure("cannot open '" + file.string() + "': " + error_text(errno));
     if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -42,6 +42,10 @@ FolderLock::FolderLock(const fs::path& folder) {
     const std::string text = "Plendix recording, process " + std::to_string(::getpid()) + "\n";
     // The text is for the message above only: a full disk does not keep anybody from recording.
     if (::ftruncate(file_.get(), 0) == 0 && ::pwrite(file_.get(), text.data(), text.size(), 0) < 0) return;
+}
+
+bool FolderLock::in_place() const {
+    return leads_to(path_, file_.get());
 }
 
 }  // namespace plendix

@@ -17,7 +17,11 @@ public:
     /// and names that process.
     explicit FolderLock(const std::filesystem::path& folder);
 
+    /// False when the folder's mark is another file by now, or gone.
+    bool in_place() const;
+
 private:
+    std::filesystem::path path_;
     Descriptor file_;
 };
 

@@ -1,7 +1,6 @@
 #include "record/growing_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,12 +18,8 @@ GrowingFile::GrowingFile(fs::path file) : path_(std::move(file)) {
     std::error_code error;
     fs::create_directories(path_.parent_path(), error);
     if (error) throw WriteFailure(path_, error.value());
-    descriptor_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (descriptor_ < 0) throw WriteFailure(path_, errno);
-}
-
-GrowingFile::~GrowingFile() {
-    close(descriptor_);
+    file_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!file_) throw WriteFailure(path_, errno);
 }
 
 int GrowingFile::write(const std::uint8_t* data, std::size_t size) {
@@ -40,7 +35,7 @@ int GrowingFile::write(const std::uint8_t* data, std::size_t size) {
 
 int GrowingFile::write_out(const std::uint8_t* data, std::size_t size, std::int64_t position) {
     while (size > 0) {
-        const ssize_t written = pwrite(descriptor_, data, size, position);
+        const ssize_t written = pwrite(file_.get(), data, size, position);
         if (written < 0 && errno == EINTR) continue;
         if (written < 0) return errno;
         if (written == 0) return ENOSPC;
@@ -53,7 +48,7 @@ int GrowingFile::write_out(const std::uint8_t* data, std::size_t size, std::int6
 
 void GrowingFile::undo() {
     // Where even this fails the file ends in a torn piece, which readers and repair know.
-    if (ftruncate(descriptor_, whole_) == 0) size_ = whole_;
+    if (ftruncate(file_.get(), whole_) == 0) size_ = whole_;
 }
 
 int GrowingFile::apply() {
@@ -67,13 +62,6 @@ int GrowingFile::apply() {
     held_.clear();
     keep();
     return 0;
-}
-
-bool GrowingFile::in_place() const {
-    struct stat named {};
-    struct stat ours {};
-    return stat(path_.c_str(), &named) == 0 && fstat(descriptor_, &ours) == 0 &&
-           named.st_dev == ours.st_dev && named.st_ino == ours.st_ino;
 }
 
 }  // namespace plendix

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <vector>
 
+#include "record/descriptor.h"
+
 namespace plendix {
 
 /// Writes at a position, as muxers want it. What is written is kept once `keep` is called; until
@@ -13,7 +15,6 @@ class GrowingFile {
 public:
     /// Makes the file and the folders above it. Throws WriteFailure, also when the file exists.
     explicit GrowingFile(std::filesystem::path file);
-    ~GrowingFile();
     GrowingFile(const GrowingFile&) = delete;
     GrowingFile& operator=(const GrowingFile&) = delete;
 
@@ -33,7 +34,7 @@ public:
 
     const std::filesystem::path& path() const { return path_; }
     std::uint64_t whole_bytes() const { return static_cast<std::uint64_t>(whole_); }
-    bool in_place() const;
+    bool in_place() const { return leads_to(path_, file_.get()); }
 
 private:
     struct Piece {
@@ -43,7 +44,7 @@ private:
     int write_out(const std::uint8_t* data, std::size_t size, std::int64_t position);
 
     std::filesystem::path path_;
-    int descriptor_ = -1;
+    Descriptor file_;
     std::int64_t position_ = 0;
     std::int64_t size_ = 0;
     std::int64_t whole_ = 0;

@@ -93,8 +93,9 @@ void MatroskaWriter::write(const Bytes& picture, bool key, std::int64_t time_ms)
     const LibavPointer<AVPacket> packet(av_packet_alloc());
     if (!packet) throw std::bad_alloc();
     // Reference counted, so that the muxer does not copy it; the bytes stay the caller's.
-    packet->buf = av_buffer_create(const_cast<std::uint8_t*>(picture.data()), picture.size(),
-                                   [](void*, std::uint8_t*) {}, nullptr, AV_BUFFER_FLAG_READONLY);
+    packet->buf = av_buffer_create(
+        const_cast<std::uint8_t*>(picture.data()), picture.size(), [](void*, std::uint8_t*) {}, nullptr,
+        AV_BUFFER_FLAG_READONLY);
     if (packet->buf == nullptr) throw std::bad_alloc();
     packet->data = packet->buf->data;
     packet->size = static_cast<int>(picture.size());

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "usage.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
@@ -71,9 +71,9 @@ MotionWriter::MotionWriter(std::filesystem::path file, int camera, std::int64_t 
 void MotionWriter::write(const MotionRecord& record) {
     if (!file_) {
         file_.reset(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0666));
-        if (!file_) throw failure("create", path_, errno);
+        if (!file_) throw WriteFailure(path_, errno);
     }
-    if (torn_ && ::ftruncate(file_.get(), length_) != 0) throw failure("write to", path_, errno);
+    if (torn_ && ::ftruncate(file_.get(), length_) != 0) throw WriteFailure(path_, errno);
     torn_ = false;
     Bytes bytes;
     if (length_ == 0) bytes = header(camera_, start_ms_);
@@ -89,7 +89,7 @@ void MotionWriter::write(const MotionRecord& record) {
     }
     const int error = written < 0 ? errno : ENOSPC;
     torn_ = ::ftruncate(file_.get(), length_) != 0;
-    throw failure("write to", path_, error);
+    throw WriteFailure(path_, error);
 }
 
 MotionFile::MotionFile(const std::filesystem::path& file) : bytes_(all_of(file)) {

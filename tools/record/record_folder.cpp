@@ -29,10 +29,7 @@ std::optional<std::uint64_t> blocks_in_bytes(const fs::path& folder, fsblkcnt_t(
 }  // namespace
 
 RecordFolder::RecordFolder(const fs::path& root, TimeNames names) : names_(names) {
-    std::error_code error;
-    root_ = fs::absolute(root, error).lexically_normal();
-    fs::create_directories(root_, error);
-    if (error) throw Failure("cannot use the folder '" + root.string() + "': " + error.message());
+    root_ = fs::absolute(root).lexically_normal();
     lock_.emplace(root_);
     device_ = device_of(root_);
 }
@@ -42,16 +39,13 @@ std::string RecordFolder::missing() {
     lock_.reset();
     const std::string name = "'" + root_.string() + "'";
     std::error_code ignored;
-    const bool marked = fs::exists(root_ / FolderLock::file_name(), ignored);
+    const bool marked = fs::exists(root_ / folder_mark, ignored);
     if (!marked && device_of(root_) != device_) return name + " is gone, its disk with it";
     return take_again();
 }
 
 std::string RecordFolder::take_again() {
     try {
-        std::error_code error;
-        fs::create_directories(root_, error);
-        if (error) return "cannot use the folder '" + root_.string() + "': " + error.message();
         lock_.emplace(root_);
         return {};
     } catch (const Failure& failure) {
@@ -60,7 +54,7 @@ std::string RecordFolder::take_again() {
 }
 
 fs::path RecordFolder::free_stem(int camera, std::int64_t time_ms) const {
-    return root_ / plendix::free_stem(root_, segment_stem(camera, time_ms, names_));
+    return plendix::free_stem(root_, segment_stem(camera, time_ms, names_));
 }
 
 std::optional<std::uint64_t> RecordFolder::free_bytes() const {

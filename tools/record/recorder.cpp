@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "host/clocks.h"
+#include "record/segment_repair.h"
 
 namespace plendix {
 namespace {
@@ -26,12 +27,20 @@ bool out_of_room(int error) {
     return error == ENOSPC || error == EDQUOT;
 }
 
+/// What an earlier process left unfinished is settled first.
+std::unique_ptr<Replacement> prepare(const RecordFolder& folder, bool replace) {
+    settle_replacement(folder.root());
+    repair_newest_segments(folder.root());
+    return replace ? std::make_unique<Replacement>(folder.root()) : nullptr;
+}
+
 }  // namespace
 
 Recorder::Recorder(OutputQueue& queue, const fs::path& root, const RecorderRules& rules)
     : queue_(queue),
       rules_(rules),
       folder_(root, rules.names),
+      replacement_(prepare(folder_, rules.replace)),
       retention_(folder_.root(), rules.limits),
       events_(folder_.root()),
       hold_(rules.all_events ? milliseconds(0) : rules.motion_hold) {}
@@ -97,11 +106,15 @@ void Recorder::take(const Event& event) {
 /// The first camera that is refused says so for all; the last one that is not any more, too.
 void Recorder::tell(const CameraRecorder& camera, const std::string& before) {
     const bool refused = !camera.refusal().empty();
-    if (refused && out_of_room(camera.refusal_code())) make_room(true);
+    if (refused && out_of_room(camera.refusal_code())) make_room(true, open_stems());
     if (refused && !before.empty()) return;  // another reason, still refused
     Event event{utc_ms(), camera.number(), EventKind::storage};
     event.values["paused"] = refused;
     if (refused) event.values["reason"] = camera.refusal();
+    tell(std::move(event));
+}
+
+void Recorder::tell(Event event) {
     events_.write(event, event.time_ms);
     const std::lock_guard<std::mutex> lock(mutex_);
     news_.push_back(std::move(event));
@@ -115,18 +128,17 @@ void Recorder::keep_house(Clock::time_point now) {
             events_.write(told, now_ms);
     for (const Event& due : rules_.all_events ? std::vector<Event>{} : digest_.due(now))
         events_.write(due, now_ms);
-    std::vector<fs::path> open;
     for (auto& [number, camera] : cameras_) {
         const std::string before = camera.refusal();
         camera.check(now);
         if (camera.refusal() != before) tell(camera, before);
         note_closed(camera);
-        if (const auto stem = camera.open_stem()) open.push_back(*stem);
     }
     if (folder_.missing().empty()) {
         events_.check(now_ms);
-        retention_.sweep(now_ms, open);
-        make_room(false);
+        const Retention::Stems open = open_stems();
+        tell_of(retention_.sweep(now_ms, open));
+        make_room(false, open);
     }
     publish();
 }
@@ -135,18 +147,34 @@ void Recorder::note_closed(CameraRecorder& camera) {
     for (const fs::path& stem : camera.take_closed()) {
         retention_.added(stem);
         recent_.push_back(stem);
-        RecordedCamera& kept = kept_[camera.number()];
-        kept.last = stem.string() + ".mkv";
-        if (rules_.remember_files) kept.files.push_back(kept.last);
+        auto& files = files_[camera.number()];
+        if (!rules_.remember_files) files.clear();
+        files.push_back(folder_.root() / (stem.string() + ".mkv"));
     }
     if (recent_.size() > most_recent) recent_.erase(recent_.begin(), recent_.begin() + most_recent / 2);
 }
 
-void Recorder::make_room(bool refused) {
-    if (rules_.limits.keep.count() == 0 && rules_.limits.keep_bytes == 0) return;
+Retention::Stems Recorder::open_stems() const {
+    Retention::Stems stems;
+    for (const auto& [number, camera] : cameras_)
+        if (const auto stem = camera.open_stem()) stems.push_back(*stem);
+    return stems;
+}
+
+void Recorder::tell_of(const Removed& removed) {
+    if (removed.error.empty()) return;
+    Event event{utc_ms(), 0, EventKind::storage};
+    event.values["text"] = removed.error;
+    tell(std::move(event));
+}
+
+void Recorder::make_room(bool refused, const Retention::Stems& open) {
+    if (!rules_.limits.any()) return;
     const std::uint64_t reserve = reserve_of(folder_);
     if (!refused && folder_.free_bytes().value_or(reserve) >= reserve) return;
-    if (!retention_.free_space(reserve) || !refused) return;
+    const Removed removed = retention_.free_space(reserve, open);
+    tell_of(removed);
+    if (!refused || removed.segments == 0) return;
     for (auto& [number, camera] : cameras_)
         camera.retry();
 }
@@ -156,23 +184,33 @@ void Recorder::follow_clock(const Event& event) {
     retention_.shift(milliseconds(event.values.value("set_by_ms", std::int64_t{0})), recent_);
 }
 
+std::optional<std::uint64_t> Recorder::room() const {
+    if (!rules_.limits.any()) return std::nullopt;
+    const std::uint64_t free = folder_.free_bytes().value_or(0);
+    const std::uint64_t reserve = std::min(free, reserve_of(folder_));
+    const std::uint64_t kept = retention_.bytes();
+    if (rules_.limits.keep_bytes == 0 || rules_.limits.per_camera) return free - reserve;
+    return std::min(free - reserve, rules_.limits.keep_bytes - std::min(kept, rules_.limits.keep_bytes));
+}
+
 void Recorder::publish() {
     RecorderNumbers numbers;
-    for (auto& [number, camera] : cameras_) {
+    for (const auto& [number, camera] : cameras_) {
         const RecordTotals& totals = camera.totals();
-        numbers.bytes += totals.bytes + camera.open_bytes();
+        numbers.written += totals.bytes + camera.open_bytes();
         numbers.recorded += totals.recorded;
-        numbers.unwritten += totals.unwritten;
-        if (!camera.refusal().empty()) {
-            numbers.refusal = camera.refusal();
-            ++numbers.refused_cameras;
-        }
-        RecordedCamera& kept = kept_[number];
-        kept.totals = totals;
-        kept.format = camera.format();
+        numbers.lost_frames += totals.unwritten;
+        if (camera.refusal().empty()) continue;
+        numbers.paused = camera.refusal();
+        ++numbers.paused_cameras;
     }
-    numbers.unwritten += queue_.lost();
+    numbers.lost_frames += queue_.lost();
     numbers.free_bytes = folder_.free_bytes();
+    numbers.room_bytes = room();
+    if (replacement_ && numbers.recorded > 0) {
+        replacement_->commit();
+        replacement_.reset();
+    }
     const std::lock_guard<std::mutex> lock(mutex_);
     numbers_ = numbers;
 }
@@ -187,8 +225,13 @@ std::vector<Event> Recorder::take_events() {
     return std::exchange(news_, {});
 }
 
-std::map<int, RecordedCamera> Recorder::cameras() const {
-    return kept_;
+std::map<int, RecordTotals> Recorder::totals() const {
+    std::map<int, RecordTotals> totals;
+    for (const auto& [number, camera] : cameras_)
+        totals[number] = camera.totals();
+    for (const auto& [number, files] : files_)
+        totals[number].files = files;
+    return totals;
 }
 
 }  // namespace plendix

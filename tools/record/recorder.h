@@ -18,6 +18,7 @@
 #include "record/camera_recorder.h"
 #include "record/event_file.h"
 #include "record/record_folder.h"
+#include "record/replacement.h"
 #include "record/retention.h"
 
 namespace plendix {
@@ -27,26 +28,9 @@ struct RecorderRules {
     TimeNames names = TimeNames::utc;
     RetentionLimits limits;
     std::chrono::milliseconds motion_hold{5000};
+    bool replace = false;         // an earlier recording in the folder
     bool all_events = false;      // as they come, without hold and digest
     bool remember_files = false;  // all segments of this recording, for a check at its end
-};
-
-/// What the recorder has done so far; a copy.
-struct RecorderNumbers {
-    std::uint64_t bytes = 0;      // of this recording's segments
-    std::uint64_t recorded = 0;   // frames
-    std::uint64_t unwritten = 0;  // frames that the disk did not take or was too slow for
-    std::string refusal;          // why the disk takes nothing; empty when it does
-    std::size_t refused_cameras = 0;
-    std::optional<std::uint64_t> free_bytes;
-};
-
-/// One camera at the end.
-struct RecordedCamera {
-    RecordTotals totals;
-    PictureFormat format;
-    std::filesystem::path last;                // its last segment; empty without one
-    std::vector<std::filesystem::path> files;  // all, where they are remembered
 };
 
 class Recorder {
@@ -69,7 +53,7 @@ public:
     std::vector<Event> take_events();
 
     /// By camera number. After `stop`.
-    std::map<int, RecordedCamera> cameras() const;
+    std::map<int, RecordTotals> totals() const;
     const std::filesystem::path& root() const { return folder_.root(); }
 
 private:
@@ -80,20 +64,25 @@ private:
     void take(const Event& event);
     void keep_house(Clock::time_point now);
     void note_closed(CameraRecorder& camera);
-    void make_room(bool refused);
+    void make_room(bool refused, const Retention::Stems& open);
+    void tell_of(const Removed& removed);
+    Retention::Stems open_stems() const;
     void follow_clock(const Event& event);
     void tell(const CameraRecorder& camera, const std::string& before);
+    void tell(Event event);
+    std::optional<std::uint64_t> room() const;
     void publish();
 
     OutputQueue& queue_;
     const RecorderRules rules_;
     RecordFolder folder_;
+    std::unique_ptr<Replacement> replacement_;  // until the first frame is recorded
     Retention retention_;
     EventFile events_;
     MotionHold hold_;
     EventDigest digest_;
     std::map<int, CameraRecorder> cameras_;
-    std::map<int, RecordedCamera> kept_;
+    std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
     std::vector<std::filesystem::path> recent_;  // closed in this recording: the clock may be wrong
     Clock::time_point next_housekeeping_{};
     std::thread thread_;

@@ -140,7 +140,7 @@ int record(const RecordingPlan& plan) {
     const WorkingDirectory inside(plan.state.empty() ? recorder.root() : absolute(plan.state));
     session.attach(queue);
     Screen screen(std::cerr, plan.screen);
-    StopSignals signals(StopSignals::Again::ends_process,
+    StopSignals signals(StopSignals::Again::counts,
                         plan.reload ? StopSignals::HangUp::reloads : StopSignals::HangUp::stops);
     bool kept = false;
     {
@@ -151,7 +151,7 @@ int record(const RecordingPlan& plan) {
         std::cerr << "plendix: the disk of '" << recorder.root().string() << "' does not answer\n";
         _exit(exit_failed);  // the thread that waits for it cannot be ended
     }
-    return conclude(plan, session.states(), recorder, queue);
+    return conclude(plan, session.states(), recorder, queue, signals);
 }
 
 }  // namespace plendix
