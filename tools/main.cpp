@@ -6,6 +6,7 @@
 
 #include "camera/camera_command.h"
 #include "demo/demo_command.h"
+#include "record/config_command.h"
 #include "record/record_command.h"
 #include "usage.h"
 
@@ -19,6 +20,7 @@ int run(int argc, char** argv) {
     std::function<int()> chosen;
     plendix::add_demo_command(app, chosen);
     plendix::add_record_command(app, chosen);
+    plendix::add_config_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     try {
         app.parse(argc, argv);
