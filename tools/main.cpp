@@ -12,6 +12,7 @@
 #include "host/process_state.h"
 #include "host/signals.h"
 #include "nearest_word.h"
+#include "record/config_command.h"
 #include "record/record_command.h"
 #include "usage.h"
 
@@ -53,6 +54,7 @@ int run(int argc, char** argv) {
     std::function<int()> chosen;
     plendix::add_demo_command(app, chosen);
     plendix::add_record_command(app, chosen);
+    plendix::add_config_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {
