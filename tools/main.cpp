@@ -7,6 +7,7 @@
 #include "camera/camera_command.h"
 #include "demo/demo_command.h"
 #include "record/record_command.h"
+#include "record/search_command.h"
 #include "usage.h"
 
 namespace {
@@ -19,6 +20,7 @@ int run(int argc, char** argv) {
     std::function<int()> chosen;
     plendix::add_demo_command(app, chosen);
     plendix::add_record_command(app, chosen);
+    plendix::add_search_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     try {
         app.parse(argc, argv);
