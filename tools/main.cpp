@@ -14,6 +14,7 @@
 #include "nearest_word.h"
 #include "record/config_command.h"
 #include "record/record_command.h"
+#include "record/search_command.h"
 #include "usage.h"
 
 namespace {
@@ -55,6 +56,7 @@ int run(int argc, char** argv) {
     plendix::add_demo_command(app, chosen);
     plendix::add_record_command(app, chosen);
     plendix::add_config_command(app, chosen);
+    plendix::add_search_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {

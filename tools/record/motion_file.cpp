@@ -46,14 +46,24 @@ Failure failure(const char* what, const std::filesystem::path& file, int error) 
     return Failure(std::string("cannot ") + what + " '" + file.string() + "': " + error_text(error));
 }
 
-Bytes all_of(const std::filesystem::path& path) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0) throw failure("read", path, errno);
-    Bytes bytes(static_cast<std::size_t>(status.st_size));
+/// An open file and its length when it was opened.
+struct Opened {
+    explicit Opened(const std::filesystem::path& path) : file(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        struct stat status {};
+        if (!file || ::fstat(file.get(), &status) != 0) throw failure("read", path, errno);
+        length = static_cast<std::size_t>(status.st_size);
+    }
+    Descriptor file;
+    std::size_t length = 0;
+};
+
+/// As many of the bytes from a position on as there are.
+Bytes part_of(const Opened& opened, std::size_t from, std::size_t most, const std::filesystem::path& path) {
+    Bytes bytes(std::min(most, opened.length - std::min(from, opened.length)));
     std::size_t length = 0;
     while (length < bytes.size()) {
-        const ssize_t got = ::read(file.get(), bytes.data() + length, bytes.size() - length);
+        const ssize_t got = ::pread(opened.file.get(), bytes.data() + length, bytes.size() - length,
+                                    static_cast<off_t>(from + length));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) throw failure("read", path, errno);
         if (got == 0) break;
@@ -92,7 +102,9 @@ void MotionWriter::write(const MotionRecord& record) {
     throw WriteFailure(path_, error);
 }
 
-MotionFile::MotionFile(const std::filesystem::path& file) : bytes_(all_of(file)) {
+MotionFile::MotionFile(const std::filesystem::path& file) {
+    const Opened opened(file);
+    bytes_ = part_of(opened, 0, opened.length, file);
     if (bytes_.empty()) return;
     read_header(file);
     const std::size_t whole = (bytes_.size() - header_bytes) / record_bytes_;
@@ -121,6 +133,19 @@ MotionRecord MotionFile::record(std::size_t index) const {
     record.enabled = (at[6] & flag_enabled) != 0;
     std::copy_n(at + 8, record.zones.size(), record.zones.begin());
     return record;
+}
+
+MotionBounds motion_bounds(const std::filesystem::path& path) {
+    const Opened opened(path);
+    MotionFile file;
+    file.bytes_ = part_of(opened, 0, header_bytes, path);
+    if (file.bytes_.empty()) return {latest_ms, 0};
+    file.read_header(path);
+    const std::size_t whole = (opened.length - header_bytes) / file.record_bytes_;
+    if (whole == 0) return {file.start_ms_, file.start_ms_};
+    const Bytes last = part_of(opened, header_bytes + (whole - 1) * file.record_bytes_, record_bytes, path);
+    const bool torn = last.size() < record_bytes || last[7] != record_mark;
+    return {file.start_ms_, torn ? latest_ms : file.start_ms_ + get(last.data(), 6)};
 }
 
 }  // namespace plendix

@@ -38,6 +38,12 @@ private:
     bool torn_ = false;        // more than those, because the disk did not let them go
 };
 
+/// When a motion file begins and ends (UTC since 1970).
+struct MotionBounds {
+    std::int64_t first_ms = 0;
+    std::int64_t last_ms = 0;
+};
+
 /// A motion file in memory. Whatever its bytes are, reading it is safe: it ends with the last whole record.
 class MotionFile {
 public:
@@ -51,6 +57,9 @@ public:
     MotionRecord record(std::size_t index) const;
 
 private:
+    friend MotionBounds motion_bounds(const std::filesystem::path& file);
+
+    MotionFile() = default;
     void read_header(const std::filesystem::path& file);
 
     Bytes bytes_;
@@ -59,5 +68,8 @@ private:
     int camera_ = 0;
     std::int64_t start_ms_ = 0;
 };
+
+/// Without reading it all. Throws Failure as MotionFile does.
+MotionBounds motion_bounds(const std::filesystem::path& file);
 
 }  // namespace plendix

@@ -1,5 +1,7 @@
 #include "record/replacement.h"
 
+#include <unistd.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,11 +26,6 @@ bool only_of(const std::string& text, std::size_t from, const char* characters) 
     return text.find_first_not_of(characters, from) == std::string::npos;
 }
 
-bool is_day_of_events(const std::string& name) {
-    return name.size() == 23 && name.compare(0, 7, "events-") == 0 &&
-           parse_day_folder(name.substr(7, 10)) != 0 && name.compare(17, 6, ".jsonl") == 0;
-}
-
 /// "camera-1.mkv", "camera-1-2.mkv", "camera-1.jpg"
 bool is_whole_movie(const std::string& name) {
     const std::size_t dot = name.find('.');
@@ -40,7 +37,7 @@ bool is_whole_movie(const std::string& name) {
 }
 
 bool is_ours(const std::string& name) {
-    return name == "events.jsonl" || is_day_of_events(name) || is_whole_movie(name) ||
+    return name == "events.jsonl" || parse_event_file(name) != 0 || is_whole_movie(name) ||
            (name.compare(0, 10, "driver.log") == 0 && only_of(name, 10, "0123456789.-"));
 }
 
@@ -57,11 +54,10 @@ void make(const fs::path& folder) {
 }
 
 void remove_if_empty(const fs::path& folder) {
-    std::error_code ignored;
-    fs::remove(folder, ignored);
+    ::rmdir(folder.c_str());  // refused while there is anything in it
 }
 
-void remove_all(const fs::path& folder) {
+void remove_whole(const fs::path& folder) {
     std::error_code error;
     fs::remove_all(folder, error);
     if (error) throw Failure("cannot remove '" + folder.string() + "': " + error.message());
@@ -136,7 +132,7 @@ void settle_replacement(const fs::path& folder) {
     if (fs::exists(folder / replaced))
         move(folder / replaced, folder / (has_segment(folder) ? removed : unfinished));
     if (fs::exists(folder / unfinished)) move_back(folder);
-    if (fs::exists(folder / removed)) remove_all(folder / removed);
+    if (fs::exists(folder / removed)) remove_whole(folder / removed);
 }
 
 Replacement::Replacement(fs::path folder) : folder_(std::move(folder)) {
@@ -168,7 +164,7 @@ Replacement::~Replacement() {
 void Replacement::commit() {
     if (!std::exchange(pending_, false)) return;
     move(folder_ / replaced, folder_ / removed);
-    remove_all(folder_ / removed);
+    remove_whole(folder_ / removed);
 }
 
 }  // namespace plendix

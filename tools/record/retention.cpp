@@ -79,13 +79,6 @@ std::vector<std::string> names_or_none(const fs::path& folder) {
     }
 }
 
-/// "events-2026-11-22.jsonl"
-bool is_event_file_of_a_day(const std::string& name) {
-    constexpr std::size_t prefix = 7, day = 10;
-    return name.size() == prefix + day + 6 && name.substr(0, prefix) == "events-" &&
-           parse_day_folder(name.substr(prefix, day)) != 0 && name.substr(prefix + day) == ".jsonl";
-}
-
 }  // namespace
 
 Retention::Retention(fs::path folder, RetentionLimits limits)
@@ -264,7 +257,7 @@ void Retention::remove_event_files(std::int64_t now_ms, Removed& removed) {
     for (const std::string& name : names_or_none(folder_)) {
         const fs::path file = folder_ / name;
         struct stat status {};
-        if (!is_event_file_of_a_day(name) || !look(file, status) || !S_ISREG(status.st_mode)) continue;
+        if (parse_event_file(name) == 0 || !look(file, status) || !S_ISREG(status.st_mode)) continue;
         if (changed_ms(status) >= now_ms - limits_.keep.count()) continue;
         if (::unlink(file.c_str()) != 0) tell(errno, file, removed);
     }

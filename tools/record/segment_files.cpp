@@ -15,6 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::int64_t widest_offset_ms = 15LL * 3600 * 1000;  // of local time from UTC
+
 struct CloseFolder {
     void operator()(DIR* folder) const { ::closedir(folder); }
 };
@@ -86,6 +88,31 @@ std::vector<SegmentFile> segment_files(const fs::path& folder, int camera, int d
         return std::tie(a.name, a.extension) < std::tie(b.name, b.extension);
     });
     return files;
+}
+
+std::vector<SegmentName> segments_near(const fs::path& folder, int camera, const char* extension,
+                                       std::int64_t from_ms, std::int64_t to_ms) {
+    const std::vector<int> days = recorded_days(folder, camera);
+    const auto begins_late = [&](int day) { return nominal_ms({0, 1, day, 0}) > to_ms + widest_offset_ms; };
+    const auto begins_early = [&](int day) {
+        return nominal_ms({0, 1, day, 0}) < from_ms - widest_offset_ms;
+    };
+    const auto last = std::find_if(days.begin(), days.end(), begins_late);
+    auto first = std::find_if_not(days.begin(), last, begins_early);
+    for (int before = 0; before < 2 && first != days.begin(); ++before)
+        --first;  // a segment of the day before the last of these may go on
+
+    std::vector<SegmentName> names;
+    for (; first != last; ++first)
+        for (const SegmentFile& file : segment_files(folder, camera, *first))
+            if (file.extension == extension && nominal_ms(file.name) <= to_ms + widest_offset_ms)
+                names.push_back(file.name);
+    // A segment is over when the next one begins.
+    auto kept = names.begin();
+    while (names.end() - kept > 1 && nominal_ms(*(kept + 1)) < from_ms - widest_offset_ms)
+        ++kept;
+    names.erase(names.begin(), kept);
+    return names;
 }
 
 std::int64_t changed_ms(const struct stat& status) {

@@ -29,6 +29,11 @@ struct SegmentFile {
 /// The files of one day, sorted by segment. What is no regular file or has another name is left out.
 std::vector<SegmentFile> segment_files(const std::filesystem::path& folder, int camera, int day);
 
+/// Segments of a camera that have a file with this extension and may overlap a span of time (UTC since
+/// 1970), as far as names tell, whatever time zone they are in. Sorted by name.
+std::vector<SegmentName> segments_near(const std::filesystem::path& folder, int camera, const char* extension,
+                                       std::int64_t from_ms, std::int64_t to_ms);
+
 /// Whether the text is a file name that a segment has; fills in time, copy and extension.
 bool parse_segment_file(const std::string& text, SegmentFile& file);
 

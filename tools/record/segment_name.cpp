@@ -107,6 +107,17 @@ int parse_day_folder(std::string_view text) {
     return year * 10000 + month * 100 + day;
 }
 
+std::string event_file(int day) {
+    return "events-" + day_text(day) + ".jsonl";
+}
+
+int parse_event_file(std::string_view text) {
+    constexpr std::size_t prefix = 7, day_length = 10;
+    if (text.size() < prefix + day_length) return 0;
+    const int day = parse_day_folder(text.substr(prefix, day_length));
+    return day != 0 && text == event_file(day) ? day : 0;
+}
+
 bool parse_time_stem(std::string_view text, SegmentName& name) {
     if (text.size() < 8 || text[2] != '-' || text[5] != '-') return false;
     const int hour = digits(text.substr(0, 2));

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <tuple>
 
@@ -47,6 +48,9 @@ std::optional<SegmentName> parse_stem(const std::filesystem::path& stem);
 /// The parts of it: 0 when the text is none.
 int parse_camera_folder(std::string_view text);  // "camera-1"
 int parse_day_folder(std::string_view text);     // "2026-11-23" gives 20261123
+/// Events of a day that is over: "events-2026-11-23.jsonl"; back from it 0 when the text is none.
+std::string event_file(int day);
+int parse_event_file(std::string_view text);
 /// Puts time and copy of "14-00-00" or "14-00-00_02" into the name; false when the text is none.
 bool parse_time_stem(std::string_view text, SegmentName& name);
 

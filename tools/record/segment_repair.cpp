@@ -40,7 +40,8 @@ struct Element {
 struct Layout {
     bool ours = false;
     bool closed = false;
-    std::uint64_t length = 0;         // of the file
+    std::uint64_t length = 0;  // of the file
+    timespec changed{};
     std::uint64_t playable = 0;       // up to the end of the last whole cluster; 0: there is none
     std::optional<Element> segment;   // the element that holds everything
     std::optional<Element> contents;  // a table of the file's parts, which may be gone
@@ -87,6 +88,7 @@ Layout layout_of(int file, const fs::path& movie) {
     if (::fstat(file, &status) != 0)
         throw Failure("cannot read '" + movie.string() + "': " + error_text(errno));
     layout.length = static_cast<std::uint64_t>(status.st_size);
+    layout.changed = status.st_mtim;
     const auto header = element_at(file, 0);
     if (!header || header->id != id_header) {
         layout.ours = layout.length < stump_bytes;
@@ -114,7 +116,7 @@ void overwrite(int file, std::uint64_t at, const std::uint8_t* bytes, std::size_
         throw Failure("cannot repair '" + movie.string() + "': " + error_text(errno));
 }
 
-/// A closing that was interrupted: what it filled in already speaks of parts that are gone.
+/// A closing that was interrupted: what it filled in already speaks of parts that will be gone.
 void withdraw_closing(int file, const Layout& layout, const fs::path& movie) {
     const Element& segment = *layout.segment;
     const std::array<std::uint8_t, 8> unknown{0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
@@ -177,13 +179,11 @@ Repair repair_segment(const fs::path& stem) {
     if (!layout.ours) return Repair::foreign;
     if (layout.closed) return Repair::none;
     if (layout.playable == 0) return removed_segment(stem);
+    if (layout.playable == layout.length && layout.segment->size == unknown_size) return Repair::none;
     withdraw_closing(file.get(), layout, movie);
-    if (layout.playable == layout.length) return Repair::none;
-    struct stat before {};
-    ::fstat(file.get(), &before);
     if (::ftruncate(file.get(), static_cast<off_t>(layout.playable)) != 0)
         throw Failure("cannot repair '" + movie.string() + "': " + error_text(errno));
-    const timespec times[2] = {{0, UTIME_OMIT}, before.st_mtim};  // it still ended when it did
+    const timespec times[2] = {{0, UTIME_OMIT}, layout.changed};  // it still ended when it did
     ::futimens(file.get(), times);
     return Repair::cut;
 }
