@@ -10,6 +10,7 @@
 #include "plugin/host_records.h"
 #include "record/camera_recorder.h"
 #include "record/decode_check.h"
+#include "record/event_text.h"
 #include "record/movie_file.h"
 #include "record/still.h"
 #include "support/folder.h"
@@ -121,7 +122,7 @@ TEST(Documents, AreReadAsEvents) {
          R"("camera":1,"kind":"config","values":{"name":"Camera 1","address":"10.0.0.1","enabled":true,)"
          R"("model":105,"firmware":61750,"serial":"02-50","codec":"h264",)"
          R"("width":64,"height":48,"framerate":9,"quality":4}})"
-         "00:00:00.005  camera 1  settings  64x48 H.264 9 fps, model 105, firmware 61750"},
+         "00:00:00  camera 1: settings 64x48 H.264 9 fps, model 105, firmware 61750"},
         {device_1(R"(<Video><Input Number="0" Motion="1" Time="1" Milliseconds="7" Context="0" /></Video>)"),
          R"({"time":"1970-01-01T00:00:01.007Z","camera":1,"kind":"motion","values":{"active":true}})"},
         {device_1(R"(<Codec><Encoder><Channel Number="0" Connected="0" Time="2" /></Encoder></Codec>)"),
@@ -138,7 +139,7 @@ TEST(Documents, AreReadAsEvents) {
          R"("camera":1,"kind":"config","values":{"removed":true}})"},
         {R"(<Velm Delta="0"><Devices><Device Number="1" Enabled="1" Name="105"><Codec><Encoder>)"
          R"(<Channel Width="65535" Height="65535" Framerate="9"/></Encoder></Codec></Device></Devices></Velm>)",
-         R"("width":0,"height":0,"framerate":9,"quality":0}}00:00:00.005  camera 1  settings  model 105)"},
+         R"("width":0,"height":0,"framerate":9,"quality":0}}00:00:00  camera 1: settings model 105)"},
         {"<Velm><Devices", R"("kind":"unknown","values":{"text":"<Velm><Devices"}})"},
     };
     EXPECT_NE(relay_document(1, 3, false).find(R"(Time="0" Milliseconds="0" Action="3" Alarm="0")"),
