@@ -6,6 +6,7 @@
 
 #include "camera/camera_command.h"
 #include "demo/demo_command.h"
+#include "record/export_command.h"
 #include "record/record_command.h"
 #include "record/search_command.h"
 #include "usage.h"
@@ -21,6 +22,7 @@ int run(int argc, char** argv) {
     plendix::add_demo_command(app, chosen);
     plendix::add_record_command(app, chosen);
     plendix::add_search_command(app, chosen);
+    plendix::add_export_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     try {
         app.parse(argc, argv);
