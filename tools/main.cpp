@@ -13,6 +13,7 @@
 #include "host/signals.h"
 #include "nearest_word.h"
 #include "record/config_command.h"
+#include "record/export_command.h"
 #include "record/record_command.h"
 #include "record/search_command.h"
 #include "usage.h"
@@ -57,6 +58,7 @@ int run(int argc, char** argv) {
     plendix::add_record_command(app, chosen);
     plendix::add_config_command(app, chosen);
     plendix::add_search_command(app, chosen);
+    plendix::add_export_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {
