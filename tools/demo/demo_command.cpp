@@ -1,6 +1,7 @@
 #include "demo/demo_command.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <array>
@@ -12,7 +13,7 @@
 #include "camera/fleet.h"
 #include "camera/wire/privilege.h"
 #include "host/command_values.h"
-#include "host/plugin_library.h"
+#include "host/session.h"
 #include "record/recording.h"
 #include "usage.h"
 
@@ -76,10 +77,10 @@ std::vector<CameraSettings> settings_of(const std::vector<camera::Config>& camer
 std::vector<Step> happenings(camera::Fleet& fleet, milliseconds duration) {
     constexpr int action = 1;
     return {
-        {duration * 2 / 10, [&fleet](PluginLibrary&) { fleet.set_trigger(0, true); }},
+        {duration * 2 / 10, [&fleet](Session&) { fleet.set_trigger(0, true); }},
         {duration * 3 / 10, [](auto& plugin) { plugin.write(recording_document(2, action, true)); }},
         {duration * 4 / 10, [](auto& plugin) { plugin.write(relay_document(1, action, true)); }},
-        {duration * 5 / 10, [&fleet](PluginLibrary&) { fleet.set_trigger(0, false); }},
+        {duration * 5 / 10, [&fleet](Session&) { fleet.set_trigger(0, false); }},
         {duration * 6 / 10, [](auto& plugin) { plugin.write(recording_document(2, action, false)); }},
         {duration * 7 / 10, [](auto& plugin) { plugin.write(relay_document(1, action, false)); }},
     };
@@ -92,7 +93,9 @@ RecordingPlan plan_of(const DemoOptions& options, const std::vector<camera::Conf
     plan.duration = parse_seconds(options.seconds);
     if (plan.duration < milliseconds(1)) throw UsageError("--seconds 0 shows nothing: 10 is a good length");
     plan.cameras = settings_of(cameras);
-    plan.replace = true;
+    plan.rules.replace = true;
+    plan.check = plan.rules.remember_files = true;
+    plan.screen = screen_options(STDERR_FILENO);
     plan.faults_expected = !options.faults.empty();
     return plan;
 }

@@ -193,7 +193,7 @@ private:
             writer_ = std::make_unique<MatroskaWriter>(file_, source.format, time_ms);
             clip_.first_ms = time_ms;
         }
-        writer_->write(reader.picture(), reader.key(), time_ms);
+        writer_->write(reader.picture(), reader.key(), time_ms - clip_.first_ms);
         clip_.last_ms = time_ms;
         ++clip_.frames;
     }

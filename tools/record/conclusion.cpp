@@ -34,7 +34,8 @@ public:
         const std::vector<fs::path> stills = make_stills();
         const bool good = judge();
         if (!plan_.screen.quiet || !good) print_remarks(std::cerr, rows_, end);
-        if (good && checked()) std::cerr << "all " << decoded() << " recorded frames decoded without an error\n";
+        if (good && checked())
+            std::cerr << "all " << decoded() << " recorded frames decoded without an error\n";
         print_table(std::cout, rows_, end);
         print_files(stills);
         return good ? exit_done : exit_failed;

@@ -210,6 +210,7 @@ RecordOptions read_options(const ConfigTable& root) {
     const auto table = root.table("record");
     if (!table) return options;
     if (const auto output = table->text("output")) options.output = *output;
+    if (const auto state = table->text("state")) options.state = *state;
     if (options.output.empty()) table->refuse("output", "output is empty: name a folder");
     if (const auto plugin = table->text("plugin")) options.plugin = *plugin;
     read_duration(*table, "duration", options.duration);

@@ -11,6 +11,7 @@
 #include "host/document_reader.h"
 #include "host/plugin_library.h"
 #include "host/process_state.h"
+#include "host/signals.h"
 #include "plugin/host_records.h"
 #include "usage.h"
 

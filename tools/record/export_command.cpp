@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ffmpeg.h"
-#include "host/process_state.h"
+#include "host/signals.h"
 #include "record/clip_export.h"
 #include "record/clock_text.h"
 #include "usage.h"

@@ -20,8 +20,10 @@ dev_t device_of(fs::path path) {
     return found.st_dev;
 }
 
-std::optional<std::uint64_t> blocks_in_bytes(const fs::path& folder, fsblkcnt_t(struct statvfs::*blocks)) {
-    struct statvfs disk {};
+using DiskSizes = struct statvfs;
+
+std::optional<std::uint64_t> bytes_of(const fs::path& folder, fsblkcnt_t DiskSizes::*blocks) {
+    DiskSizes disk{};
     if (statvfs(folder.c_str(), &disk) != 0) return std::nullopt;
     return std::uint64_t{disk.*blocks} * disk.f_frsize;
 }
@@ -58,11 +60,11 @@ fs::path RecordFolder::free_stem(int camera, std::int64_t time_ms) const {
 }
 
 std::optional<std::uint64_t> RecordFolder::free_bytes() const {
-    return blocks_in_bytes(root_, &statvfs::f_bavail);
+    return bytes_of(root_, &DiskSizes::f_bavail);
 }
 
 std::optional<std::uint64_t> RecordFolder::disk_bytes() const {
-    return blocks_in_bytes(root_, &statvfs::f_blocks);
+    return bytes_of(root_, &DiskSizes::f_blocks);
 }
 
 }  // namespace plendix

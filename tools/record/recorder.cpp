@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "host/clocks.h"
+#include "record/record_options.h"
 #include "record/segment_repair.h"
 
 namespace plendix {
@@ -35,6 +36,17 @@ std::unique_ptr<Replacement> prepare(const RecordFolder& folder, bool replace) {
 }
 
 }  // namespace
+
+RecorderRules rules_of(const RecordOptions& options) {
+    RecorderRules rules;
+    rules.segment = options.segment;
+    rules.names = options.local_names ? TimeNames::local : TimeNames::utc;
+    rules.limits = {options.keep, options.keep_size, options.keep_per_camera};
+    rules.motion_hold = options.motion_hold;
+    rules.replace = options.replace;
+    rules.all_events = options.all_events;
+    return rules;
+}
 
 Recorder::Recorder(OutputQueue& queue, const fs::path& root, const RecorderRules& rules)
     : queue_(queue),

@@ -23,6 +23,8 @@
 
 namespace plendix {
 
+struct RecordOptions;
+
 struct RecorderRules {
     std::chrono::milliseconds segment{0};  // 0: one segment as long as the recording goes on
     TimeNames names = TimeNames::utc;
@@ -32,6 +34,8 @@ struct RecorderRules {
     bool all_events = false;      // as they come, without hold and digest
     bool remember_files = false;  // all segments of this recording, for a check at its end
 };
+
+RecorderRules rules_of(const RecordOptions& options);
 
 class Recorder {
 public:

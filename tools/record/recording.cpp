@@ -27,10 +27,6 @@ constexpr auto longest_wait = 50ms;               // signals and the screen wait
 constexpr auto disk_patience = 8s;                // for the last frames: a service is killed after ten
 constexpr auto log_period = 1min;
 
-fs::path absolute(const fs::path& folder) {
-    return fs::absolute(folder).lexically_normal();
-}
-
 /// "25 of 30 cameras live"
 std::string summary(const std::vector<CameraState>& cameras) {
     const auto live = std::count_if(cameras.begin(), cameras.end(), [](const CameraState& camera) {
@@ -136,8 +132,8 @@ int record(const RecordingPlan& plan) {
     av_log_set_level(AV_LOG_ERROR);
     Session session(plan.plugin, plan.cameras);
     OutputQueue queue(queue_bytes);
-    Recorder recorder(queue, absolute(plan.output), plan.rules);
-    const WorkingDirectory inside(plan.state.empty() ? recorder.root() : absolute(plan.state));
+    Recorder recorder(queue, plan.output, plan.rules);
+    const WorkingDirectory inside(plan.state.empty() ? recorder.root() : plan.state);
     session.attach(queue);
     Screen screen(std::cerr, plan.screen);
     StopSignals signals(StopSignals::Again::counts,
