@@ -20,7 +20,9 @@ auto parse(const ConfigTable& table, const std::string& key, const std::string& 
     try {
         return parser(text);
     } catch (const UsageError& error) {
-        table.refuse(key, error.what());
+        const std::string text_of_error = error.what();
+        const bool named = text_of_error.compare(0, key.size(), key) == 0;
+        table.refuse(key, named ? text_of_error : key + ": " + text_of_error);
     }
 }
 
