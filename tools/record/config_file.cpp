@@ -202,9 +202,10 @@ void read_duration(const ConfigTable& table, const char* key, std::chrono::milli
 
 bool read_local_names(const ConfigTable& table) {
     const auto names = table.text("names");
-    if (!names || *names == "utc") return false;
-    if (*names == "local") return true;
-    table.refuse("names", "names '" + *names + "' is neither utc nor local");
+    if (names && *names != "utc" && *names != "local") {
+        table.refuse("names", "names '" + *names + "' is neither utc nor local");
+    }
+    return names == "local";
 }
 
 RecordOptions read_options(const ConfigTable& root) {
