@@ -15,7 +15,8 @@ constexpr int whole_sensor = 65535;
 bool has_own_shape(const CameraSettings& camera);
 
 /// Configuration document that creates or changes these cameras, each with every setting but those of
-/// `picture_document`.
+/// `picture_document`. An old one to which a size was given keeps to half resolution even when none is
+/// wanted any more: it has to be removed first.
 std::string configure_document(const std::vector<CameraSettings>& cameras);
 
 /// Configuration document with the values that the driver reads from a camera at each connection and

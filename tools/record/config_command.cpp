@@ -75,13 +75,11 @@ void add_config_command(CLI::App& app, std::function<int()>& chosen) {
 
     CLI::App* showing =
         command->add_subcommand("show", "Configure the cameras and print what they have then");
-    showing->description(
-        "Loads the plug-in, configures the cameras of the file, and prints what the driver reports of\n"
-        "each as soon as it sends pictures, in the form of a configuration file. Waits 15 seconds at most\n"
-        "and records nothing.");
     showing->footer(
-        "A camera that does not answer stands there as the file has it, with a comment. Exit code 1: there\n"
-        "is such a camera, or one that is not supported.");
+        "Loads the plug-in, configures the cameras of the file, waits 15 seconds at most until they send\n"
+        "pictures, and prints what the driver reports of them in the form of a configuration file. Records\n"
+        "nothing. A camera that sends none stands there as the file has it, below a comment. Exit code 1:\n"
+        "there is such a camera.");
     showing->add_option("file", options->file, "configuration file")->required();
     showing->add_option("--plugin", options->plugin,
                         "the plug-in to load; without it as for 'plendix record'");

@@ -20,7 +20,9 @@ auto parse(const ConfigTable& table, const std::string& key, const std::string& 
     try {
         return parser(text);
     } catch (const UsageError& error) {
-        table.refuse(key, error.what());
+        const std::string text_of_error = error.what();
+        const bool named = text_of_error.compare(0, key.size(), key) == 0;
+        table.refuse(key, named ? text_of_error : key + ": " + text_of_error);
     }
 }
 
@@ -200,9 +202,10 @@ void read_duration(const ConfigTable& table, const char* key, std::chrono::milli
 
 bool read_local_names(const ConfigTable& table) {
     const auto names = table.text("names");
-    if (!names || *names == "utc") return false;
-    if (*names == "local") return true;
-    table.refuse("names", "names '" + *names + "' is neither utc nor local");
+    if (names && *names != "utc" && *names != "local") {
+        table.refuse("names", "names '" + *names + "' is neither utc nor local");
+    }
+    return names == "local";
 }
 
 RecordOptions read_options(const ConfigTable& root) {

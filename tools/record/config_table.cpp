@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "nearest_word.h"
@@ -38,13 +37,18 @@ struct ConfigTable::Content {
 
 namespace {
 
+constexpr std::size_t longest_file = 16U << 20U;
+
 std::string read_text(const fs::path& file) {
-    std::ifstream stream(file);
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
     std::error_code ignored;
-    if (stream && !fs::is_directory(file, ignored)) return text;
-    throw UsageError("'" + file.string() + "' cannot be read: " +
-                     (fs::is_directory(file, ignored) ? "it is a folder" : error_text(errno)));
+    if (fs::is_directory(file, ignored)) throw UsageError("'" + file.string() + "' is a folder, not a file");
+    std::ifstream stream(file, std::ios::binary);
+    std::string text(longest_file, '\0');
+    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(stream.gcount()));
+    if (stream) throw UsageError("'" + file.string() + "' has more than 16 MiB: it is no configuration");
+    if (stream.eof()) return text;
+    throw UsageError("'" + file.string() + "' cannot be read: " + error_text(errno));
 }
 
 const char* type_name(const toml::node& node) {
@@ -65,14 +69,15 @@ const char* type_name(const toml::node& node) {
     }
 }
 
-/// The line of the file on which a line of a text stands: the first one may be that of the quotes.
+/// The line of the file on which a line of a text stands.
 unsigned line_within(const toml::node& node, unsigned text_line) {
-    const auto begin = node.source().begin.line;
+    const auto& [begin, end, path] = node.source();
     const toml::value<std::string>* text = node.as_string();
-    if (text == nullptr) return begin;
+    if (text == nullptr) return begin.line;
     const auto breaks = std::count(text->get().begin(), text->get().end(), '\n');
-    const unsigned trimmed = node.source().end.line - begin > breaks ? 1 : 0;
-    return begin + trimmed + text_line;
+    if (end.line < begin.line + breaks) return begin.line;            // written as \n, all on one line
+    const unsigned trimmed = end.line - begin.line > breaks ? 1 : 0;  // the one behind the quotes
+    return begin.line + trimmed + text_line;
 }
 
 std::string written(double number) {
