@@ -70,6 +70,12 @@ TEST(CameraRecorder, EachFormatHasAFileAndDeltasNeedTheirKeyFrame) {
         EXPECT_EQ((std::array{result.packets, result.decoded, result.faulty}), expected[i]) << i;
         EXPECT_GT(std::filesystem::file_size(write_still(recorder.files()[i])), 100U);
     }
+    std::vector<double> parts;
+    const DecodeResult begun = check_file(recorder.files()[0], [&parts](double part) {
+        parts.push_back(part);
+        return parts.size() < 3;
+    });
+    EXPECT_TRUE(begun.ended && !begun.clean() && begun.packets == 3 && parts[1] > parts[0] && parts[2] < 1);
     MovieFile movie(recorder.files()[0]);
     const LibavPointer<AVPacket> packet(av_packet_alloc());
     for (const int at : {0, 40, 80, 80, 160, 200, 240, 280, 1280, 1320}) {

@@ -31,6 +31,12 @@ std::size_t limit(Weight weight) {
     return 56;
 }
 
+void sort_by_time(std::vector<EventLine>& lines) {
+    std::stable_sort(lines.begin(), lines.end(), [](const EventLine& one, const EventLine& other) {
+        return one.time_ms < other.time_ms;
+    });
+}
+
 }  // namespace
 
 void EventLines::add(const Event& event, Weight weight, Time now) {
@@ -41,13 +47,11 @@ void EventLines::add(const Event& event, Weight weight, Time now) {
         return;
     }
     Group& group = groups_[words];
-    if (group.events == 0) {
-        group.time_ms = event.time_ms;
-        group.opened = now;
-    }
+    if (group.events == 0) group.opened = now;
     group.weight = std::max(group.weight, weight);
     group.events += repeated;
     group.cameras.insert(event.camera);
+    group.time_ms = event.time_ms;
     group.words = event_words(event);
 }
 
@@ -70,6 +74,7 @@ std::vector<EventLine> EventLines::due(Time now) {
             }
         }
     }
+    sort_by_time(lines);
     tell_left_out(now, lines);
     return lines;
 }
@@ -79,6 +84,7 @@ std::vector<EventLine> EventLines::flush(Time now) {
     for (const auto& [words, group] : groups_)
         if (group.weight > Weight::minor) tell(words, group, now, lines);
     groups_.clear();
+    sort_by_time(lines);
     return lines;
 }
 
@@ -98,15 +104,15 @@ void EventLines::tell(const std::string& words, const Group& group, Time now, st
     std::string text = group.events == 1 ? group.words : words;
     const auto each = static_cast<std::int64_t>(group.cameras.size());
     if (group.events > each) text += " (" + std::to_string(group.events) + " times)";
-    lines.push_back({group.weight, told_line(group.time_ms, subject, text)});
+    lines.push_back({group.weight, told_line(group.time_ms, subject, text), group.time_ms});
     told_[words] = now;
     minute_.push_back(now);
 }
 
 void EventLines::tell_left_out(Time now, std::vector<EventLine>& lines) {
     if (left_out_ == 0 || now - left_out_told_ < period) return;
-    lines.push_back(
-        {Weight::fact, "          and " + std::to_string(left_out_) + " events more, in events.jsonl"});
+    const std::string text = "and " + std::to_string(left_out_) + " events more, in events.jsonl";
+    lines.push_back({Weight::fact, std::string(10, ' ') + text, 0});
     left_out_ = 0;
     left_out_told_ = now;
     minute_.push_back(now);

@@ -18,6 +18,7 @@ namespace plendix {
 struct EventLine {
     Weight weight;
     std::string text;
+    std::int64_t time_ms;  // UTC since 1970
 };
 
 /// One thread.
@@ -26,7 +27,7 @@ public:
     using Time = std::chrono::steady_clock::time_point;
 
     void add(const Event& event, Weight weight, Time now);
-    /// Those that are due now, what matters most first.
+    /// Those that are due now. What matters most gets its room first, the lines come in order of time.
     std::vector<EventLine> due(Time now);
     /// At the end: what still waits.
     std::vector<EventLine> flush(Time now);
@@ -35,9 +36,9 @@ private:
     struct Group {
         Weight weight = Weight::detail;
         std::set<int> cameras;
-        std::int64_t time_ms = 0;  // of the first event
         std::int64_t events = 0;
-        std::string words;  // of the last one
+        std::int64_t time_ms = 0;  // of the last one, as its words
+        std::string words;
         Time opened{};
     };
     using Groups = std::map<std::string, Group>;  // by the words that the events have in common

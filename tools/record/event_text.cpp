@@ -29,6 +29,11 @@ std::string settings_words(const Values& values) {
     return text;
 }
 
+/// The driver tells of a configuration several times while it learns a camera.
+bool is_settled(const Values& values) {
+    return values.contains("removed") || (values.value("model", 0) > 0 && values.value("width", 0) > 0);
+}
+
 bool active(const Values& values) {
     return values.value("active", false);
 }
@@ -116,8 +121,7 @@ Weight weight_of_log(const Event& event) {
 Weight weight_of(const Event& event) {
     switch (event.kind) {
         case EventKind::config:
-            return event.values.contains("removed") || event.values.value("width", 0) > 0 ? Weight::fact
-                                                                                          : Weight::detail;
+            return is_settled(event.values) ? Weight::fact : Weight::detail;
         case EventKind::motion:
             if (active(event.values)) return Weight::motion;
             return event.values.contains("seconds") ? Weight::minor : Weight::detail;

@@ -56,7 +56,7 @@ void Screen::show_event(Event event, Time now) {
     const Weight weight = weight_here(event);
     if (weight == Weight::detail && !options_.verbose && !options_.all_events) return;
     if (weight < Weight::trouble && options_.quiet) return;
-    if (options_.all_events) return add_lines({{weight, human_line(event)}});
+    if (options_.all_events) return add_lines({{weight, human_line(event), event.time_ms}});
     without_subject(event);
     lines_.add(event, weight, now);
 }
@@ -95,7 +95,7 @@ void Screen::without_subject(Event& event) const {
 }
 
 void Screen::add_lines(const std::vector<EventLine>& lines) {
-    for (const auto& [weight, text] : lines) {
+    for (const auto& [weight, text, time_ms] : lines) {
         if (!options_.terminal) {
             waiting_ += cut(text, longest_log_line) + '\n';
             continue;
@@ -160,6 +160,7 @@ void Screen::draw() {
     std::vector<std::string> next;
     if (options_.terminal) {
         status_.rates = meter_.over(rate_window);
+        status_.rates.written = meter_.over(line_period).written;  // what is left by it would jump
         const bool calm = status_.troubles.empty() && status_.numbers.paused.empty();
         if (!options_.quiet || !calm) next = block();
     }
@@ -178,7 +179,8 @@ std::vector<std::string> Screen::block() const {
     return status_block(status_, columns, std::min(most_block_lines, clamped(options_.height - 2, 2)));
 }
 
-/// The cursor stands below the block; a terminal that became narrower has broken its lines.
+/// The cursor stands below the block; a terminal that became narrower has broken its lines. Row by row,
+/// because some terminals keep a screen that is cleared as a whole in what one can scroll back to.
 std::string Screen::erased() {
     if (drawn_.empty()) return {};
     const std::size_t width = clamped(options_.width, 1);
@@ -186,14 +188,17 @@ std::string Screen::erased() {
     for (const std::string& line : drawn_)
         rows += std::max<std::size_t>((columns_of(line) + width - 1) / width, 1);
     drawn_.clear();
-    return "\r\x1B[" + std::to_string(rows) + "A\x1B[J";
+    std::string text = "\r\x1B[2K";
+    for (; rows > 0; --rows)
+        text += "\x1B[1A\x1B[2K";
+    return text;
 }
 
 void Screen::say(const std::string& line) {
     const std::vector<std::string> block = drawn_;
     std::string text = erased() + waiting_;
     waiting_.clear();
-    add_lines({{Weight::trouble, printable(line)}});
+    add_lines({{Weight::trouble, printable(line), 0}});
     text += waiting_;
     waiting_.clear();
     for (const std::string& row : block)

@@ -11,9 +11,11 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr seconds same_day{20 * 3600};  // older times are told with their day
-constexpr std::size_t block_camera_columns = 30;
-constexpr std::size_t line_camera_columns = 60;
+constexpr seconds same_day{20 * 3600};      // older times are told with their day
+constexpr std::size_t motion_columns = 10;  // of its line, before the cameras
+constexpr std::size_t mark_columns = 2;     // in front of every line of the block
+constexpr std::size_t least_name = 4;       // columns; a shorter one says nothing
+constexpr std::size_t log_columns = 120;    // for one trouble in a line of many
 
 const char* adjective(TroubleKind kind) {
     switch (kind) {
@@ -39,20 +41,28 @@ std::string since_words(const Trouble& trouble, Status::Time now) {
     return "since " + clock_words(trouble.since_ms, span > same_day) + " (" + span_words(span) + ')';
 }
 
-std::string one_trouble(const Trouble& trouble, Status::Time now) {
-    std::string text = "camera " + std::to_string(trouble.camera) + ' ';
-    if (!trouble.name.empty()) text += '\'' + trouble.name + "' ";
-    text += adjective(trouble.kind);
+/// "silent since 14:03:05 (2 min)"
+std::string what_words(const Trouble& trouble, Status::Time now) {
+    const std::string text = adjective(trouble.kind);
     if (trouble.kind == TroubleKind::refused && !trouble.refusal.empty())
         return text + ": " + trouble.refusal;
-    if (trouble.kind == TroubleKind::not_reached) text += " at " + trouble.address;
-    text += ' ' + since_words(trouble, now);
-    return trouble.lost > 0 ? text + ", " + std::to_string(trouble.lost) + " lost" : text;
+    const std::string place = trouble.kind == TroubleKind::not_reached ? " at " + trouble.address : "";
+    const std::string lost = trouble.lost > 0 ? ", " + std::to_string(trouble.lost) + " lost" : "";
+    return text + place + ' ' + since_words(trouble, now) + lost;
 }
 
-/// "cameras 3, 7-9 silent, the first since 14:03:05 (2 min)"
+/// The name takes what the rest leaves of the columns.
+std::string one_trouble(const Trouble& trouble, Status::Time now, std::size_t columns) {
+    const std::string camera = "camera " + std::to_string(trouble.camera) + ' ';
+    const std::string what = what_words(trouble, now);
+    const std::size_t taken = camera.size() + what.size() + 3;  // quotes and a space
+    if (trouble.name.empty() || taken + least_name > columns) return camera + what;
+    return camera + '\'' + cut(trouble.name, columns - taken) + "' " + what;
+}
+
+/// "cameras 3, 7-9 silent since 14:03:05 (2 min)": that is, the first of them.
 std::string many_troubles(const std::vector<Trouble>& troubles, Status::Time now, std::size_t columns) {
-    if (troubles.size() == 1) return one_trouble(troubles.front(), now);
+    if (troubles.size() == 1) return one_trouble(troubles.front(), now, columns);
     std::set<int> cameras;
     std::uint64_t lost = 0;
     const Trouble* first = &troubles.front();
@@ -61,9 +71,9 @@ std::string many_troubles(const std::vector<Trouble>& troubles, Status::Time now
         lost += trouble.lost;
         if (trouble.since < first->since) first = &trouble;
     }
-    const std::string text = camera_words(cameras, columns) + ' ' + adjective(first->kind) + ", the first " +
-                             since_words(*first, now);
-    return lost > 0 ? text + ", " + std::to_string(lost) + " lost" : text;
+    std::string what = std::string(1, ' ') + adjective(first->kind) + ' ' + since_words(*first, now);
+    if (lost > 0) what += ", " + std::to_string(lost) + " lost";
+    return camera_words(cameras, columns - std::min(columns, what.size())) + what;
 }
 
 /// One line for each while they find room, the kinds with the most cameras joined first.
@@ -91,7 +101,7 @@ std::vector<std::string> trouble_lines(const Status& status, std::size_t most, s
             continue;
         }
         for (const Trouble& trouble : troubles)
-            lines.push_back(one_trouble(trouble, status.now));
+            lines.push_back(one_trouble(trouble, status.now, columns));
     }
     return lines;
 }
@@ -131,15 +141,16 @@ std::vector<std::string> recorder_troubles(const RecorderNumbers& numbers) {
 }  // namespace
 
 std::vector<std::string> status_block(const Status& status, std::size_t columns, std::size_t most) {
-    const std::string title =
-        "--- " + live_words(status) + ", " + span_words(whole_seconds(status.began, status.now)) + ' ';
+    const std::string title = "--- " + live_words(status) + ", running " +
+                              span_words(whole_seconds(status.began, status.now)) + ' ';
     std::vector<std::string> sums{rate_words(status), disk_words(status)};
     if (!status.moving.empty())
-        sums.insert(sums.begin(), "motion: " + camera_words(status.moving, columns / 2));
+        sums.insert(sums.begin(),
+                    "motion: " + camera_words(status.moving, columns - std::min(columns, motion_columns)));
     std::vector<std::string> wrong = recorder_troubles(status.numbers);
     const std::size_t others = 1 + wrong.size() + sums.size();
     const std::size_t room = most > others ? most - others : 1;
-    const auto troubles = trouble_lines(status, room, std::min(columns / 2, block_camera_columns));
+    const auto troubles = trouble_lines(status, room, columns - std::min(columns, mark_columns));
     wrong.insert(wrong.end(), troubles.begin(), troubles.end());
 
     std::vector<std::string> lines{title + std::string(columns - std::min(columns, title.size()), '-')};
@@ -157,7 +168,7 @@ std::string status_line(const Status& status) {
     std::string text;
     for (const auto& line : recorder_troubles(status.numbers))
         text += line + "; ";
-    for (const auto& line : trouble_lines(status, 3, line_camera_columns))
+    for (const auto& line : trouble_lines(status, 3, log_columns))
         text += line + "; ";
     return text + live_words(status) + ", " + rate_words(status) + ", " + disk_words(status);
 }

@@ -24,6 +24,17 @@ std::int64_t wall_ms(const CameraState& state, Time time) {
     return state.since_ms + std::chrono::duration_cast<milliseconds>(time - state.since).count();
 }
 
+Trouble trouble_with(const CameraState& state, TroubleKind kind) {
+    Trouble trouble;
+    trouble.kind = kind;
+    trouble.camera = state.number;
+    const std::string name = printable(state.name);
+    if (name != "Camera " + std::to_string(state.number)) trouble.name = cut(name, longest_name);
+    trouble.address = printable(state.address);
+    trouble.refusal = printable(state.refusal);
+    return trouble;
+}
+
 std::optional<TroubleKind> kind_of(const CameraState& state, Time now) {
     switch (state.condition) {
         case CameraCondition::silent:
@@ -63,25 +74,20 @@ void TroubleWatch::count(const CameraState& state, Time now) {
     }
 }
 
-std::optional<Trouble> TroubleWatch::trouble_of(const CameraState& state, Time now) {
-    Trouble trouble;
-    trouble.camera = state.number;
-    const std::string plain = printable(state.name);
-    if (plain != "Camera " + std::to_string(state.number)) trouble.name = cut(plain, longest_name);
-    trouble.address = printable(state.address);
+std::optional<Trouble> TroubleWatch::trouble_of(const CameraState& state, Time now) const {
     if (const auto kind = kind_of(state, now)) {
-        trouble.kind = *kind;
+        Trouble trouble = trouble_with(state, *kind);
         trouble.since = state.since;
         trouble.since_ms = state.since_ms;
-        trouble.refusal = printable(state.refusal);
         return trouble;
     }
-    const Losses& losses = losses_[state.number];
-    trouble.lost = lost(state) - losses.before;
-    if (state.condition != CameraCondition::live || !losses.since || trouble.lost < many_losses) return {};
-    trouble.kind = TroubleKind::losing;
+    const Losses& losses = losses_.at(state.number);
+    const std::uint64_t count = lost(state) - losses.before;
+    if (state.condition != CameraCondition::live || !losses.since || count < many_losses) return {};
+    Trouble trouble = trouble_with(state, TroubleKind::losing);
     trouble.since = *losses.since;
-    trouble.since_ms = wall_ms(state, *losses.since);
+    trouble.since_ms = wall_ms(state, trouble.since);
+    trouble.lost = count;
     return trouble;
 }
 

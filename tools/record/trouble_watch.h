@@ -40,7 +40,7 @@ private:
         std::optional<Time> since;  // nothing: no trouble
     };
 
-    std::optional<Trouble> trouble_of(const CameraState& state, Time now);
+    std::optional<Trouble> trouble_of(const CameraState& state, Time now) const;
     void count(const CameraState& state, Time now);
 
     std::map<int, Losses> losses_;  // by camera
