@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 struct Source {
     fs::path movie;
     std::int64_t start_ms = 0;
-    std::uint64_t playable = 0;  // bytes
+    Playable playable{};
     PictureFormat format{};
 };
 
@@ -54,8 +54,13 @@ public:
     }
     /// False at the end of what can be played.
     bool next() {
-        if (!movie_.read(*packet_)) return false;
-        return packet_->pos < 0 || static_cast<std::uint64_t>(packet_->pos) < source_.playable;
+        try {
+            if (!movie_.read(*packet_)) return false;
+        } catch (const Failure&) {
+            if (source_.playable.closed) throw;
+            return false;  // a picture that is just being written
+        }
+        return packet_->pos < 0 || static_cast<std::uint64_t>(packet_->pos) < source_.playable.bytes;
     }
     std::int64_t time_ms() const {
         return source_.start_ms + av_rescale_q(packet_->pts, movie_.video().time_base, {1, 1000});
@@ -74,8 +79,8 @@ std::optional<Source> open_source(const fs::path& file) {
     Source source;
     source.movie = file;
     try {
-        source.playable = playable_bytes(file);
-        if (source.playable == 0) return std::nullopt;
+        source.playable = playable_part(file);
+        if (source.playable.bytes == 0) return std::nullopt;
         const MovieFile movie(file);
         source.start_ms = movie.start_ms();
         source.format = format_of(movie);

@@ -23,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t most_failures = 3;            // in one call: the disk may refuse them all
 constexpr std::chrono::minutes retry_period{10};    // until what could not be removed is tried again
+constexpr std::chrono::seconds measure_period{5};   // between looks at the sizes of open segments
 constexpr std::chrono::hours event_file_period{1};  // between looks at the files of events
 
 bool look(const fs::path& file, struct stat& status) {
@@ -125,12 +126,12 @@ Removed Retention::sweep(std::int64_t now_ms, const Stems& open) {
     Removed removed;
     if (!limits_.any() || !reachable(removed)) return removed;
     retry_failed();
-    const Names names = sorted_names(open);
+    look_at_open(open);
     if (limits_.keep.count() > 0) {
-        remove_aged(now_ms, names, removed);
+        remove_aged(now_ms, removed);
         remove_event_files(now_ms, removed);
     }
-    if (limits_.keep_bytes > 0) remove_surplus(open, names, removed);
+    if (limits_.keep_bytes > 0) remove_surplus(removed);
     return removed;
 }
 
@@ -140,13 +141,13 @@ Removed Retention::free_space(std::uint64_t wanted, const Stems& open) {
     removed.enough = available >= wanted;
     if (removed.enough || !limits_.any() || !reachable(removed)) return removed;
     retry_failed();
-    const Names names = sorted_names(open);
+    look_at_open(open);
     // What was removed counts as available: a file system may give it back later, and then more
     // than necessary would go.
     while (available + removed.bytes < wanted && goes_on()) {
         Camera* camera = oldest();
         if (camera == nullptr) break;
-        remove_oldest(*camera, names, removed);
+        remove_oldest(*camera, removed);
     }
     removed.enough = available + removed.bytes >= wanted || available_bytes(folder_) >= wanted;
     return removed;
@@ -184,6 +185,23 @@ std::uint64_t Retention::bytes() const {
                            [](std::uint64_t sum, const auto& camera) { return sum + camera.second.bytes; });
 }
 
+void Retention::look_at_open(const Stems& stems) {
+    const auto now = Clock::now();
+    const bool others = stems != open_.stems;
+    if (!others && now - open_.measured < measure_period) return;
+    if (others) open_.names = sorted_names(stems);
+    open_.stems = stems;
+    open_.measured = now;
+    open_.bytes.clear();
+    open_.all_bytes = 0;
+    if (limits_.keep_bytes == 0) return;
+    for (const SegmentName& name : open_.names) {
+        const std::uint64_t bytes = measure(folder_ / stem_path(name)).first;
+        open_.bytes[name.camera] += bytes;
+        open_.all_bytes += bytes;
+    }
+}
+
 /// The camera whose first segment ended before all others; null when there is no segment.
 Retention::Camera* Retention::oldest() {
     Camera* found = nullptr;
@@ -196,11 +214,11 @@ Retention::Camera* Retention::oldest() {
 
 /// Takes the camera's first segment out of the list, whatever becomes of its files. One that is
 /// open does not belong there; it comes back when it is closed.
-void Retention::remove_oldest(Camera& camera, const Names& open, Removed& removed) {
+void Retention::remove_oldest(Camera& camera, Removed& removed) {
     const Segment segment = camera.segments.front();
     camera.segments.pop_front();
     camera.bytes -= segment.bytes;
-    if (contains(open, segment.name)) return;
+    if (contains(open_.names, segment.name)) return;
     if (const int error = remove_files(segment.name); error != 0) {
         failed_.push_back(segment);
         ++failures_;
@@ -221,33 +239,25 @@ int Retention::remove_files(const SegmentName& name) const {
     return 0;
 }
 
-void Retention::remove_aged(std::int64_t now_ms, const Names& open, Removed& removed) {
+void Retention::remove_aged(std::int64_t now_ms, Removed& removed) {
     const std::int64_t limit_ms = now_ms - limits_.keep.count();
     for (Camera* camera = oldest(); camera != nullptr && goes_on(); camera = oldest()) {
         if (camera->segments.front().end_ms >= limit_ms) return;
-        remove_oldest(*camera, open, removed);
+        remove_oldest(*camera, removed);
     }
 }
 
-void Retention::remove_surplus(const Stems& stems, const Names& open, Removed& removed) {
-    std::map<int, std::uint64_t> open_bytes;
-    std::uint64_t all_open = 0;
-    for (const auto& stem : stems) {
-        const auto name = parse_stem(stem);
-        const std::uint64_t bytes = measure(folder_ / stem).first;
-        all_open += bytes;
-        if (name) open_bytes[name->camera] += bytes;
-    }
+void Retention::remove_surplus(Removed& removed) {
     if (!limits_.per_camera) {
         Camera* camera = nullptr;
-        while (bytes() + all_open > limits_.keep_bytes && goes_on() && (camera = oldest()) != nullptr)
-            remove_oldest(*camera, open, removed);
+        while (bytes() + open_.all_bytes > limits_.keep_bytes && goes_on() && (camera = oldest()) != nullptr)
+            remove_oldest(*camera, removed);
         return;
     }
     for (auto& [number, camera] : cameras_)
-        while (camera.bytes + open_bytes[number] > limits_.keep_bytes && !camera.segments.empty() &&
+        while (camera.bytes + open_.bytes[number] > limits_.keep_bytes && !camera.segments.empty() &&
                goes_on())
-            remove_oldest(camera, open, removed);
+            remove_oldest(camera, removed);
 }
 
 void Retention::remove_event_files(std::int64_t now_ms, Removed& removed) {

@@ -44,7 +44,8 @@ public:
     /// A segment has been closed.
     void added(const std::filesystem::path& stem);
     /// Removes what the limits do not allow, the oldest first, with the folders of days that became
-    /// empty. Without anything to remove it costs microseconds. Does not throw.
+    /// empty. Without anything to remove it costs microseconds; the sizes of open segments are looked up
+    /// anew when others are open, and every five seconds. Does not throw.
     Removed sweep(std::int64_t now_ms, const Stems& open);
     /// Removes the oldest until the file system has so many bytes available: only with a limit set.
     Removed free_space(std::uint64_t wanted, const Stems& open);
@@ -68,14 +69,22 @@ private:
         std::uint64_t bytes = 0;
     };
     using Names = std::vector<SegmentName>;  // sorted
+    struct Open {
+        Stems stems{};
+        Names names{};
+        std::map<int, std::uint64_t> bytes{};  // by camera
+        std::uint64_t all_bytes = 0;
+        std::chrono::steady_clock::time_point measured{};
+    };
 
+    void look_at_open(const Stems& stems);
     void scan();
     void insert(const Segment& segment);
     Camera* oldest();
-    void remove_oldest(Camera& camera, const Names& open, Removed& removed);
+    void remove_oldest(Camera& camera, Removed& removed);
     int remove_files(const SegmentName& name) const;
-    void remove_aged(std::int64_t now_ms, const Names& open, Removed& removed);
-    void remove_surplus(const Stems& stems, const Names& open, Removed& removed);
+    void remove_aged(std::int64_t now_ms, Removed& removed);
+    void remove_surplus(Removed& removed);
     void remove_event_files(std::int64_t now_ms, Removed& removed);
     bool goes_on() const;
     bool reachable(Removed& removed);
@@ -86,6 +95,7 @@ private:
     RetentionLimits limits_;
     bool marked_;  // the folder had its mark of a recording when it was read
     std::map<int, Camera> cameras_;
+    Open open_;
     std::vector<Segment> failed_;  // could not be removed: left alone until retry_
     std::size_t failures_ = 0;     // in this call
     std::chrono::steady_clock::time_point retry_{};

@@ -8,6 +8,10 @@
 #include <cerrno>
 #include <optional>
 
+extern "C" {
+#include <libavutil/crc.h>
+}
+
 #include "record/descriptor.h"
 #include "record/segment_files.h"
 #include "usage.h"
@@ -22,11 +26,13 @@ constexpr std::uint32_t id_header = 0x1A45DFA3;
 constexpr std::uint32_t id_segment = 0x18538067;
 constexpr std::uint32_t id_seek_head = 0x114D9B74;
 constexpr std::uint32_t id_cluster = 0x1F43B675;
+constexpr std::uint32_t id_checksum = 0xBF;
 constexpr std::uint8_t id_void = 0xEC;
 
 constexpr std::uint64_t unknown_size = ~std::uint64_t{0};
 constexpr std::uint64_t segment_size_bytes = 8;  // as libavformat writes it, to fill it in later
-constexpr std::uint64_t stump_bytes = 64;        // a movie that is shorter may have lost its header
+constexpr std::size_t checksum_bytes = 4;
+constexpr std::uint64_t stump_bytes = 64;  // a movie that is shorter may have lost its header
 
 struct Element {
     std::uint32_t id = 0;
@@ -70,16 +76,37 @@ std::optional<Element> element_at(int file, std::uint64_t at) {
     return element;
 }
 
-/// Follows the elements of the segment to the first that is not whole, or to the end.
+/// Whether a cluster's checksum, its first element, fits the rest. One without a checksum counts as intact.
+bool intact(int file, const Element& cluster) {
+    const auto checksum = element_at(file, cluster.content);
+    if (!checksum || checksum->end() > cluster.end()) return false;
+    if (checksum->id != id_checksum || checksum->size != checksum_bytes) return true;
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(cluster.end() - checksum->content));
+    const ssize_t got = ::pread(file, bytes.data(), bytes.size(), static_cast<off_t>(checksum->content));
+    if (got != static_cast<ssize_t>(bytes.size())) return false;
+    const AVCRC* table = av_crc_get_table(AV_CRC_32_IEEE_LE);
+    const std::uint32_t sum =
+        ~av_crc(table, ~std::uint32_t{0}, bytes.data() + checksum_bytes, bytes.size() - checksum_bytes);
+    for (std::size_t i = 0; i < checksum_bytes; ++i)
+        if (bytes[i] != static_cast<std::uint8_t>(sum >> (8 * i))) return false;
+    return true;
+}
+
+/// Follows the elements of the segment to the first that is not whole, or to the end. After a power
+/// cut the last clusters may be there by their size only.
 void follow(int file, Layout& layout) {
+    std::vector<Element> clusters;
     std::uint64_t at = layout.segment->content;
     while (at < layout.length) {
         const auto element = element_at(file, at);
-        if (!element || element->size > layout.length || element->end() > layout.length) return;
-        if (element->id == id_seek_head && layout.playable == 0) layout.contents = element;
+        if (!element || element->size > layout.length || element->end() > layout.length) break;
+        if (element->id == id_seek_head && clusters.empty()) layout.contents = element;
+        if (element->id == id_cluster) clusters.push_back(*element);
         at = element->end();
-        if (element->id == id_cluster) layout.playable = at;
     }
+    while (!clusters.empty() && !intact(file, clusters.back()))
+        clusters.pop_back();
+    if (!clusters.empty()) layout.playable = clusters.back().end();
 }
 
 Layout layout_of(int file, const fs::path& movie) {
@@ -101,7 +128,7 @@ Layout layout_of(int file, const fs::path& movie) {
         layout.segment.reset();
         return layout;
     }
-    layout.closed = layout.segment->size != unknown_size && layout.segment->end() <= layout.length;
+    layout.closed = layout.segment->size != unknown_size && layout.segment->end() == layout.length;
     if (layout.closed) {
         layout.playable = layout.length;
     } else {
@@ -204,10 +231,11 @@ std::vector<RepairedSegment> repair_newest_segments(const fs::path& folder) {
     return repaired;
 }
 
-std::uint64_t playable_bytes(const fs::path& movie) {
+Playable playable_part(const fs::path& movie) {
     const Descriptor file(::open(movie.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file) throw Failure("cannot open '" + movie.string() + "': " + error_text(errno));
-    return layout_of(file.get(), movie).playable;
+    const Layout layout = layout_of(file.get(), movie);
+    return {layout.playable, layout.closed};
 }
 
 }  // namespace plendix

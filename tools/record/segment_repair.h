@@ -16,7 +16,7 @@ enum class Repair {
 };
 
 /// Cuts the movie of a segment that was not closed after its last whole cluster, so that it plays
-/// without an error. Goes from size to size and reads no picture. The movie must not be open for
+/// without an error. Goes from size to size and reads only the last pictures. The movie must not be open for
 /// writing. Throws Failure.
 Repair repair_segment(const std::filesystem::path& stem);
 
@@ -30,8 +30,11 @@ struct RepairedSegment {
 /// last in the days that were changed last. Tells of those that were not whole. The folder must be locked.
 std::vector<RepairedSegment> repair_newest_segments(const std::filesystem::path& folder);
 
-/// Length of the movie up to its last whole cluster, for readers while it is being written; all of
-/// a movie that was closed, and 0 where there is nothing to play.
-std::uint64_t playable_bytes(const std::filesystem::path& movie);
+struct Playable {
+    std::uint64_t bytes = 0;  // up to the end of the last whole cluster; 0: there is none
+    bool closed = false;      // by its writer
+};
+/// What of a movie can be played, also while it is being written. Throws Failure.
+Playable playable_part(const std::filesystem::path& movie);
 
 }  // namespace plendix
