@@ -68,11 +68,12 @@ void movie(const fs::path& stem, std::int64_t start_ms, bool h264, std::size_t f
     std::unique_ptr<MatroskaWriter> writer;
     for (std::size_t i = 0; i < frames; ++i) {
         const auto* picture = gallery.picture(request, request.area, i % 64);
-        const H264Frame frame = split_h264(*picture->file());
+        H264Frame frame;
+        split_h264(*picture->file(), frame);
         const PictureFormat format = h264 ? h264_format(frame) : jpeg_format(*picture->file());
         if (!writer) writer = std::make_unique<MatroskaWriter>(stem.string() + ".mkv", format, start_ms);
         writer->write(h264 ? frame.picture : *picture->file(), picture->key(),
-                      start_ms + 40 * static_cast<std::int64_t>(i));
+                      40 * static_cast<std::int64_t>(i));
     }
     if (kept != nullptr) *kept = std::move(writer);
 }
@@ -93,11 +94,13 @@ TEST(SegmentName, SortsAsRecordedAndReadsBack) {
     EXPECT_EQ(segment_stem(1, noon + 7205999, TimeNames::utc), today + "14-00-05");
     setenv("TZ", "UTC-5:30", 1);
     tzset();
+    tzset();
     EXPECT_EQ(segment_stem(255, noon + 6 * 3600000, TimeNames::local), "camera-255/2026-11-23/23-30-00");
     EXPECT_EQ(segment_stem(1, noon + 7 * 3600000, TimeNames::local), "camera-1/2026-11-24/00-30-00");
     EXPECT_EQ(parse_moment("", "2026-11-23T17:30", false, DayMeans::its_end), noon);
     EXPECT_EQ(moment_text(noon, false), "2026-11-23T17:30:00.000");
     unsetenv("TZ");
+    tzset();
     tzset();
     EXPECT_EQ(parse_moment("", "2026-11-23", true, DayMeans::its_end), noon + 12 * 3600000);
     EXPECT_EQ(parse_moment("", "2026-11-23 12:00:05.25Z", false, DayMeans::its_end), noon + 5250);

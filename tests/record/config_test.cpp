@@ -61,7 +61,7 @@ TEST(ConfigFile, IsRefusedWithTheLineAndWhatWouldBeRight) {
         {"[record]\nsegment = 0.5", "c.toml:2: segment '0.500000' is under a second"},
         {"[record]\nkeep_size = '-1G'", "c.toml:2: keep_size: size '-1G' is not a number of bytes"},
         {"[record]\nnames = 'cet'", "c.toml:2: names 'cet' is neither utc nor local"},
-        {"[record]\nrate = 5", "c.toml:2: key 'rate' is not known in [record]: known are output, plugin,"},
+        {"[record]\nrate = 5", "c.toml:2: key 'rate' is not known in [record]: known are output, state, plugin,"},
         {"[record\n", "c.toml:1: "},
         {"[record]", "c.toml: no camera"},
         {many, "c.toml:511: more than 255 cameras"},

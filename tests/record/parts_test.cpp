@@ -44,9 +44,9 @@ TEST(CameraRecorder, SegmentsBeginWithKeyFramesWhereTheyHaveTo) {
             recorder.frame(frame, CameraRecorder::Time(std::chrono::milliseconds(arrival)));
         }
     };
-    feed(FrameCodec::h264, 96, 30, 70);  // two deltas; key frames 32 and 64, a third segment is not due yet
-    wall -= 5000, ++epoch;               // the clock is set back: nothing before the next key frame
-    feed(FrameCodec::h264, 96, 31, 34);
+    feed(FrameCodec::h264, 96, 30, 64);  // two deltas and a key frame
+    wall -= 5000, ++epoch;               // the clock is set back
+    feed(FrameCodec::h264, 96, 32, 34);
     feed(FrameCodec::jpeg, 96, 0, 3);
     feed(FrameCodec::jpeg, 128, 0, 52);  // two seconds are over with its 51st
     feed(FrameCodec::h264, 96, 31, 32);
@@ -58,8 +58,8 @@ TEST(CameraRecorder, SegmentsBeginWithKeyFramesWhereTheyHaveTo) {
     EXPECT_EQ(recorder.totals().unreadable, 1U);
     const auto stems = recorder.take_closed();
     const std::pair<const char*, std::array<std::uint64_t, 2>> expected[] = {
-        {"22-13-20", {39, 1600}}, {"22-13-16", {2, 80}}, {"22-13-17", {3, 120}}, {"22-13-17_02", {50, 2000}},
-        {"22-13-19", {2, 80}}};
+        {"22-13-20", {32, 1280}}, {"22-13-16", {2, 80}}, {"22-13-16_02", {3, 120}}, {"22-13-16_03", {50, 2000}},
+        {"22-13-18", {2, 80}}};
     ASSERT_EQ(stems.size(), std::size(expected));
     for (std::size_t i = 0; i < stems.size(); ++i) {
         EXPECT_EQ(stems[i], std::string("camera-1/2023-11-14/") + expected[i].first);
@@ -74,7 +74,7 @@ TEST(CameraRecorder, SegmentsBeginWithKeyFramesWhereTheyHaveTo) {
             EXPECT_EQ(packet->pts, time);
         EXPECT_EQ(time, static_cast<std::int64_t>(expected[i].second[1])) << i;
     }
-    EXPECT_EQ(MotionFile("camera-1/2023-11-14/22-13-17_02.motion").size(), 1U);
+    EXPECT_EQ(MotionFile("camera-1/2023-11-14/22-13-16_03.motion").size(), 1U);
 }
 
 static std::string device_1(const std::string& content) {

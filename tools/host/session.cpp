@@ -18,7 +18,16 @@ Session::Session(const std::filesystem::path& plugin, std::vector<CameraSettings
     : cameras_(std::move(cameras)),
       plugin_(plugin.empty() ? default_plugin() : plugin,
               [this](const _EventParmsIn& event) { return take(event); }) {
-    watch_.watch(cameras_, Clock::now());
+    wish(cameras_);
+}
+
+void Session::wish(const std::vector<CameraSettings>& cameras) {
+    watch_.watch(cameras, Clock::now());
+    const std::lock_guard<std::mutex> lock(mutex_);
+    pictures_.clear();
+    for (const CameraSettings& camera : cameras)
+        if (const std::string document = picture_document(camera); !document.empty())
+            pictures_[camera.number] = document;
 }
 
 Session::~Session() {
@@ -69,6 +78,7 @@ bool Session::take_frame(const _EventParmsIn& event) {
 bool Session::take_document(const _EventParmsIn& event) {
     const auto* text = static_cast<const char*>(event.Data);
     Document document{std::string(text, text + event.DataLength), utc_ms()};
+    if (event.Kind == EventKindAlarm) restore_picture(connected_camera(document.text));
     const std::lock_guard<std::mutex> lock(mutex_);
     if (document_bytes_ + document.text.size() > most_document_bytes) {
         ++lost_documents_;
@@ -78,6 +88,18 @@ bool Session::take_document(const _EventParmsIn& event) {
     documents_.push_back(std::move(document));
     arrived_.notify_one();
     return true;
+}
+
+/// Within the event that tells of the connection: later it would cost the picture under way.
+void Session::restore_picture(int camera) {
+    std::string document;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto wanted = pictures_.find(camera);
+        if (wanted == pictures_.end()) return;
+        document = wanted->second;
+    }
+    plugin_.configure(document);
 }
 
 /// Requires mutex_.
@@ -116,18 +138,8 @@ std::vector<Event> Session::serve(std::chrono::milliseconds patience) {
 
 void Session::read(const Document& document, std::vector<Event>& events) {
     for (Event& event : reader_.read(document.text, document.time_ms)) {
-        act_on(event);
+        if (watch_.event(event, Clock::now())) query();
         events.push_back(std::move(event));
-    }
-}
-
-void Session::act_on(const Event& event) {
-    if (watch_.event(event, Clock::now())) query();
-    if (event.kind != EventKind::connection || !event.values.value("connected", false)) return;
-    for (const CameraSettings& camera : cameras_) {
-        if (camera.number != event.camera) continue;
-        const std::string document = picture_document(camera);
-        if (!document.empty()) plugin_.configure(document);
     }
 }
 
@@ -141,9 +153,9 @@ std::vector<Event> Session::stop() {
 
 void Session::change(const std::vector<CameraSettings>& cameras) {
     const std::string document = change_document(cameras_, cameras);
-    if (!document.empty()) plugin_.configure(document);
     cameras_ = cameras;
-    watch_.watch(cameras_, Clock::now());
+    wish(cameras_);
+    if (!document.empty()) plugin_.configure(document);
 }
 
 void Session::write(const std::string& document) {

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -74,10 +75,11 @@ private:
     bool take(const _EventParmsIn& event);
     bool take_frame(const _EventParmsIn& event);
     bool take_document(const _EventParmsIn& event);
+    void restore_picture(int camera);
     void add(Event event);
     std::deque<Document> documents(std::chrono::milliseconds patience);
     void read(const Document& document, std::vector<Event>& events);
-    void act_on(const Event& event);
+    void wish(const std::vector<CameraSettings>& cameras);
     void query();
 
     std::vector<CameraSettings> cameras_;
@@ -96,6 +98,7 @@ private:
     std::size_t document_bytes_ = 0;
     std::vector<Event> own_events_;  // what frames and clocks tell
     ClockWatch clock_;
+    std::map<int, std::string> pictures_;  // picture documents by camera
 
     PluginLibrary plugin_;  // last: nothing calls into a session that is half built or half gone
 };
