@@ -10,17 +10,9 @@
 
 #include "host/camera_state.h"
 #include "record/decode_check.h"
+#include "record/record_totals.h"
 
 namespace plendix {
-
-/// What became of one camera's frames.
-struct RecordTotals {
-    std::uint64_t recorded = 0;    // frames in the files
-    std::uint64_t unreadable = 0;  // not recorded: they do not tell what they are
-    std::uint64_t unstarted = 0;   // not recorded: no key frame since the stream began or had a gap
-    std::uint64_t lost = 0;        // not recorded: writing was too slow
-    std::vector<std::filesystem::path> files;
-};
 
 /// One camera.
 struct Row {

@@ -8,19 +8,10 @@
 #include <vector>
 
 #include "record/rate_meter.h"
+#include "record/record_totals.h"
 #include "record/trouble_watch.h"
 
 namespace plendix {
-
-/// What the recording itself knows.
-struct RecorderNumbers {
-    std::uint64_t written = 0;      // bytes, since it began
-    std::uint64_t lost_frames = 0;  // the disk was too slow for them
-    std::string paused;             // why nothing is written; empty: it is
-    std::optional<std::uint64_t> free_bytes;
-    /// That are written before the oldest recordings go; nothing: none ever go.
-    std::optional<std::uint64_t> room_bytes;
-};
 
 struct Status {
     using Time = CameraState::Time;
