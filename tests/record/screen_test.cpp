@@ -219,6 +219,8 @@ TEST(Screen, HoldsMotionAndCountsWhatRepeats) {
         };
         for (const Event& event : hold.take(row.event, now))
             add(digest.take(event, now));
+        for (const Event& event : hold.due(now))
+            add(digest.take(event, now));
         add(digest.due(now));
         EXPECT_EQ(told, row.told) << row.at.count();
     }

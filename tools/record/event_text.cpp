@@ -1,5 +1,7 @@
 #include "record/event_text.h"
 
+#include <cmath>
+
 #include "host/diagnosis.h"
 #include "host/plain_text.h"
 #include "record/words.h"
@@ -41,12 +43,12 @@ bool active(const Values& values) {
 std::string motion_words(const Values& values) {
     if (active(values)) return "motion";
     if (!values.contains("seconds")) return "no motion";
-    const auto seconds = static_cast<std::int64_t>(values.value("seconds", 0.0) + 0.5);
-    return "motion ended after " + span_words(std::chrono::seconds(seconds));
+    return "motion ended after " +
+           span_words(std::chrono::seconds(std::lround(values.value("seconds", 0.0))));
 }
 
 std::string state_words(const Values& values) {
-    const std::string diagnosis = values.value("diagnosis", "");
+    std::string diagnosis = values.value("diagnosis", "");
     if (!diagnosis.empty()) return diagnosis;
     const std::string reason = values.value("reason", "");
     return values.value("state", "") + (reason.empty() ? "" : ": " + with_advice(reason));

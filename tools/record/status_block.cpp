@@ -15,6 +15,7 @@ constexpr seconds same_day{20 * 3600};      // older times are told with their d
 constexpr std::size_t motion_columns = 10;  // of its line, before the cameras
 constexpr std::size_t mark_columns = 2;     // in front of every line of the block
 constexpr std::size_t least_name = 4;       // columns; a shorter one says nothing
+constexpr std::size_t least_cameras = 24;   // columns: "cameras 123 and 12 more"
 constexpr std::size_t log_columns = 120;    // for one trouble in a line of many
 
 const char* adjective(TroubleKind kind) {
@@ -72,7 +73,9 @@ std::string many_troubles(const std::vector<Trouble>& troubles, Status::Time now
         if (trouble.since < first->since) first = &trouble;
     }
     std::string what = std::string(1, ' ') + adjective(first->kind) + ' ' + since_words(*first, now);
-    if (lost > 0) what += ", " + std::to_string(lost) + " lost";
+    const std::string count = lost > 0 ? ", " + std::to_string(lost) + " lost" : "";
+    if (what.size() + count.size() + least_cameras <= columns) what += count;
+    if (what.size() + least_cameras > columns) what.resize(what.rfind(" ("));  // the span can be worked out
     return camera_words(cameras, columns - std::min(columns, what.size())) + what;
 }
 

@@ -23,7 +23,8 @@ std::string span_words(std::chrono::seconds span) {
     if (seconds < 60) return std::to_string(seconds) + " s";
     if (seconds < 3600) return std::to_string(seconds / 60) + " min";
     if (seconds < 86400) return two(seconds / 3600, " h", seconds / 60 % 60, " min");
-    return two(seconds / 86400, seconds < 2 * 86400 ? " day" : " days", seconds / 3600 % 24, " h");
+    return two(seconds / 86400, seconds < std::int64_t{2} * 86400 ? " day" : " days", seconds / 3600 % 24,
+               " h");
 }
 
 std::string byte_words(std::uint64_t bytes) {
