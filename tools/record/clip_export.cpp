@@ -131,11 +131,11 @@ void require_one_format(const ClipPlan& plan, const std::vector<Source>& sources
         const PictureFormat &before = sources[i - 1].format, &now = sources[i].format;
         if (before == now) continue;
         const std::string time = moment_text(sources[i].start_ms, plan.utc);
-        const bool sets_only = text_of(before) == text_of(now);
-        throw Failure("camera " + std::to_string(plan.camera) + " changed from " + text_of(before) + " to " +
-                      (sets_only ? "the same with other parameter sets" : text_of(now)) + " at " + time +
-                      ", and a clip has one format: export to '--to " + time + "' and from '--from " + time +
-                      "' on, into two files");
+        const std::string after = text_of(before) == text_of(now) ? "other parameter sets" : text_of(now);
+        std::string text = "camera " + std::to_string(plan.camera) + " changed from " + text_of(before);
+        text.append(" to ").append(after).append(" at ").append(time);
+        text.append(", and a clip has one format: export two files, one with --to ").append(time);
+        throw Failure(text.append(" and one with --from ").append(time));
     }
 }
 

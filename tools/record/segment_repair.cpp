@@ -58,21 +58,23 @@ std::optional<Element> element_at(int file, std::uint64_t at) {
     std::array<std::uint8_t, 12> head{};
     const ssize_t got = ::pread(file, head.data(), head.size(), static_cast<off_t>(at));
     if (got < 2 || head[0] < 0x10) return std::nullopt;
-    const int id_bytes = __builtin_clz(head[0]) - 23;  // 1 to 4: leading zeros of the byte, and one
+    const auto leading = [&head](std::size_t at_byte) {  // zeros of a byte, and one
+        return static_cast<std::size_t>(__builtin_clz(head[at_byte])) - 23;
+    };
+    const std::size_t id_bytes = leading(0);  // 1 to 4
+    if (head[id_bytes] == 0) return std::nullopt;
+    const std::size_t size_bytes = leading(id_bytes);
+    if (id_bytes + size_bytes > static_cast<std::size_t>(got)) return std::nullopt;
     Element element;
     element.begin = at;
-    for (int i = 0; i < id_bytes; ++i)
-        element.id = element.id << 8 | head[static_cast<std::size_t>(i)];
-    const std::uint8_t first = head[static_cast<std::size_t>(id_bytes)];
-    if (first == 0) return std::nullopt;
-    const int size_bytes = __builtin_clz(first) - 23;
-    if (id_bytes + size_bytes > got) return std::nullopt;
-    std::uint64_t size = first & ((1U << (8 - size_bytes)) - 1);
-    for (int i = 1; i < size_bytes; ++i)
-        size = size << 8 | head[static_cast<std::size_t>(id_bytes + i)];
+    for (std::size_t i = 0; i < id_bytes; ++i)
+        element.id = element.id << 8 | head[i];
+    std::uint64_t size = head[id_bytes] & ((1U << (8 - size_bytes)) - 1);
+    for (std::size_t i = 1; i < size_bytes; ++i)
+        size = size << 8 | head[id_bytes + i];
     const bool unknown = size == (std::uint64_t{1} << (7 * size_bytes)) - 1;
     element.size = unknown ? unknown_size : size;
-    element.content = at + static_cast<std::uint64_t>(id_bytes + size_bytes);
+    element.content = at + id_bytes + size_bytes;
     return element;
 }
 
