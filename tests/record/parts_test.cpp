@@ -57,9 +57,11 @@ TEST(CameraRecorder, SegmentsBeginWithKeyFramesWhereTheyHaveTo) {
     EXPECT_EQ(recorder.totals().unstarted, 2U + 1);
     EXPECT_EQ(recorder.totals().unreadable, 1U);
     const auto stems = recorder.take_closed();
-    const std::pair<const char*, std::array<std::uint64_t, 2>> expected[] = {
-        {"22-13-20", {32, 1280}}, {"22-13-16", {2, 80}}, {"22-13-16_02", {3, 120}}, {"22-13-16_03", {50, 2000}},
-        {"22-13-18", {2, 80}}};
+    const std::pair<const char*, std::array<std::uint64_t, 2>> expected[] = {{"22-13-20", {32, 1280}},
+                                                                             {"22-13-16", {2, 80}},
+                                                                             {"22-13-16_02", {3, 120}},
+                                                                             {"22-13-16_03", {50, 2000}},
+                                                                             {"22-13-18", {2, 80}}};
     ASSERT_EQ(stems.size(), std::size(expected));
     for (std::size_t i = 0; i < stems.size(); ++i) {
         EXPECT_EQ(stems[i], std::string("camera-1/2023-11-14/") + expected[i].first);

@@ -162,4 +162,13 @@ int DocumentReader::camera_of_line(const std::string& line, std::string& rest) c
     return camera;
 }
 
+int connected_camera(const std::string& text) {
+    if (text.find(" Connected=") == std::string::npos) return 0;
+    TiXmlDocument document;
+    document.Parse(text.c_str());
+    const TiXmlElement* device = below(document.FirstChildElement("Velm"), {"Devices", "Device"});
+    const TiXmlElement* channel = below(device, {"Codec", "Encoder", "Channel"});
+    return number_of(channel, "Connected") != 0 ? number_of(device, "Number") : 0;
+}
+
 }  // namespace plendix

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 GrowingFile::GrowingFile(fs::path file) : path_(std::move(file)) {
     std::error_code error;
-    fs::create_directories(path_.parent_path(), error);
+    if (path_.has_parent_path()) fs::create_directories(path_.parent_path(), error);
     if (error) throw WriteFailure(path_, error.value());
     file_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!file_) throw WriteFailure(path_, errno);
