@@ -29,8 +29,12 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME plendix-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "plendix (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "This package holds the command plendix: it records cameras through
-the driver, simulates cameras with real pictures and faults, and shows both
-together.")
+the driver, also as a service, simulates cameras with real pictures and faults,
+and shows both together.")
+set(maintainer_scripts ${PROJECT_SOURCE_DIR}/cmake/package)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA
+    "${maintainer_scripts}/postinst;${maintainer_scripts}/prerm;${maintainer_scripts}/postrm")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 # What Debian wants of every package: its licence and its history, compressed.
 set(package_files ${PROJECT_BINARY_DIR}/package)
@@ -49,10 +53,20 @@ function(plendix_package_files component name)
   install(FILES ${overrides} RENAME ${name} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
           COMPONENT ${component})
 endfunction()
+# A service manager looks for the command itself, in /usr/local and /usr.
+function(plendix_unit file UNIT_CONFIGURATION UNIT_PURPOSE)
+  configure_file(cmake/package/plendix.service.in ${package_files}/${file} @ONLY)
+  install(FILES ${package_files}/${file} DESTINATION lib/systemd/system COMPONENT tools)
+endfunction()
 plendix_package_files(driver plendix)
 if(PLENDIX_TOOLS)
   plendix_package_files(tools plendix-tools)
   install(FILES ${package_files}/plendix.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES docs/examples/recorder.toml DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/plendix-tools/examples
+          COMPONENT tools)
+  plendix_unit(plendix.service recorder "The recorder of this machine: it reads /etc/plendix/recorder.toml.")
+  plendix_unit(plendix@.service %i "Further recorders: plendix@NAME reads /etc/plendix/NAME.toml.")
+  install(FILES cmake/package/plendix.sysusers RENAME plendix.conf DESTINATION lib/sysusers.d COMPONENT tools)
 endif()
 # In a package the library lies where Debian keeps those of its architecture, wherever an installation
 # by hand puts it: packages are made of the build that was tested, not of one for them.

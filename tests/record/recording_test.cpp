@@ -8,7 +8,8 @@
 #include <fstream>
 
 #include "ffmpeg.h"
-#include "host/plugin_library.h"
+#include "host/document_builder.h"
+#include "host/session.h"
 #include "record/decode_check.h"
 #include "support/camera_bench.h"
 #include "support/folder.h"
@@ -26,6 +27,7 @@ protected:
     Recording() {
         plan.plugin = PLENDIX_LIBRARY;
         plan.output = "out";
+        plan.check = plan.rules.remember_files = true;
     }
     /// Records a JPEG and an H.264 camera until SIGINT; returns the exit code.
     int record_both(const Behaviour& behaviour = {}) {
@@ -62,10 +64,20 @@ protected:
         EXPECT_LT(Clock::now(), end);
     }
     Step interrupt_after(std::uint64_t frames) const {
-        return {0ms, [this, frames](PluginLibrary&) {
+        return {0ms, [this, frames](Session&) {
                     await(frames);
                     raise(SIGINT);
                 }};
+    }
+    /// The movies of a camera, in order.
+    static std::vector<std::string> movies(int camera) {
+        std::vector<std::string> found;
+        std::error_code none;
+        const fs::path folder = "out/camera-" + std::to_string(camera);
+        for (const auto& entry : fs::recursive_directory_iterator(folder, none))
+            if (entry.path().extension() == ".mkv") found.push_back(entry.path());
+        std::sort(found.begin(), found.end());
+        return found;
     }
     static std::string text(const std::string& file) {
         std::ifstream stream(file);
@@ -78,7 +90,7 @@ protected:
 };
 
 TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
-    const auto drive = [this](PluginLibrary& plugin) {
+    const auto drive = [this](Session& plugin) {
         await(5);
         plugin.write(relay_document(1, 3, true));
         plugin.write(recording_document(2, 4, true));
@@ -87,14 +99,15 @@ TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
     ASSERT_EQ(run(), exit_done) << table;
     EXPECT_EQ(fleet->relay(0), 0);
     for (std::size_t i = 0; i < 2; ++i) {
-        const DecodeResult result = check_file("out/camera-" + std::to_string(i + 1) + ".mkv");
+        const DecodeResult result = check_file(movies(static_cast<int>(i) + 1).at(0));
         EXPECT_TRUE(result.clean()) << result.first_fault;
         const std::string count = std::to_string(result.packets);
         EXPECT_THAT(table, testing::ContainsRegex("0  +" + count + "  .* " + count + "\n"));
         const std::uint64_t sent = fleet->counters(i).frames;
         EXPECT_TRUE(result.packets == sent || result.packets + 1 == sent) << result.packets << ' ' << sent;
     }
-    EXPECT_TRUE(fs::exists("out/camera-1.jpg") && fs::exists("out/camera-2.png"));
+    EXPECT_TRUE(fs::exists(fs::path(movies(1).at(0)).replace_extension(".jpg")));
+    EXPECT_TRUE(fs::exists(fs::path(movies(2).at(0)).replace_extension(".png")));
     const std::string events = text("out/events.jsonl");
     for (const char* event : {R"("camera":0,"kind":"version","values":{"name":"Plendix","version":"9.2.3.)",
                               R"("camera":1,"kind":"config","values":{"name":"Gate & yard",)",
@@ -105,25 +118,42 @@ TEST_F(Recording, KeepsAllFramesAndEventsUntilItIsInterrupted) {
         EXPECT_THAT(events, HasSubstr(event));
     EXPECT_THAT(text("out/driver.log"), HasSubstr("sensor 640x480\n"));
     EXPECT_THAT(table, testing::Not(HasSubstr("sensor")));
-    EXPECT_THROW(record(plan), UsageError) << "over this recording";
+
+    const std::vector<std::string> first = movies(1);
+    plan.steps = {interrupt_after(5)};
+    EXPECT_EQ(run(), exit_done);
+    EXPECT_EQ(movies(1).size(), 2U) << "beside the earlier one";
+    EXPECT_EQ(movies(1).front(), first.front());
+    plan.rules.replace = true;
+    EXPECT_EQ(run(), exit_done);
+    EXPECT_EQ(movies(1).size(), 1U);
+    EXPECT_NE(movies(1), first);
+    plan.steps.clear();
+    plan.duration = 100ms;
+    Behaviour mute;
+    mute.faults = parse_faults("error=100%");
+    EXPECT_EQ(run(mute), exit_failed);
+    EXPECT_EQ(movies(1).size(), 1U) << "replaced by nothing: it stays";
+    EXPECT_TRUE(check_file(movies(1).at(0)).clean());
 }
 
-TEST_F(Recording, FailsByTheSecondSignalAndWithFramesThatDoNotDecodeOrNone) {
-    plan.replace = true;
-    plan.steps = {{0ms, [](PluginLibrary&) { raise(SIGINT), raise(SIGTERM); }}};
-    EXPECT_EXIT(record_both(), testing::KilledBySignal(SIGTERM), "");
+TEST_F(Recording, EndsTheCheckByASecondSignalAndFailsWithFramesThatDoNotDecode) {
+    const auto twice = [this](Session&) {
+        await(10);
+        raise(SIGINT), raise(SIGTERM);
+    };
+    plan.steps = {{0ms, twice}};
+    EXPECT_EQ(run(), exit_done);
+    EXPECT_THAT(table, HasSubstr("files:\n"));
     plan.steps = {interrupt_after(10)};
+    plan.rules.replace = true;
     Behaviour behaviour;
     behaviour.faults = parse_faults("corrupt=100%");
     EXPECT_EQ(run(behaviour), exit_failed);
-    for (const char* file : {"out/camera-1.mkv", "out/camera-2.mkv"})
-        EXPECT_GT(check_file(file).faulty, 0U) << file;
+    for (const int camera : {1, 2})
+        EXPECT_GT(check_file(movies(camera).at(0)).faulty, 0U) << camera;
     plan.faults_expected = true;
     EXPECT_EQ(run(behaviour), exit_done) << table;
-    plan.steps.clear();
-    plan.duration = 100ms;
-    behaviour.faults = parse_faults("error=100%");
-    EXPECT_EQ(run(behaviour), exit_failed);
 }
 
 TEST_F(Recording, LeavesFilesThatDecodeWhenItIsKilled) {
@@ -132,14 +162,14 @@ TEST_F(Recording, LeavesFilesThatDecodeWhenItIsKilled) {
     if (child == 0) _exit(record_both());
     const auto end = Clock::now() + 60s;
     std::error_code none;
-    while (fs::file_size("out/camera-2.mkv", none) + 1 < 50'001 && Clock::now() < end)
+    while ((movies(2).empty() || fs::file_size(movies(2)[0], none) < 50'000) && Clock::now() < end)
         std::this_thread::sleep_for(5ms);
     kill(child, SIGKILL);
     int status = -1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, SIGKILL);
-    for (const char* file : {"out/camera-1.mkv", "out/camera-2.mkv"}) {
-        const DecodeResult result = check_file(file);
+    for (const int camera : {1, 2}) {
+        const DecodeResult result = check_file(movies(camera).at(0));
         EXPECT_GT(result.decoded, 20U);
         EXPECT_EQ(result.decoded, result.packets);
     }

@@ -1,6 +1,10 @@
 #include "demo/demo_command.h"
 
+#include <arpa/inet.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <array>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -9,7 +13,7 @@
 #include "camera/fleet.h"
 #include "camera/wire/privilege.h"
 #include "host/command_values.h"
-#include "host/plugin_library.h"
+#include "host/session.h"
 #include "record/recording.h"
 #include "usage.h"
 
@@ -20,18 +24,35 @@ using std::chrono::milliseconds;
 
 struct DemoOptions {
     double seconds = 10;
+    std::string address = "127.0.69.1";
     std::string output = "plendix-demo";
     std::string plugin;
     std::string faults;
     std::uint64_t seed = 1;
 };
 
-std::vector<camera::Config> simulated_cameras() {
+/// The two addresses: never those of a network where real cameras may be.
+std::array<std::string, 2> addresses_from(const std::string& first) {
+    constexpr std::uint32_t lowest = 0x7F000001;
+    constexpr std::uint32_t highest = 0x7FFFFFFD;
+    in_addr address{};
+    const bool read = inet_pton(AF_INET, first.c_str(), &address) == 1;
+    const std::uint32_t number = ntohl(address.s_addr);
+    if (!read || number < lowest || number > highest)
+        throw UsageError("--address '" + first + "' is not from 127.0.0.1 to 127.255.255.253");
+    address.s_addr = htonl(number + 1);
+    std::array<char, INET_ADDRSTRLEN> second{};
+    inet_ntop(AF_INET, &address, second.data(), second.size());
+    return {first, second.data()};
+}
+
+std::vector<camera::Config> simulated_cameras(const DemoOptions& options) {
+    const auto addresses = addresses_from(options.address);
     camera::Config jpeg;
-    jpeg.address = "127.0.69.1";
+    jpeg.address = addresses[0];
     jpeg.number = 1;
     camera::Config h264;
-    h264.address = "127.0.69.2";
+    h264.address = addresses[1];
     h264.number = 2;
     h264.sensor_width = 1920;
     h264.sensor_height = 1088;
@@ -56,23 +77,25 @@ std::vector<CameraSettings> settings_of(const std::vector<camera::Config>& camer
 std::vector<Step> happenings(camera::Fleet& fleet, milliseconds duration) {
     constexpr int action = 1;
     return {
-        {duration * 2 / 10, [&fleet](PluginLibrary&) { fleet.set_trigger(0, true); }},
+        {duration * 2 / 10, [&fleet](Session&) { fleet.set_trigger(0, true); }},
         {duration * 3 / 10, [](auto& plugin) { plugin.write(recording_document(2, action, true)); }},
         {duration * 4 / 10, [](auto& plugin) { plugin.write(relay_document(1, action, true)); }},
-        {duration * 5 / 10, [&fleet](PluginLibrary&) { fleet.set_trigger(0, false); }},
+        {duration * 5 / 10, [&fleet](Session&) { fleet.set_trigger(0, false); }},
         {duration * 6 / 10, [](auto& plugin) { plugin.write(recording_document(2, action, false)); }},
         {duration * 7 / 10, [](auto& plugin) { plugin.write(relay_document(1, action, false)); }},
     };
 }
 
-RecordingPlan plan_of(const DemoOptions& options) {
+RecordingPlan plan_of(const DemoOptions& options, const std::vector<camera::Config>& cameras) {
     RecordingPlan plan;
     plan.plugin = options.plugin;
     plan.output = options.output;
     plan.duration = parse_seconds(options.seconds);
     if (plan.duration < milliseconds(1)) throw UsageError("--seconds 0 shows nothing: 10 is a good length");
-    plan.cameras = settings_of(simulated_cameras());
-    plan.replace = true;
+    plan.cameras = settings_of(cameras);
+    plan.rules.replace = true;
+    plan.check = plan.rules.remember_files = true;
+    plan.screen = screen_options(STDERR_FILENO);
     plan.faults_expected = !options.faults.empty();
     return plan;
 }
@@ -104,14 +127,16 @@ void tell(const camera::Fleet& fleet) {
 }
 
 int demo(const DemoOptions& options) {
-    RecordingPlan plan = plan_of(options);
+    const std::vector<camera::Config> cameras = simulated_cameras(options);
+    RecordingPlan plan = plan_of(options, cameras);
     const camera::Behaviour behaviour = behaviour_of(options);
     // Before the fleet starts its thread. Where it fails, the fleet tells the ways out.
-    if (!camera::can_bind_port_69()) camera::enter_private_network();
-    camera::Fleet fleet(simulated_cameras(), behaviour);
+    camera::enter_private_network({cameras[0].address, cameras[1].address});
+    camera::Fleet fleet(cameras, behaviour);
     plan.steps = happenings(fleet, plan.duration);
     fleet.start();
-    std::cerr << "two simulated cameras on 127.0.69.1 (JPEG) and 127.0.69.2 (H.264)\n";
+    std::cerr << "two simulated cameras on " << cameras[0].address << " (JPEG) and " << cameras[1].address
+              << " (H.264)\n";
     const int result = record(plan);
     fleet.stop();
     tell(fleet);
@@ -132,9 +157,14 @@ void add_demo_command(CLI::App& app, std::function<int()>& chosen) {
         "Example:\n"
         "  plendix demo --seconds 5 --output /tmp/demo\n"
         "The cameras answer on port 69, which needs root or a system that lets users have network\n"
-        "namespaces of their own. Exit code 0: both cameras delivered, and every frame decoded\n"
-        "without an error (with --faults: the files are whole). An earlier demo's files are overwritten.");
+        "namespaces of their own; there they run too where something else has that port. Exit code 0:\n"
+        "both cameras delivered, and every frame decoded without an error (with --faults: the files\n"
+        "are whole). An earlier demo's files are overwritten.");
     command->add_option("--seconds", options->seconds, "length of the recording")->capture_default_str();
+    command
+        ->add_option("--address", options->address,
+                     "loopback address of the JPEG camera; the H.264 camera has the next one")
+        ->capture_default_str();
     command->add_option("--output", options->output, "folder of the recording")->capture_default_str();
     command->add_option("--plugin", options->plugin,
                         "the plug-in to load; without it as for 'plendix record'");

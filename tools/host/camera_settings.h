@@ -16,6 +16,8 @@ struct Crop {
     int top = 0;
     int width = 10000;
     int height = 10000;
+
+    bool operator==(const Crop& other) const;
 };
 
 /// Rows of zones from the top, columns from the left; false: motion there is no motion.

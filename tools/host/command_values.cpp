@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 
 #include <charconv>
+#include <cmath>
+#include <optional>
 #include <sstream>
 
 #include "usage.h"
@@ -12,12 +14,34 @@ namespace {
 
 constexpr double longest_seconds = 366.0 * 24 * 3600;
 constexpr int longest_side = 65535;
+constexpr double longest_duration = 100 * 366.0 * 24 * 3600;  // seconds
+constexpr double most_bytes = 1e18;
 
 /// Reads a number that ends at `end`; 0 when it does not.
 int side(const char* begin, const char* end) {
     int value = 0;
     const auto [stop, error] = std::from_chars(begin, end, value);
     return error == std::errc() && stop == end && value <= longest_side ? value : 0;
+}
+
+struct Unit {
+    char letter;
+    double value;
+};
+
+/// Reads a number from 0 on, with decimals, and at most one letter behind it; nothing when the text is
+/// no such thing or beyond the limit.
+template <class Units>
+std::optional<double> parse_quantity(const std::string& text, const Units& units, double limit) {
+    double value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
+    if (error != std::errc() || end - stop > 1 || std::signbit(value)) return std::nullopt;
+    double factor = stop == end ? 1 : 0;
+    for (const Unit& unit : units)
+        if (stop != end && *stop == unit.letter) factor = unit.value;
+    value *= factor;
+    return factor > 0 && value <= limit ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace
@@ -53,6 +77,21 @@ std::chrono::milliseconds parse_seconds(double seconds) {
     std::ostringstream text;
     text << "duration " << seconds << " is not a number of seconds from 0 to a year";
     throw UsageError(text.str());
+}
+
+std::chrono::milliseconds parse_duration(const std::string& text) {
+    constexpr Unit units[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 24 * 3600}};
+    const auto seconds = parse_quantity(text, units, longest_duration);
+    if (seconds) return std::chrono::milliseconds(std::llround(*seconds * 1000));
+    throw UsageError("duration '" + text +
+                     "' is not a number of seconds, or one with s, m, h or d, as in 90s, 10m or 7d");
+}
+
+std::uint64_t parse_bytes(const std::string& text) {
+    constexpr Unit units[] = {{'K', 0x1p10}, {'M', 0x1p20}, {'G', 0x1p30}, {'T', 0x1p40}};
+    const auto bytes = parse_quantity(text, units, most_bytes);
+    if (bytes) return static_cast<std::uint64_t>(*bytes);
+    throw UsageError("size '" + text + "' is not a number of bytes, or one with K, M, G or T, as in 200G");
 }
 
 }  // namespace plendix

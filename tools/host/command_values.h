@@ -1,7 +1,8 @@
-// Values of the command line that need more than a number check.
+// Values of the command line and of configuration files that need more than a number check.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -14,5 +15,10 @@ std::pair<int, int> parse_size(const std::string& text);  // "1280x960", pixels
 std::string parse_address(const std::string& text);       // dotted IPv4
 Codec parse_codec(const std::string& text);               // "", "jpeg", "h264"
 std::chrono::milliseconds parse_seconds(double seconds);  // 0 or more, at most a year
+
+/// "90s", "10m", "12h", "7d", a number alone for seconds; with decimals where wanted; at most 100 years.
+std::chrono::milliseconds parse_duration(const std::string& text);
+/// "200G", "512M": K, M, G and T are 1024 times what stands before; a number alone for bytes.
+std::uint64_t parse_bytes(const std::string& text);
 
 }  // namespace plendix

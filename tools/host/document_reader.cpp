@@ -1,41 +1,19 @@
 #include "host/document_reader.h"
 
-#include <tinyxml.h>
-
 #include <array>
 #include <regex>
 #include <string>
 
 #include "host/document_builder.h"
+#include "host/xml_query.h"
 
 namespace plendix {
 namespace {
 
-int number(const TiXmlElement* element, const char* name, int fallback = 0) {
-    int value = fallback;
-    if (element != nullptr) element->QueryIntAttribute(name, &value);
-    return value;
-}
-
-std::string word(const TiXmlElement* element, const char* name) {
-    const char* value = element == nullptr ? nullptr : element->Attribute(name);
-    return value == nullptr ? "" : value;
-}
-
 /// Until the plug-in knows the sensor it repeats the side that was asked for: 0 as long as that is none.
 int known_side(const TiXmlElement* channel, const char* name) {
-    const int side = number(channel, name);
+    const int side = number_of(channel, name);
     return side == whole_sensor ? 0 : side;
-}
-
-using Path = std::array<const char*, 3>;  // names of nested elements, unused ones null
-
-const TiXmlElement* below(const TiXmlElement* element, const Path& path) {
-    for (const char* name : path) {
-        if (element == nullptr || name == nullptr) break;
-        element = element->FirstChildElement(name);
-    }
-    return element;
 }
 
 std::int64_t time_of(const TiXmlElement& element, std::int64_t arrival_ms) {
@@ -43,11 +21,11 @@ std::int64_t time_of(const TiXmlElement& element, std::int64_t arrival_ms) {
     if (element.QueryIntAttribute("Time", &seconds) != TIXML_SUCCESS) return arrival_ms;
     // Connections come with whole seconds: within that second the arrival is as good a time.
     if (element.Attribute("Milliseconds") == nullptr && arrival_ms / 1000 == seconds) return arrival_ms;
-    return std::int64_t{seconds} * 1000 + number(&element, "Milliseconds");
+    return std::int64_t{seconds} * 1000 + number_of(&element, "Milliseconds");
 }
 
 struct Fact {
-    Path path;              // below Device
+    ElementPath path;       // below Device
     const char* attribute;  // its presence makes the fact
     EventKind kind;
     const char* value;
@@ -65,9 +43,9 @@ bool read_fact(const TiXmlElement& device, std::int64_t arrival_ms, Event& event
         const TiXmlElement* element = below(&device, fact.path);
         if (element == nullptr || element->Attribute(fact.attribute) == nullptr) continue;
         event.time_ms = time_of(*element, arrival_ms);
-        event.camera = number(&device, "Number");
+        event.camera = number_of(&device, "Number");
         event.kind = fact.kind;
-        event.values[fact.value] = number(element, fact.attribute) != 0;
+        event.values[fact.value] = number_of(element, fact.attribute) != 0;
         return true;
     }
     return false;
@@ -81,8 +59,8 @@ Event unknown(const std::string& text, std::int64_t arrival_ms) {
 
 Event read_version(const TiXmlElement& module, std::int64_t arrival_ms) {
     Event event{arrival_ms, 0, EventKind::version};
-    event.values["name"] = word(&module, "Name");
-    event.values["version"] = word(&module, "Version");
+    event.values["name"] = word_of(&module, "Name");
+    event.values["version"] = word_of(&module, "Version");
     return event;
 }
 
@@ -144,20 +122,20 @@ std::vector<Event> DocumentReader::read_configuration(const TiXmlElement& device
 Event DocumentReader::read_device(const TiXmlElement& device, std::int64_t arrival_ms) {
     const TiXmlElement* input = below(&device, {"Video", "Input"});
     const TiXmlElement* channel = below(&device, {"Codec", "Encoder", "Channel"});
-    Event event{arrival_ms, number(&device, "Number"), EventKind::config};
-    names_[word(input, "Name")] = event.camera;
-    names_[word(&device, "ipAddress")] = event.camera;
-    event.values = {{"name", word(input, "Name")},
-                    {"address", word(&device, "ipAddress")},
-                    {"enabled", number(&device, "Enabled") != 0},
-                    {"model", number(&device, "Name")},
-                    {"firmware", number(&device, "Firmware")},
-                    {"serial", word(&device, "Serial")},
-                    {"codec", number(channel, "Standard") == 0 ? "jpeg" : "h264"},
+    Event event{arrival_ms, number_of(&device, "Number"), EventKind::config};
+    names_[word_of(input, "Name")] = event.camera;
+    names_[word_of(&device, "ipAddress")] = event.camera;
+    event.values = {{"name", word_of(input, "Name")},
+                    {"address", word_of(&device, "ipAddress")},
+                    {"enabled", number_of(&device, "Enabled") != 0},
+                    {"model", number_of(&device, "Name")},
+                    {"firmware", number_of(&device, "Firmware")},
+                    {"serial", word_of(&device, "Serial")},
+                    {"codec", number_of(channel, "Standard") == 0 ? "jpeg" : "h264"},
                     {"width", known_side(channel, "Width")},
                     {"height", known_side(channel, "Height")},
-                    {"framerate", number(channel, "Framerate")},
-                    {"quality", number(channel, "Quality")}};
+                    {"framerate", number_of(channel, "Framerate")},
+                    {"quality", number_of(channel, "Quality")}};
     return event;
 }
 
@@ -166,7 +144,7 @@ Event DocumentReader::read_log(const TiXmlElement& root, std::int64_t arrival_ms
     const std::string line = text == nullptr ? "" : text;
     std::string rest;
     Event event{arrival_ms, camera_of_line(line, rest), EventKind::log};
-    event.values["level"] = number(&root, "level");
+    event.values["level"] = number_of(&root, "level");
     event.values["text"] = line;
     note_failure(rest, event);
     return event;
@@ -182,6 +160,15 @@ int DocumentReader::camera_of_line(const std::string& line, std::string& rest) c
     }
     rest = line.substr(longest);
     return camera;
+}
+
+int connected_camera(const std::string& text) {
+    if (text.find(" Connected=") == std::string::npos) return 0;
+    TiXmlDocument document;
+    document.Parse(text.c_str());
+    const TiXmlElement* device = below(document.FirstChildElement("Velm"), {"Devices", "Device"});
+    const TiXmlElement* channel = below(device, {"Codec", "Encoder", "Channel"});
+    return number_of(channel, "Connected") != 0 ? number_of(device, "Number") : 0;
 }
 
 }  // namespace plendix

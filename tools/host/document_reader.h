@@ -29,4 +29,7 @@ private:
     std::map<int, nlohmann::ordered_json> configurations_;
 };
 
+/// The camera of which the document tells that its video begins; 0 for any other document.
+int connected_camera(const std::string& text);
+
 }  // namespace plendix

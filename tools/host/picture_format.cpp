@@ -1,6 +1,6 @@
 #include "host/picture_format.h"
 
-#include <algorithm>
+#include <cstring>
 
 #include "ffmpeg.h"
 
@@ -13,8 +13,14 @@ using Position = Bytes::const_iterator;
 
 /// The first byte of the next start code 00 00 01, or the end.
 Position find_start_code(Position from, Position end) {
-    static const Bytes code{0, 0, 1};
-    return std::search(from, end, code.begin(), code.end());
+    // Of its three bytes the last is the rarest in coded pictures.
+    for (Position one = from; end - one > 2; ++one) {
+        const void* found = std::memchr(&*(one + 2), 1, static_cast<std::size_t>(end - one - 2));
+        if (found == nullptr) return end;
+        one += static_cast<const std::uint8_t*>(found) - &*(one + 2);
+        if (*one == 0 && *(one + 1) == 0) return one;
+    }
+    return end;
 }
 
 void append_nal(Bytes& stream, Position first, Position last) {
@@ -52,8 +58,9 @@ PictureFormat jpeg_format(const Bytes& picture) {
     return format;
 }
 
-H264Frame split_h264(const Bytes& stream) {
-    H264Frame frame;
+void split_h264(const Bytes& stream, H264Frame& frame) {
+    frame.parameter_sets.clear();
+    frame.picture.clear();
     const Position end = stream.end();
     Position code = find_start_code(stream.begin(), end);
     while (code != end) {
@@ -67,7 +74,6 @@ H264Frame split_h264(const Bytes& stream) {
         if (type == nal_delimiter) continue;
         append_nal(type == nal_sps || type == nal_pps ? frame.parameter_sets : frame.picture, first, last);
     }
-    return frame;
 }
 
 PictureFormat h264_format(const H264Frame& frame) {

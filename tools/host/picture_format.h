@@ -25,9 +25,10 @@ struct H264Frame {
     Bytes picture;         // everything else with start codes, without access unit delimiters
 };
 
-/// Splits a byte stream (ITU-T H.264 Annex B). The driver ends every frame with the delimiter
-/// of the access unit that follows. A file that delimits the pictures itself needs none.
-H264Frame split_h264(const Bytes& stream);
+/// Splits a byte stream (ITU-T H.264 Annex B) into `frame`, whose memory is used again. The driver
+/// ends every frame with the delimiter of the access unit that follows. A file that delimits the
+/// pictures itself needs none.
+void split_h264(const Bytes& stream, H264Frame& frame);
 
 /// Reads the size from the parameter sets of a key frame. Not usable without them.
 PictureFormat h264_format(const H264Frame& frame);

@@ -17,7 +17,8 @@ struct PluginExports;
 using EventSink = std::function<bool(const _EventParmsIn&)>;
 
 /// One loaded plug-in. There is one at a time in a process, because the plug-in tells its
-/// callback nothing about whom it serves. Not thread-safe: one thread owns it.
+/// callback nothing about whom it serves. One thread owns it; `configure` and `write` are safe from any, also
+/// from within the sink.
 class PluginLibrary {
 public:
     /// Loads the library and calls Load. Throws Failure: no such file, not a plug-in.

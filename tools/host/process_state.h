@@ -1,10 +1,14 @@
-// What a recording changes in its process, put back at the end of a scope: the current
-// directory, standard output and the handlers of the ending signals.
+// What a recording changes in its process, put back at the end of a scope: the current directory
+// and standard output. And what it has to find there from the start.
 #pragma once
 
 #include <filesystem>
 
 namespace plendix {
+
+/// Opens descriptors 0 to 2 on /dev/null where they are closed: otherwise the next file that is
+/// opened would get such a number, and with it what is printed. First of all in main().
+void keep_standard_descriptors();
 
 /// Works inside a folder, because the plug-in keeps its settings in the current directory.
 class WorkingDirectory {
@@ -19,30 +23,25 @@ private:
     std::filesystem::path before_;
 };
 
-/// Sends standard output into a file: the plug-in prints its log there, while the command's
-/// own standard output is data.
+/// Sends standard output to the end of a file: the plug-in prints its log there, while the
+/// command's own standard output is data. The thread that made it calls the methods; others may
+/// print meanwhile.
 class OutputToFile {
 public:
-    /// Replaces the file. Throws Failure.
+    /// Throws Failure when the file cannot be opened.
     explicit OutputToFile(const std::filesystem::path& file);
     ~OutputToFile();
     OutputToFile(const OutputToFile&) = delete;
     OutputToFile& operator=(const OutputToFile&) = delete;
 
+    /// Puts what was printed into the file. One that has grown beyond so many bytes is kept with
+    /// ".1" at its name, in place of the one before, and begun anew; so is one that was taken away.
+    /// What cannot be done now is left for the next call: once a minute is often enough.
+    void rotate_if_large(std::uintmax_t largest = 10U << 20U);
+
 private:
+    std::filesystem::path file_;  // absolute: the current directory may change
     int before_;
-};
-
-/// Turns the first SIGINT or SIGTERM into a request to stop; the next one ends the process.
-/// One at a time.
-class StopSignals {
-public:
-    StopSignals();
-    ~StopSignals();
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-
-    bool requested() const;
 };
 
 }  // namespace plendix

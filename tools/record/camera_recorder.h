@@ -1,68 +1,80 @@
-// The recording of one camera: its frames into files, and what there is to tell about them.
+// The recording of one camera: its frames into segments.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
-#include "host/event.h"
+#include "host/frame.h"
 #include "host/picture_format.h"
 #include "record/matroska_writer.h"
+#include "record/motion_file.h"
+#include "record/record_folder.h"
+#include "record/record_totals.h"
 
 namespace plendix {
 
-struct Arrival;
-
-struct CameraTotals {
-    std::uint64_t frames = 0;  // that the plug-in delivered
-    std::uint64_t bytes = 0;
-    std::uint64_t key_frames = 0;
-    std::uint64_t recorded = 0;    // frames in the files
-    std::uint64_t unreadable = 0;  // not recorded: they do not tell what they are
-    std::uint64_t unstarted = 0;   // not recorded: no key frame since the stream began or had a gap
-    std::int64_t first_ms = 0;     // times of the first and the last frame
-    std::int64_t last_ms = 0;
-    std::uint64_t motion_events = 0;
-    std::uint64_t lost_blocks = 0;  // pictures given up; the plug-in names one missing block of each
-    std::uint64_t timeouts = 0;     // transfers that stalled
-    std::uint64_t connections = 0;  // beginnings of video
-    std::uint64_t reconnections() const { return connections > 1 ? connections - 1 : 0; }
-};
-
-/// Files are called camera-N.mkv; a new codec, size or parameter set begins camera-N-2.mkv
-/// and so on. One thread.
+/// A new segment begins with a key frame, when the one before is long enough, the camera changes
+/// codec, size or parameter sets, the wall clock was set, or the disk takes frames again after it
+/// had refused them. The recorder's thread only.
 class CameraRecorder {
 public:
-    /// Writes into the current directory.
-    explicit CameraRecorder(int number);
+    using Time = std::chrono::steady_clock::time_point;
 
-    /// Records one frame; returns an event when the recording mark changed with it.
-    std::optional<Event> frame(const Arrival& arrival);
-    /// Counts what an event of this camera says.
-    void count(const Event& event);
+    /// Segments of `length`, 0: as long as the recording goes on.
+    CameraRecorder(int number, RecordFolder& folder, std::chrono::milliseconds length);
+
+    void frame(const Frame& frame, Time now);
+    /// Once in a while: ends a segment whose file is gone or whose camera has stopped sending.
+    void check(Time now);
     void close();
 
     int number() const { return number_; }
-    const CameraTotals& totals() const { return totals_; }
-    const std::vector<std::filesystem::path>& files() const { return files_; }
-    /// Of the file written last; not usable before the first frame.
+    const RecordTotals& totals() const { return totals_; }
+    /// Of the segment written last; not usable before the first.
     const PictureFormat& format() const { return format_; }
+    /// Why nothing is written at the moment; empty when the disk takes everything.
+    const std::string& refusal() const { return refusal_; }
+    /// errno value of that.
+    int refusal_code() const { return refusal_code_; }
+    /// Tries again with the next key frame.
+    void retry() { next_try_ = {}; }
+
+    std::uint64_t open_bytes() const;
+    /// Of the open segment: relative to the folder, without extension.
+    std::optional<std::filesystem::path> open_stem() const;
+    /// Segments closed since the last call, the same.
+    std::vector<std::filesystem::path> take_closed();
 
 private:
-    void jpeg(const Arrival& arrival);
-    void h264(const Arrival& arrival);
-    void use_file_for(const PictureFormat& format, std::int64_t start_ms);
-    void store(const Bytes& picture, const Arrival& arrival);
+    void jpeg(const Frame& frame);
+    void h264(const Frame& frame);
+    void store(const PictureFormat& format, const Bytes& picture, const Frame& frame);
+    bool fits(const PictureFormat& format, const Frame& frame) const;
+    void begin(const PictureFormat& format, const Frame& frame);
+    void write(const Bytes& picture, const Frame& frame);
+    void refuse(const std::string& why, int code);
 
-    int number_;
-    CameraTotals totals_;
-    std::vector<std::filesystem::path> files_;
+    const int number_;
+    RecordFolder& folder_;
+    const std::chrono::milliseconds length_;
+    RecordTotals totals_;
+    std::optional<MatroskaWriter> movie_;
+    std::optional<MotionWriter> motion_;
+    std::filesystem::path stem_;
     PictureFormat format_;
-    std::unique_ptr<MatroskaWriter> writer_;
-    bool needs_key_ = true;
-    bool marked_ = false;
+    H264Frame parts_;            // kept for its memory
+    std::int64_t began_ms_ = 0;  // arrival of the segment's first frame
+    std::uint32_t clock_epoch_ = 0;
+    Time now_{};
+    Time last_frame_{};
+    std::string refusal_;
+    int refusal_code_ = 0;
+    Time next_try_{};
+    std::vector<std::filesystem::path> closed_;
 };
 
 }  // namespace plendix

@@ -56,8 +56,12 @@ std::string Complaints::first_;
 
 class Check {
 public:
-    explicit Check(const std::filesystem::path& file)
-        : movie_(file), decoder_(movie_.strict_decoder()), frame_(av_frame_alloc()) {}
+    Check(const std::filesystem::path& file, const CheckProgress& progress)
+        : movie_(file),
+          decoder_(movie_.strict_decoder()),
+          frame_(av_frame_alloc()),
+          progress_(progress),
+          size_(static_cast<double>(std::filesystem::file_size(file))) {}
 
     DecodeResult run() {
         const LibavPointer<AVPacket> packet(av_packet_alloc());
@@ -65,6 +69,8 @@ public:
         while (next(*packet)) {
             ++result_.packets;
             feed(packet.get());
+            result_.ended = progress_ && !progress_(static_cast<double>(packet->pos) / size_);
+            if (result_.ended) return result_;
         }
         feed(nullptr);
         return result_;
@@ -116,13 +122,15 @@ private:
     MovieFile movie_;
     LibavPointer<AVCodecContext> decoder_;
     LibavPointer<AVFrame> frame_;
+    const CheckProgress& progress_;
+    double size_;  // bytes
     DecodeResult result_;
 };
 
 }  // namespace
 
-DecodeResult check_file(const std::filesystem::path& file) {
-    return Check(file).run();
+DecodeResult check_file(const std::filesystem::path& file, const CheckProgress& progress) {
+    return Check(file, progress).run();
 }
 
 }  // namespace plendix

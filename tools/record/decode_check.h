@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace plendix {
@@ -12,12 +13,16 @@ struct DecodeResult {
     std::uint64_t decoded = 0;  // pictures that came out of frames without a fault
     std::uint64_t faulty = 0;   // frames refused, repaired or complained about
     std::string first_fault;    // one line
+    bool ended = false;         // early, because it was asked to: the numbers are of a part
 
-    bool clean() const { return faulty == 0 && decoded == packets; }
+    bool clean() const { return faulty == 0 && decoded == packets && !ended; }
 };
+
+/// Is told how much of the file is done, 0 to 1, frame by frame; false ends the check.
+using CheckProgress = std::function<bool(double part)>;
 
 /// Decodes every frame of the file, strictly, JPEG frames with two decoders. Throws Failure when it cannot be
 /// opened. While it runs it owns libav's log callback, so one check at a time in a process.
-DecodeResult check_file(const std::filesystem::path& file);
+DecodeResult check_file(const std::filesystem::path& file, const CheckProgress& progress = {});
 
 }  // namespace plendix

@@ -1,5 +1,9 @@
 #include "record/movie_file.h"
 
+extern "C" {
+#include <libavutil/parseutils.h>
+}
+
 #include "usage.h"
 
 namespace plendix {
@@ -22,6 +26,13 @@ bool MovieFile::read(AVPacket& packet) {
         if (result < 0) throw Failure("'" + path_.string() + "' is damaged: " + libav_text(result));
         if (packet.stream_index == stream_->index) return true;
     }
+}
+
+std::int64_t MovieFile::start_ms() const {
+    const AVDictionaryEntry* entry = av_dict_get(context_->metadata, "creation_time", nullptr, 0);
+    std::int64_t microseconds = 0;
+    if (entry == nullptr || av_parse_time(&microseconds, entry->value, 0) < 0) return 0;
+    return microseconds / 1000;
 }
 
 LibavPointer<AVCodecContext> MovieFile::strict_decoder() const {

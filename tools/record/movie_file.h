@@ -18,6 +18,9 @@ public:
     /// A decoder that refuses what it would otherwise repair silently.
     LibavPointer<AVCodecContext> strict_decoder() const;
 
+    /// UTC since 1970 of time 0 in the file; 0 when the file does not tell.
+    std::int64_t start_ms() const;
+
     const AVStream& video() const { return *stream_; }
     const std::filesystem::path& path() const { return path_; }
 

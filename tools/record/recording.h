@@ -6,33 +6,40 @@
 #include <functional>
 #include <vector>
 
-#include "host/document_builder.h"
+#include "host/camera_settings.h"
+#include "record/recorder.h"
+#include "record/screen.h"
 
 namespace plendix {
 
-class PluginLibrary;
+class Session;
 
 /// Something to do at a moment of the recording, on the recording thread.
 struct Step {
     std::chrono::milliseconds at;  // since the plug-in was opened
-    std::function<void(PluginLibrary&)> action;
+    std::function<void(Session&)> action;
 };
 
 struct RecordingPlan {
     std::filesystem::path plugin;  // empty: default_plugin()
-    std::filesystem::path output;  // made when missing; the recording works inside it
+    std::filesystem::path output;  // made when missing
+    std::filesystem::path state;   // where the plug-in keeps its settings; empty: the output folder
     std::vector<CameraSettings> cameras;
     std::chrono::milliseconds duration{0};  // 0: until SIGINT or SIGTERM
-    bool check = true;                      // decode the files afterwards
-    bool faults_expected = false;           // frames that do not decode are told, but no failure
-    bool replace = false;                   // overwrite the files of an earlier recording
-    std::vector<Step> steps;                // in order of time
+    RecorderRules rules;
+    ScreenOptions screen;
+    bool check = false;            // decode the files afterwards
+    bool faults_expected = false;  // frames that do not decode are told, but no failure
+    std::vector<Step> steps;       // in order of time
+
+    /// Reads the configuration file again; without one SIGHUP ends the recording. Throws UsageError.
+    std::function<std::vector<CameraSettings>()> reload;
 };
 
-/// Records, prints events and a line per second to standard error, the table and the names of
-/// the files to standard output. Changes the current directory, standard output and signal
-/// handlers while it runs. Returns the exit code: done when every camera delivered frames and
-/// none of them failed to decode. Throws UsageError and Failure.
+/// Records, tells people on standard error how it goes, and prints the table and the names of the
+/// files to standard output. Changes the current directory, standard output and signal handlers
+/// while it runs. Returns the exit code: done when every camera delivered frames and none of them
+/// failed to decode; as a service, when it ended because it was asked to. Throws UsageError and Failure.
 int record(const RecordingPlan& plan);
 
 }  // namespace plendix

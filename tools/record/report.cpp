@@ -3,85 +3,60 @@
 #include <algorithm>
 #include <iomanip>
 #include <ostream>
-#include <sstream>
+
+#include "host/diagnosis.h"
+#include "record/words.h"
 
 namespace plendix {
 namespace {
 
-constexpr std::size_t most_cameras_in_line = 4;  // more would not fit a terminal: their sum
+using Time = CameraState::Time;
 
-std::string fixed(double value, int digits) {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(digits) << value;
-    return text.str();
+std::string size_text(const CameraState& state) {
+    if (state.width <= 0 || state.height <= 0) return "-";
+    return std::to_string(state.width) + 'x' + std::to_string(state.height);
 }
 
-double megabits(std::uint64_t bytes, double seconds) {
-    return seconds > 0 ? static_cast<double>(bytes) * 8e-6 / seconds : 0;
+const char* codec_text(const CameraState& state) {
+    if (state.frames == 0) return "-";
+    return state.codec == FrameCodec::jpeg ? "JPEG" : "H.264";
 }
 
-std::string state(const CameraTotals& totals, double rate, double rate_mbit) {
-    std::string text = std::to_string(totals.frames) + " frames, " + fixed(rate, 1) + " fps, " +
-                       fixed(rate_mbit, 1) + " Mbit/s, " + std::to_string(totals.lost_blocks) + " lost";
-    if (totals.timeouts > 0) text += ", " + std::to_string(totals.timeouts) + " time-outs";
-    return text;
+double per_second(std::uint64_t sum, const CameraState& state, Time end) {
+    const double seconds = std::chrono::duration<double>(end - state.watched_since).count();
+    return seconds > 0 ? static_cast<double>(sum) / seconds : 0;
 }
 
-std::string size_text(const PictureFormat& format) {
-    if (!format.usable()) return "-";
-    return std::to_string(format.width) + 'x' + std::to_string(format.height);
+std::vector<std::string> cells(const Row& row, Time end) {
+    const CameraState& state = row.state;
+    return {std::to_string(state.number),
+            codec_text(state),
+            size_text(state),
+            std::to_string(state.frames),
+            fixed(per_second(state.frames, state, end), 2),
+            fixed(per_second(state.bytes, state, end) * 8e-6, 2),
+            std::to_string(state.key_frames),
+            std::to_string(state.motion_events),
+            std::to_string(state.lost_blocks),
+            std::to_string(state.timeouts),
+            std::to_string(state.reconnections()),
+            row.decode ? std::to_string(row.decode->decoded) + (row.decode->ended ? "+" : "") : "-"};
 }
 
-std::vector<std::string> cells(const Row& row) {
-    const CameraTotals& totals = row.camera->totals();
-    const PictureFormat& format = row.camera->format();
-    // n frames span n - 1 intervals.
-    const double seconds = static_cast<double>(totals.last_ms - totals.first_ms) / 1000;
-    const double rate = seconds > 0 ? static_cast<double>(totals.frames - 1) / seconds : 0;
-    const char* codec = format.codec == FrameCodec::jpeg ? "JPEG" : "H.264";
-    return {std::to_string(row.camera->number()),
-            format.usable() ? codec : "-",
-            size_text(format),
-            std::to_string(totals.frames),
-            fixed(rate, 2),
-            fixed(megabits(totals.bytes, seconds), 2),
-            std::to_string(totals.key_frames),
-            std::to_string(totals.motion_events),
-            std::to_string(totals.lost_blocks),
-            std::to_string(totals.timeouts),
-            std::to_string(totals.reconnections()),
-            row.decode ? std::to_string(row.decode->decoded) : "-"};
+/// "sends no more pictures" is not enough at the end: for how long?
+std::string silence(const CameraState& state, Time end) {
+    if (state.condition != CameraCondition::silent || !state.last_frame) return {};
+    const auto span = std::chrono::duration_cast<std::chrono::seconds>(end - *state.last_frame);
+    return " (its last one came " + span_words(span) + " before the end)";
+}
+
+void remark(std::ostream& out, int camera, std::uint64_t count, const char* what) {
+    if (count > 0) out << "camera " << camera << ": " << count << ' ' << what << '\n';
 }
 
 }  // namespace
 
-std::string LiveLine::next(std::chrono::milliseconds elapsed, const Recorders& recorders) {
-    const double seconds = static_cast<double>((elapsed - before_).count()) / 1000;
-    before_ = elapsed;
-    std::string line;
-    CameraTotals sum;
-    Before step_sum;
-    for (const auto& [number, recorder] : recorders) {
-        const CameraTotals& totals = recorder.totals();
-        Before& before = cameras_[number];
-        const Before step{totals.frames - before.frames, totals.bytes - before.bytes};
-        before = {totals.frames, totals.bytes};
-        line += " | camera " + std::to_string(number) + ": " +
-                state(totals, static_cast<double>(step.frames) / seconds, megabits(step.bytes, seconds));
-        sum.frames += totals.frames;
-        sum.lost_blocks += totals.lost_blocks;
-        sum.timeouts += totals.timeouts;
-        step_sum.frames += step.frames;
-        step_sum.bytes += step.bytes;
-    }
-    if (recorders.size() > most_cameras_in_line) {
-        line = " | " + std::to_string(recorders.size()) + " cameras: " +
-               state(sum, static_cast<double>(step_sum.frames) / seconds, megabits(step_sum.bytes, seconds));
-    }
-    return std::to_string((elapsed.count() + 500) / 1000) + " s" + line;
-}
-
-void print_table(std::ostream& out, const std::vector<Row>& rows) {
+void print_table(std::ostream& out, const std::vector<Row>& rows, Time end) {
     const std::vector<std::string> titles{"camera",      "codec",     "size",          "frames",
                                           "fps",         "Mbit/s",    "key frames",    "motion events",
                                           "lost blocks", "time-outs", "reconnections", "decoded"};
@@ -95,7 +70,20 @@ void print_table(std::ostream& out, const std::vector<Row>& rows) {
     };
     line(titles);
     for (const Row& row : rows)
-        line(cells(row));
+        line(cells(row, end));
+}
+
+void print_remarks(std::ostream& out, const std::vector<Row>& rows, Time end) {
+    for (const Row& row : rows) {
+        const int number = row.state.number;
+        remark(out, number, row.totals.lost, "frames lost: writing was too slow");
+        remark(out, number, row.totals.unstarted, "frames not recorded: no key frame before them");
+        remark(out, number, row.totals.unreadable, "frames not recorded: unreadable");
+    }
+    for (const Row& row : rows) {
+        const std::string trouble = trouble_line(row.state, row.diagnosis);
+        if (!trouble.empty()) out << trouble << silence(row.state, end) << '\n';
+    }
 }
 
 }  // namespace plendix

@@ -1,41 +1,31 @@
-// What a recording tells people: a line per second while it runs, a table at its end.
+// What a recording tells people at its end.
 #pragma once
 
-#include <chrono>
+#include <cstdint>
+#include <filesystem>
 #include <iosfwd>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "record/camera_recorder.h"
+#include "host/camera_state.h"
 #include "record/decode_check.h"
+#include "record/record_totals.h"
 
 namespace plendix {
 
-using Recorders = std::map<int, CameraRecorder>;  // by camera number
-
-/// The live line: frames and lost blocks so far, rates since the line before.
-class LiveLine {
-public:
-    std::string next(std::chrono::milliseconds elapsed, const Recorders& recorders);
-
-private:
-    struct Before {
-        std::uint64_t frames = 0;
-        std::uint64_t bytes = 0;
-    };
-
-    std::chrono::milliseconds before_{0};
-    std::map<int, Before> cameras_;
-};
-
-/// One row of the table.
+/// One camera.
 struct Row {
-    const CameraRecorder* camera = nullptr;
+    CameraState state;
+    RecordTotals totals;
     std::optional<DecodeResult> decode;  // of all files; nothing when not checked
+    std::string diagnosis;               // of its address; empty when it was not asked
 };
 
-void print_table(std::ostream& out, const std::vector<Row>& rows);
+/// Rates are over the whole time in which the camera was watched, until `end`.
+void print_table(std::ostream& out, const std::vector<Row>& rows, CameraState::Time end);
+
+/// The cameras that need somebody, a line each with what to do next, and what was not recorded.
+void print_remarks(std::ostream& out, const std::vector<Row>& rows, CameraState::Time end);
 
 }  // namespace plendix

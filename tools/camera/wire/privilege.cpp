@@ -9,9 +9,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
-#include <string>
+
+#include "camera/wire/udp.h"
 
 namespace plendix::camera {
 
@@ -36,29 +39,43 @@ bool bring_loopback_up() {
     return up;
 }
 
-}  // namespace
-
-bool can_bind_port_69() {
+/// 0 when UDP port 69 of this address, in network order, can be had now.
+int bind_error(std::uint32_t address) {
     const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
-    if (probe < 0) return false;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(69);
-    const int result = bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    const bool allowed = result == 0 || errno == EADDRINUSE;
+    if (probe < 0) return errno;
+    sockaddr_in port{};
+    port.sin_family = AF_INET;
+    port.sin_addr.s_addr = address;
+    port.sin_port = htons(69);
+    const int error = bind(probe, reinterpret_cast<const sockaddr*>(&port), sizeof port) == 0 ? 0 : errno;
     close(probe);
-    return allowed;
+    return error;
 }
 
-bool enter_private_network() {
-    if (can_bind_port_69()) return true;
+bool available(const std::vector<std::string>& addresses) {
+    if (addresses.empty()) {
+        const int error = bind_error(htonl(INADDR_LOOPBACK));
+        return error == 0 || error == EADDRINUSE;
+    }
+    return std::all_of(addresses.begin(), addresses.end(),
+                       [](const std::string& address) { return bind_error(parse_address(address)) == 0; });
+}
+
+/// A network of its own is root's to make. Others become root of a world of their own first.
+bool unshare_network() {
+    if (unshare(CLONE_NEWNET) == 0) return true;
     const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
     // Without CAP_SETGID outside, gid_map may be written only once setgroups is denied.
     return write_file("/proc/self/setgroups", "deny") &&
            write_file("/proc/self/uid_map", "0 " + user + " 1") &&
-           write_file("/proc/self/gid_map", "0 " + group + " 1") && bring_loopback_up() && can_bind_port_69();
+           write_file("/proc/self/gid_map", "0 " + group + " 1");
+}
+
+}  // namespace
+
+bool enter_private_network(const std::vector<std::string>& addresses) {
+    return available(addresses) || (unshare_network() && bring_loopback_up() && available(addresses));
 }
 
 }  // namespace plendix::camera

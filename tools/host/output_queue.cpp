@@ -1,0 +1,87 @@
+#include "host/output_queue.h"
+
+#include <utility>
+
+namespace plendix {
+namespace {
+
+constexpr std::size_t event_reserve_bytes = 8U << 20U;
+constexpr std::size_t event_bytes = 1U << 10U;  // of an ordinary one, roughly
+
+std::size_t bytes_of(const Event& event) {
+    const auto text = event.values.find("text");
+    const bool told = text != event.values.end() && text->is_string();
+    return event_bytes + (told ? text->get_ref<const std::string&>().size() : 0);
+}
+
+std::size_t bytes_of(const Delivery& delivery) {
+    const auto* frame = std::get_if<FramePointer>(&delivery);
+    return frame != nullptr ? (*frame)->data.size() : bytes_of(std::get<Event>(delivery));
+}
+
+}  // namespace
+
+OutputQueue::OutputQueue(std::size_t limit_bytes) : limit_bytes_(limit_bytes) {}
+
+void OutputQueue::push(const FramePointer& frame) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Loss& loss = losses_.at(static_cast<std::size_t>(frame->camera));
+    const bool undecodable = loss.needs_key && !frame->key;
+    if (undecodable || waiting_bytes_ + frame->data.size() > limit_bytes_) {
+        ++loss.total;
+        loss.needs_key = true;
+        return;
+    }
+    loss.needs_key = false;
+    waiting_bytes_ += frame->data.size();
+    waiting_.emplace_back(frame);
+    filled_.notify_one();
+}
+
+void OutputQueue::push(const Event& event) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::size_t bytes = bytes_of(event);
+    if (waiting_bytes_ + bytes > limit_bytes_ + event_reserve_bytes) {
+        ++losses_[0].total;
+        return;
+    }
+    waiting_bytes_ += bytes;
+    waiting_.emplace_back(event);
+    filled_.notify_one();
+}
+
+std::optional<Delivery> OutputQueue::pop(std::chrono::milliseconds patience) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    filled_.wait_for(lock, patience, [this] { return !waiting_.empty() || finished_; });
+    if (waiting_.empty()) return std::nullopt;
+    Delivery delivery = std::move(waiting_.front());
+    waiting_.pop_front();
+    waiting_bytes_ -= bytes_of(delivery);
+    return delivery;
+}
+
+void OutputQueue::finish() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    finished_ = true;
+    filled_.notify_all();
+}
+
+bool OutputQueue::finished() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return finished_ && waiting_.empty();
+}
+
+std::uint64_t OutputQueue::lost(int camera) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return losses_.at(static_cast<std::size_t>(camera)).total;
+}
+
+std::uint64_t OutputQueue::lost() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::uint64_t sum = 0;
+    for (std::size_t camera = 1; camera < losses_.size(); ++camera)
+        sum += losses_[camera].total;
+    return sum;
+}
+
+}  // namespace plendix

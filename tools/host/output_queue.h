@@ -1,0 +1,60 @@
+// What an output has still to take: frames and events in the order in which they came.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <variant>
+
+#include "host/event.h"
+#include "host/frame.h"
+
+namespace plendix {
+
+using Delivery = std::variant<FramePointer, Event>;
+
+/// One for each output, bounded in bytes: an output that is too slow loses its own frames and
+/// nobody else's. Any thread may push; the output's thread pops.
+class OutputQueue {
+public:
+    /// Frames are lost while `limit_bytes` are waiting, events only 8 MiB later.
+    explicit OutputQueue(std::size_t limit_bytes);
+
+    /// Never waits. A frame that is lost takes those with it that cannot be decoded without it:
+    /// the camera's next one is a key frame.
+    void push(const FramePointer& frame);
+    void push(const Event& event);
+
+    /// Waits up to `patience`.
+    std::optional<Delivery> pop(std::chrono::milliseconds patience);
+
+    /// Nothing more comes: `pop` does not wait any longer.
+    void finish();
+    bool finished() const;  // and nothing is left
+
+    /// Frames of this camera (1 to 255) that were lost so far; 0: events.
+    std::uint64_t lost(int camera) const;
+    std::uint64_t lost() const;  // of all cameras
+
+private:
+    struct Loss {
+        std::uint64_t total = 0;
+        bool needs_key = false;
+    };
+
+    const std::size_t limit_bytes_;
+    mutable std::mutex mutex_;
+    std::condition_variable filled_;
+    // Guarded by mutex_:
+    std::deque<Delivery> waiting_;
+    std::size_t waiting_bytes_ = 0;
+    bool finished_ = false;
+    std::array<Loss, 256> losses_{};
+};
+
+}  // namespace plendix

@@ -1,0 +1,31 @@
+// Finds out why a camera does not deliver, beside the recording.
+#pragma once
+
+#include <chrono>
+#include <future>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/camera_state.h"
+
+namespace plendix {
+
+/// Asks the network about each camera that has not delivered for a while, once until it delivers
+/// again, a few at a time. The thread that owns it calls; questions run on threads of their own.
+class Advisor {
+public:
+    using Time = CameraState::Time;
+
+    /// Asks about cameras that are due, and returns what was found out since the last call, a line each.
+    std::vector<std::string> advise(const std::vector<CameraState>& cameras, Time now);
+
+private:
+    struct Question {
+        std::string prefix;
+        std::future<std::string> answer;  // invalid once it was told
+    };
+    std::map<int, Question> questions_;  // by camera number
+};
+
+}  // namespace plendix

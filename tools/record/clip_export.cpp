@@ -1,0 +1,234 @@
+#include "record/clip_export.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ffmpeg.h"
+#include "record/clock_text.h"
+#include "record/matroska_writer.h"
+#include "record/movie_file.h"
+#include "record/segment_files.h"
+#include "record/segment_repair.h"
+#include "usage.h"
+
+namespace plendix {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// One segment's movie as a source of frames.
+struct Source {
+    fs::path movie;
+    std::int64_t start_ms = 0;
+    Playable playable{};
+    PictureFormat format{};
+};
+
+PictureFormat format_of(const MovieFile& movie) {
+    const AVCodecParameters& parameters = *movie.video().codecpar;
+    PictureFormat format;
+    format.codec = parameters.codec_id == AV_CODEC_ID_H264 ? FrameCodec::h264 : FrameCodec::jpeg;
+    format.width = parameters.width;
+    format.height = parameters.height;
+    if (format.codec == FrameCodec::h264 && parameters.extradata_size > 0)
+        format.parameter_sets.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
+    return format;
+}
+
+/// Reads the frames of a source with their times on the wall clock.
+class FrameReader {
+public:
+    explicit FrameReader(const Source& source)
+        : source_(source), movie_(source.movie), packet_(av_packet_alloc()) {
+        if (!packet_) throw std::bad_alloc();
+    }
+    /// False at the end of what can be played.
+    bool next() {
+        try {
+            if (!movie_.read(*packet_)) return false;
+        } catch (const Failure&) {
+            if (source_.playable.closed) throw;
+            return false;  // a picture that is just being written
+        }
+        return packet_->pos < 0 || static_cast<std::uint64_t>(packet_->pos) < source_.playable.bytes;
+    }
+    std::int64_t time_ms() const {
+        return source_.start_ms + av_rescale_q(packet_->pts, movie_.video().time_base, {1, 1000});
+    }
+    bool key() const { return (packet_->flags & AV_PKT_FLAG_KEY) != 0; }
+    Bytes picture() const { return {packet_->data, packet_->data + packet_->size}; }
+
+private:
+    const Source& source_;
+    MovieFile movie_;
+    LibavPointer<AVPacket> packet_;
+};
+
+/// Nothing when the segment has no picture yet, or was removed by the recorder in the meantime.
+std::optional<Source> open_source(const fs::path& file) {
+    Source source;
+    source.movie = file;
+    try {
+        source.playable = playable_part(file);
+        if (source.playable.bytes == 0) return std::nullopt;
+        const MovieFile movie(file);
+        source.start_ms = movie.start_ms();
+        source.format = format_of(movie);
+    } catch (const Failure&) {
+        if (!fs::exists(file)) return std::nullopt;
+        throw;
+    }
+    return source;
+}
+
+/// In order of time; the first is the last one that begins at or before the span.
+std::vector<Source> sources_of(const ClipPlan& plan) {
+    std::vector<Source> sources;
+    for (const SegmentName& name :
+         segments_near(plan.folder, plan.camera, ".mkv", plan.from_ms, plan.to_ms)) {
+        auto source = open_source(plan.folder / (stem_path(name).string() + ".mkv"));
+        if (source && source->start_ms < plan.to_ms) sources.push_back(std::move(*source));
+    }
+    const auto earlier = [](const Source& a, const Source& b) { return a.start_ms < b.start_ms; };
+    std::stable_sort(sources.begin(), sources.end(), earlier);
+    const auto after = std::find_if(sources.begin(), sources.end(),
+                                    [&](const Source& source) { return source.start_ms > plan.from_ms; });
+    if (after - sources.begin() > 1) sources.erase(sources.begin(), after - 1);
+    return sources;
+}
+
+/// Time of the key frame that a clip from this moment on begins with; nothing when the source ends
+/// before it.
+std::optional<std::int64_t> first_key(const Source& source, std::int64_t from_ms, std::int64_t to_ms) {
+    std::optional<std::int64_t> key_ms;
+    FrameReader reader(source);
+    while (reader.next()) {
+        const std::int64_t time_ms = reader.time_ms();
+        if (time_ms >= to_ms) return std::nullopt;
+        if (reader.key() && (time_ms <= from_ms || !key_ms)) key_ms = time_ms;
+        if (time_ms >= from_ms && key_ms) return key_ms;
+    }
+    return std::nullopt;
+}
+
+std::string text_of(const PictureFormat& format) {
+    return std::to_string(format.width) + 'x' + std::to_string(format.height) +
+           (format.codec == FrameCodec::h264 ? " H.264" : " JPEG");
+}
+
+void require_one_format(const ClipPlan& plan, const std::vector<Source>& sources) {
+    for (std::size_t i = 1; i < sources.size(); ++i) {
+        const PictureFormat &before = sources[i - 1].format, &now = sources[i].format;
+        if (before == now) continue;
+        const std::string time = moment_text(sources[i].start_ms, plan.utc);
+        const std::string after = text_of(before) == text_of(now) ? "other parameter sets" : text_of(now);
+        std::string text = "camera " + std::to_string(plan.camera) + " changed from " + text_of(before);
+        text.append(" to ").append(after).append(" at ").append(time);
+        text.append(", and a clip has one format: export two files, one with --to ").append(time);
+        throw Failure(text.append(" and one with --from ").append(time));
+    }
+}
+
+/// The output under its temporary name, which goes when nothing comes of it.
+class TemporaryOutput {
+public:
+    explicit TemporaryOutput(const ClipPlan& plan)
+        : plan_(plan), path_(plan.output.string() + ".part-" + std::to_string(::getpid())) {
+        if (!plan.replace && fs::exists(plan.output)) refuse();
+    }
+    ~TemporaryOutput() { ::unlink(path_.c_str()); }
+    TemporaryOutput(const TemporaryOutput&) = delete;
+    TemporaryOutput& operator=(const TemporaryOutput&) = delete;
+
+    const fs::path& path() const { return path_; }
+    void keep() const {
+        const unsigned flags = plan_.replace ? 0 : RENAME_NOREPLACE;
+        if (::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, plan_.output.c_str(), flags) == 0) return;
+        if (errno == EEXIST) refuse();
+        // Not every file system knows that call: the name was free a moment ago.
+        if (errno != EINVAL || ::rename(path_.c_str(), plan_.output.c_str()) != 0)
+            throw Failure("cannot write '" + plan_.output.string() + "': " + error_text(errno));
+    }
+
+private:
+    void refuse() const {
+        throw UsageError("'" + plan_.output.string() + "' exists: name another file, or --replace it");
+    }
+    const ClipPlan& plan_;
+    fs::path path_;
+};
+
+/// Copies frames from a moment on, segment after segment.
+class ClipWriter {
+public:
+    ClipWriter(const ClipPlan& plan, fs::path file, const std::function<bool()>& stopped)
+        : plan_(plan), file_(std::move(file)), stopped_(stopped) {}
+
+    void copy(const Source& source, std::int64_t from_ms) {
+        FrameReader reader(source);
+        std::optional<std::int64_t>
+            later_ms;  // where the clock was set back, the segment follows the one before
+        while (reader.next() && reader.time_ms() < plan_.to_ms) {
+            const std::int64_t time_ms = reader.time_ms();
+            if (time_ms < from_ms) continue;
+            if (stopped_()) throw Failure("interrupted: nothing was written");
+            if (!later_ms)
+                later_ms = clip_.frames == 0 ? 0 : std::max<std::int64_t>(clip_.last_ms + 1 - time_ms, 0);
+            write(source, reader, time_ms + *later_ms);
+        }
+    }
+    Clip close() {
+        if (writer_) writer_->close();
+        return clip_;
+    }
+
+private:
+    void write(const Source& source, const FrameReader& reader, std::int64_t time_ms) {
+        if (!writer_) {
+            writer_ = std::make_unique<MatroskaWriter>(file_, source.format, time_ms);
+            clip_.first_ms = time_ms;
+        }
+        writer_->write(reader.picture(), reader.key(), time_ms - clip_.first_ms);
+        clip_.last_ms = time_ms;
+        ++clip_.frames;
+    }
+
+    const ClipPlan& plan_;
+    fs::path file_;
+    const std::function<bool()>& stopped_;
+    std::unique_ptr<MatroskaWriter> writer_;
+    Clip clip_;
+};
+
+}  // namespace
+
+Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped) {
+    const TemporaryOutput output(plan);
+    std::vector<Source> sources = sources_of(plan);
+    std::optional<std::int64_t> key_ms;
+    while (!sources.empty() && !(key_ms = first_key(sources.front(), plan.from_ms, plan.to_ms)))
+        sources.erase(sources.begin());  // it ends before the span
+    if (!key_ms)
+        throw Failure("camera " + std::to_string(plan.camera) + " has no picture from " +
+                      moment_text(plan.from_ms, plan.utc) + " to " + moment_text(plan.to_ms, plan.utc) +
+                      " in '" + plan.folder.string() + "'");
+    require_one_format(plan, sources);
+    ClipWriter writer(plan, output.path(), stopped);
+    for (const Source& source : sources)
+        writer.copy(source, &source == &sources.front() ? *key_ms : plan.from_ms);
+    const Clip clip = writer.close();
+    output.keep();
+    return clip;
+}
+
+}  // namespace plendix

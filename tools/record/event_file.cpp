@@ -1,0 +1,98 @@
+#include "record/event_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <utility>
+
+#include "host/event_log.h"
+
+namespace plendix {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t most_waiting_bytes = 1U << 20U;
+constexpr std::size_t day_characters = 10;  // "2026-11-23"
+
+std::string day_of(std::int64_t time_ms) {
+    return utc_text(time_ms).substr(0, day_characters);
+}
+
+/// Adds all of the line, or nothing.
+bool append(int descriptor, const std::string& line) {
+    struct stat before {};
+    if (fstat(descriptor, &before) != 0) return false;
+    const ssize_t written = ::write(descriptor, line.data(), line.size());
+    if (written == static_cast<ssize_t>(line.size())) return true;
+    if (written > 0 && ftruncate(descriptor, before.st_size) != 0) return false;
+    return false;
+}
+
+}  // namespace
+
+EventFile::EventFile(fs::path folder) : folder_(std::move(folder)) {}
+
+EventFile::~EventFile() {
+    drain();
+}
+
+void EventFile::write(const Event& event, std::int64_t now_ms) {
+    const std::string line = json_line(event) + '\n';
+    if (waiting_bytes_ + line.size() > most_waiting_bytes) {
+        ++lost_;
+        return;
+    }
+    waiting_bytes_ += line.size();
+    waiting_.push_back(line);
+    const std::string day = day_of(now_ms);
+    if (day != day_) begin_day(day);
+    drain();
+}
+
+void EventFile::check(std::int64_t now_ms) {
+    if (file_ && !leads_to(folder_ / name(), file_.get())) file_.reset();
+    const std::string day = day_of(now_ms);
+    if (day != day_) begin_day(day);
+    drain();
+}
+
+void EventFile::open() {
+    file_.reset(::open((folder_ / name()).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    struct stat found {};
+    if (!file_ || fstat(file_.get(), &found) != 0) return;
+    // A writer that was killed may have left half a line.
+    off_t end = found.st_size;
+    char last = 0;
+    while (end > 0 && pread(file_.get(), &last, 1, end - 1) == 1 && last != '\n')
+        --end;
+    if (end != found.st_size && ftruncate(file_.get(), end) != 0) file_.reset();
+}
+
+/// The file that lies there is of the day on which it was written last, which may be one on which
+/// another process wrote it. What there already is of that day stays the day's first part.
+void EventFile::begin_day(const std::string& day) {
+    day_ = day;
+    struct stat last {};
+    const fs::path file = folder_ / name();
+    if (stat(file.c_str(), &last) != 0) return;
+    const std::string last_day = day_of(std::int64_t{last.st_mtime} * 1000);
+    if (last_day == day) return;
+    file_.reset();
+    const fs::path kept = folder_ / ("events-" + last_day + ".jsonl");
+    // Where there is one of that day already, for the clock was set back, it goes on in the same file.
+    renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE);
+}
+
+void EventFile::drain() {
+    if (waiting_.empty()) return;
+    if (!file_) open();
+    while (file_ && !waiting_.empty() && append(file_.get(), waiting_.front())) {
+        waiting_bytes_ -= waiting_.front().size();
+        waiting_.pop_front();
+    }
+}
+
+}  // namespace plendix

@@ -1,0 +1,47 @@
+// The folder of a recording, which may vanish with its disk and come back.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "record/folder_lock.h"
+#include "record/segment_name.h"
+
+namespace plendix {
+
+/// Holds the lock of its folder. The recorder's thread only, once it is made.
+class RecordFolder {
+public:
+    /// Makes the folder. Throws Failure: it cannot be used, or another recorder writes there.
+    RecordFolder(const std::filesystem::path& root, TimeNames names);
+
+    /// Why nothing can be written to the folder now; empty when it is there. A folder that came
+    /// back is locked anew. Where the disk is another than at the start (its mount point is bare,
+    /// for instance), only a folder with the mark of a recording is taken.
+    std::string missing();
+
+    /// A name that no segment has: relative, without extension.
+    std::filesystem::path free_stem(int camera, std::int64_t time_ms) const;
+
+    /// Bytes that may still be written; nothing when the folder is not there.
+    std::optional<std::uint64_t> free_bytes() const;
+    /// Of the whole file system.
+    std::optional<std::uint64_t> disk_bytes() const;
+
+    /// Absolute.
+    const std::filesystem::path& root() const { return root_; }
+
+private:
+    std::string take_again();
+
+    std::filesystem::path root_;
+    TimeNames names_;
+    std::optional<FolderLock> lock_;
+    dev_t device_ = 0;  // at the start
+};
+
+}  // namespace plendix

@@ -1,0 +1,102 @@
+// The recording as an output of the host: takes frames and events from its queue and keeps them.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/event_digest.h"
+#include "host/motion_hold.h"
+#include "host/output_queue.h"
+#include "record/camera_recorder.h"
+#include "record/event_file.h"
+#include "record/record_folder.h"
+#include "record/replacement.h"
+#include "record/retention.h"
+
+namespace plendix {
+
+struct RecordOptions;
+
+struct RecorderRules {
+    std::chrono::milliseconds segment{0};  // 0: one segment as long as the recording goes on
+    TimeNames names = TimeNames::utc;
+    RetentionLimits limits;
+    std::chrono::milliseconds motion_hold{5000};
+    bool replace = false;         // an earlier recording in the folder
+    bool all_events = false;      // as they come, without hold and digest
+    bool remember_files = false;  // all segments of this recording, for a check at its end
+};
+
+RecorderRules rules_of(const RecordOptions& options);
+
+class Recorder {
+public:
+    /// Takes the folder. Throws Failure: it cannot be used, or another recorder writes there.
+    Recorder(OutputQueue& queue, const std::filesystem::path& root, const RecorderRules& rules);
+    /// Stops.
+    ~Recorder();
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+
+    /// The recorder's thread runs from here to `stop`.
+    void start();
+    /// After the queue is finished: waits until everything in it is kept, at most `patience`; false
+    /// when the disk did not answer until then.
+    bool stop(std::chrono::milliseconds patience);
+
+    RecorderNumbers numbers() const;
+    /// What there is to tell since the last call: the disk refuses, or takes frames again.
+    std::vector<Event> take_events();
+
+    /// By camera number. After `stop`.
+    std::map<int, RecordTotals> totals() const;
+    const std::filesystem::path& root() const { return folder_.root(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void run();
+    void take(const Frame& frame);
+    void take(const Event& event);
+    void keep_house(Clock::time_point now);
+    void note_closed(CameraRecorder& camera);
+    void make_room(bool refused, const Retention::Stems& open);
+    void tell_of(const Removed& removed);
+    Retention::Stems open_stems() const;
+    void follow_clock(const Event& event);
+    void tell(const CameraRecorder& camera, const std::string& before);
+    void tell(Event event);
+    std::optional<std::uint64_t> room() const;
+    void publish();
+
+    OutputQueue& queue_;
+    const RecorderRules rules_;
+    RecordFolder folder_;
+    std::unique_ptr<Replacement> replacement_;  // until the first frame is recorded
+    Retention retention_;
+    EventFile events_;
+    MotionHold hold_;
+    EventDigest digest_;
+    std::map<int, CameraRecorder> cameras_;
+    std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
+    std::vector<std::filesystem::path> recent_;  // closed in this recording: the clock may be wrong
+    Clock::time_point next_housekeeping_{};
+    std::thread thread_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable ended_;
+    // Guarded by mutex_:
+    bool running_ = false;
+    RecorderNumbers numbers_;
+    std::vector<Event> news_;
+};
+
+}  // namespace plendix
