@@ -179,7 +179,8 @@ Repair removed_segment(const fs::path& stem) {
 using Changed = std::pair<std::int64_t, std::string>;  // when, and what
 
 /// Those that were changed last.
-std::vector<Changed> newest(std::vector<Changed> all, std::size_t most) {
+std::vector<Changed> newest(const std::vector<Changed>& some, std::size_t most) {
+    std::vector<Changed> all = some;
     std::sort(all.rbegin(), all.rend());
     if (all.size() > most) all.resize(most);
     return all;
@@ -195,13 +196,13 @@ std::vector<Changed> newest_stems(const fs::path& folder, int camera) {
             days.emplace_back(changed_ms(status), std::to_string(day));
     }
     std::vector<Changed> found;
-    for (const auto& [changed, day] : newest(std::move(days), most_days)) {
+    for (const auto& [changed, day] : newest(days, most_days)) {
         std::vector<Changed> stems;
         for (const SegmentFile& file : segment_files(folder, camera, std::stoi(day)))
             if (file.extension == ".mkv")
                 stems.emplace_back(changed_ms(file.status), stem_path(file.name).string());
-        for (auto& stem : newest(std::move(stems), most_segments))
-            found.push_back(std::move(stem));
+        for (const auto& stem : newest(stems, most_segments))
+            found.push_back(stem);
     }
     return found;
 }
