@@ -33,7 +33,7 @@ public:
         if (plan_.check) check();
         const std::vector<fs::path> stills = make_stills();
         const bool good = judge();
-        if (!plan_.screen.quiet || !good) print_remarks(std::cerr, rows_, end);
+        if (!plan_.screen.quiet || !good) print_remarks(std::cerr, rows_, end, columns());
         if (good && checked())
             std::cerr << "all " << decoded() << " recorded frames decoded without an error\n";
         print_table(std::cout, rows_, end);
@@ -44,6 +44,12 @@ public:
 private:
     /// A first request ended the recording, unless its time was over.
     bool impatient() const { return signals_.count() > (plan_.duration.count() > 0 ? 0 : 1); }
+
+    /// Of the terminal, if it is one.
+    std::optional<std::size_t> columns() const {
+        if (!plan_.screen.terminal) return std::nullopt;
+        return static_cast<std::size_t>(plan_.screen.width);
+    }
 
     void check() {
         std::size_t files = 0;
