@@ -11,8 +11,9 @@
 
 namespace plendix {
 
-/// Asks the network about each camera that has not delivered for a while, once until it delivers
-/// again, a few at a time. The thread that owns it calls; questions run on threads of their own.
+/// Asks the network about a camera that has not delivered for a while, once until it has delivered
+/// again, and not more than a few cameras a minute: who has many that fail has one fault, not many.
+/// The thread that owns it calls; questions run on threads of their own.
 class Advisor {
 public:
     using Time = CameraState::Time;
@@ -22,9 +23,14 @@ public:
 
 private:
     struct Question {
-        std::string prefix;
         std::future<std::string> answer;  // invalid once it was told
+        Time asked{};
     };
+
+    std::string answer_of(int camera);
+    bool due(const CameraState& camera, Time now) const;
+    bool busy(Time now) const;
+
     std::map<int, Question> questions_;  // by camera number
 };
 
