@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/clocks.h"
 #include "host/diagnosis.h"
 
 namespace plendix {
@@ -17,23 +18,26 @@ constexpr std::ptrdiff_t most_a_minute = 5;
 
 }  // namespace
 
-std::vector<std::string> Advisor::advise(const std::vector<CameraState>& cameras, Time now) {
-    std::vector<std::string> lines;
+std::vector<Event> Advisor::advise(const std::vector<CameraState>& cameras, Time now) {
+    std::vector<Event> events;
     for (const CameraState& camera : cameras) {
         const std::string answer = answer_of(camera.number);
-        if (!answer.empty() && camera.condition != CameraCondition::live) lines.push_back(answer);
+        if (!answer.empty() && camera.condition != CameraCondition::live) {
+            events.push_back({utc_ms(), camera.number, EventKind::state});
+            events.back().values["diagnosis"] = answer;
+        }
         if (!due(camera, now) || busy(now)) continue;
         const auto ask = [address = camera.address] { return diagnose(address, patience); };
         questions_[camera.number] = {std::async(std::launch::async, ask), now};
     }
-    return lines;
+    return events;
 }
 
 std::string Advisor::answer_of(int camera) {
     const auto asked = questions_.find(camera);
     if (asked == questions_.end() || !asked->second.answer.valid()) return {};
     if (asked->second.answer.wait_for(0s) != std::future_status::ready) return {};
-    return "camera " + std::to_string(camera) + ": " + asked->second.answer.get();
+    return asked->second.answer.get();
 }
 
 bool Advisor::due(const CameraState& camera, Time now) const {

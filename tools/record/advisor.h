@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/camera_state.h"
+#include "host/event.h"
 
 namespace plendix {
 
@@ -18,8 +19,9 @@ class Advisor {
 public:
     using Time = CameraState::Time;
 
-    /// Asks about cameras that are due, and returns what was found out since the last call, a line each.
-    std::vector<std::string> advise(const std::vector<CameraState>& cameras, Time now);
+    /// Asks about cameras that are due, and returns what was found out since the last call: states
+    /// with a "diagnosis".
+    std::vector<Event> advise(const std::vector<CameraState>& cameras, Time now);
 
 private:
     struct Question {
