@@ -154,6 +154,8 @@ void Recorder::tell(Event event) {
 void Recorder::keep_house(Clock::time_point now) {
     next_housekeeping_ = now + housekeeping_period;
     const std::int64_t now_ms = utc_ms();
+    const bool there = folder_.missing().empty();
+    if (there) events_.check(now_ms);
     for (const Event& due : rules_.all_events ? std::vector<Event>{} : hold_.due(now))
         for (const Event& told : digest_.take(due, now))
             events_.write(told);
@@ -166,9 +168,7 @@ void Recorder::keep_house(Clock::time_point now) {
         tell(camera);
         note_closed(camera);
     }
-    const bool there = folder_.missing().empty();
     if (there) {
-        events_.check(now_ms);
         const Retention::Stems open = open_stems();
         tell_of(retention_.sweep(now_ms - (now < doubted_until_ ? doubt_ms_ : 0), open));
         make_room(false, open);
