@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <string_view>
 #include <utility>
 
 #include "host/event_log.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
@@ -69,12 +71,17 @@ void EventFile::check(std::int64_t now_ms) {
     write(event);
 }
 
+std::string EventFile::refusal() const {
+    return waiting_.empty() ? "" : WriteFailure(folder_ / name(), error_).what();
+}
+
 void EventFile::follow_clock() {
     if (file_) ::futimens(file_.get(), nullptr);
 }
 
 void EventFile::open() {
     file_.reset(::open((folder_ / name()).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    if (!file_) error_ = errno;
     struct stat found {};
     if (!file_ || fstat(file_.get(), &found) != 0) return;
     // A writer that was killed may have left half a line.
@@ -108,7 +115,11 @@ void EventFile::begin_day(const std::string& day) {
 
 void EventFile::drain() {
     while (file_ && !waiting_.empty()) {
-        if (!append(file_.get(), waiting_.front())) return file_.reset();  // until `check` opens it anew
+        errno = 0;
+        if (!append(file_.get(), waiting_.front())) {
+            error_ = errno == 0 ? ENOSPC : errno;  // a part of it found room
+            return file_.reset();                  // until `check` opens it anew
+        }
         waiting_bytes_ -= waiting_.front().size();
         waiting_.pop_front();
     }

@@ -100,8 +100,8 @@ void Recorder::take(const Frame& frame) {
     camera.frame(frame, Clock::now());
     note_closed(camera);
     if (camera.failures() != before && out_of_room(camera.refusal().code)) {
-        commit_replacement();  // else the earlier recording would keep the new one from its first frame
-        if (make_room(true, open_stems())) return;
+        const bool replaced = commit_replacement();  // it would keep the new one from its first frame
+        if (make_room(true, open_stems()) || replaced) return room_was_made();
     }
     tell(camera);
 }
@@ -169,11 +169,20 @@ void Recorder::keep_house(Clock::time_point now) {
         note_closed(camera);
     }
     if (there) {
+        tell_of_events();
         const Retention::Stems open = open_stems();
         tell_of(retention_.sweep(now_ms - (now < doubted_until_ ? doubt_ms_ : 0), open));
         make_room(false, open);
     }
     publish(there);
+}
+
+/// Where it is the whole disk, its cameras say so.
+void Recorder::tell_of_events() {
+    const std::string refusal = events_.refusal();
+    const bool refused = !refusal.empty();
+    if (refused && !events_refused_ && paused_.empty()) tell(0, refusal + ": the events wait");
+    events_refused_ = refused;
 }
 
 void Recorder::note_closed(CameraRecorder& camera) {
@@ -205,12 +214,14 @@ bool Recorder::make_room(bool refused, const Retention::Stems& open) {
     if (!refused && folder_.free_bytes().value_or(reserve) >= reserve) return false;
     const Removed removed = retention_.free_space(reserve, open);
     tell_of(removed);
-    if (removed.segments == 0) return false;
-    if (!refused) return true;
+    return removed.segments > 0;
+}
+
+/// After a refusal.
+void Recorder::room_was_made() {
     room_made_ = Clock::now();
     for (auto& [number, camera] : cameras_)
         camera.retry();
-    return true;
 }
 
 /// The age of what was recorded by the wrong clock is told by the right one from now on. Looked at before
@@ -255,14 +266,16 @@ void Recorder::publish(bool there) {
     numbers_ = numbers;
 }
 
-void Recorder::commit_replacement() {
-    if (!replacement_) return;
+/// False when there is nothing to replace any more.
+bool Recorder::commit_replacement() {
+    if (!replacement_) return false;
     try {
         replacement_->commit();
     } catch (const Failure& failure) {
         tell(0, failure.what());  // the rest goes at the next start
     }
     replacement_.reset();
+    return true;
 }
 
 RecorderNumbers Recorder::numbers() const {
