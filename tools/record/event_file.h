@@ -27,7 +27,7 @@ public:
     /// begins a new day or a file that is gone.
     void check(std::int64_t now_ms);
     /// The wall clock was set: its file goes on, however far that was.
-    void follow_clock();
+    void follow_clock(std::int64_t now_ms);
 
     /// Why lines wait; empty when they do not. One line.
     std::string refusal() const;

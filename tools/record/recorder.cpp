@@ -71,8 +71,9 @@ bool Recorder::stop(milliseconds patience) {
 
 void Recorder::run() {
     while (!queue_.finished()) {
-        follow_clock();
-        if (const auto delivery = queue_.pop(longest_wait)) {
+        const auto delivery = queue_.pop(longest_wait);
+        follow_clock();  // before a frame that came after the step ends a segment
+        if (delivery) {
             if (const auto* frame = std::get_if<FramePointer>(&*delivery))
                 take(**frame);
             else
@@ -232,7 +233,7 @@ void Recorder::follow_clock() {
     const auto jump_ms = clock_.look(utc_ms(), milliseconds_of(now));
     if (!jump_ms) return;
     retention_.shift(milliseconds(*jump_ms), recent_);
-    events_.follow_clock();
+    events_.follow_clock(utc_ms());
     doubt_ms_ = std::max<std::int64_t>((now < doubted_until_ ? doubt_ms_ : 0) + *jump_ms, 0);
     doubted_until_ = now + time_of_doubt;
 }
