@@ -23,7 +23,9 @@ using Clock = Session::Clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t queue_bytes = 128U << 20U;  // about two seconds of eight large JPEG cameras
+constexpr auto queue_linger = 50ms;               // frames that a killed process takes with it
 constexpr auto longest_wait = 50ms;               // signals and the screen wait no longer
+constexpr auto look_period = 250ms;                // at all cameras
 constexpr auto disk_patience = 8s;                // for the last frames: a service is killed after ten
 constexpr auto log_period = 1min;
 
@@ -67,7 +69,7 @@ private:
             if (plan_.duration.count() > 0 && now - start_ >= plan_.duration) return;
             show(session_.serve(longest_wait), now);
             if (signals_.take_reload()) reload();
-            keep_alive(now);
+            if (now >= next_look_) look(now);
             if (now < next_rotation) continue;
             driver_log.rotate_if_large();
             next_rotation = now + log_period;
@@ -80,6 +82,11 @@ private:
             screen_.event(event, now);
         for (const Event& event : recorder_.take_events())
             screen_.event(event, now);
+    }
+
+    /// What costs the more the more cameras there are.
+    void look(Clock::time_point now) {
+        next_look_ = now + look_period;
         const auto cameras = session_.states();
         for (const Event& event : advisor_.advise(cameras, now))
             screen_.event(event, now);
@@ -88,13 +95,14 @@ private:
             screen_.resize(terminal.width, terminal.height);
         }
         screen_.update(cameras, recorder_.numbers(), now);
+        keep_alive(cameras, now);
     }
 
-    void keep_alive(Clock::time_point now) {
+    void keep_alive(const std::vector<CameraState>& cameras, Clock::time_point now) {
         session_.ask_for_life();
         notice_.alive_if(session_.last_call() > last_call_, now);
         last_call_ = session_.last_call();
-        const std::string text = summary(session_.states());
+        const std::string text = summary(cameras);
         if (text != status_) notice_.status(status_ = text);
     }
 
@@ -114,6 +122,7 @@ private:
         show(session_.stop(), Clock::now());
         const bool kept = recorder_.stop(disk_patience);
         show({}, Clock::now());
+        look(Clock::now());
         screen_.finish();
         return kept;
     }
@@ -126,6 +135,7 @@ private:
     ServiceNotice notice_;
     Advisor advisor_;
     Clock::time_point start_;
+    Clock::time_point next_look_;
     Clock::time_point last_call_;
     std::string status_;
 };
@@ -135,7 +145,7 @@ private:
 int record(const RecordingPlan& plan) {
     av_log_set_level(AV_LOG_ERROR);
     Session session(plan.plugin, plan.cameras);
-    OutputQueue queue(queue_bytes);
+    OutputQueue queue(queue_bytes, queue_linger);
     Recorder recorder(queue, plan.output, plan.rules);
     const WorkingDirectory inside(plan.state.empty() ? recorder.root() : plan.state);
     session.attach(queue);
