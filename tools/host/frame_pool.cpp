@@ -8,8 +8,7 @@
 namespace plendix {
 namespace {
 
-constexpr std::size_t most_idle_bytes = 64U
-                                        << 20U;  // what a burst leaves beyond them goes back to the system
+constexpr std::size_t most_idle = 64;  // frames; what a burst leaves beyond them goes back to the system
 
 MotionZones zones_of(const _EventParmsIn& event) {
     MotionZones zones{};
@@ -42,15 +41,12 @@ std::unique_ptr<Frame> FramePool::take() {
     if (idle_.empty()) return std::make_unique<Frame>();
     std::unique_ptr<Frame> frame = std::move(idle_.back());
     idle_.pop_back();
-    idle_bytes_ -= frame->data.capacity();
     return frame;
 }
 
 void FramePool::give_back(std::unique_ptr<Frame> frame) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (idle_bytes_ + frame->data.capacity() > most_idle_bytes) return;
-    idle_bytes_ += frame->data.capacity();
-    idle_.push_back(std::move(frame));
+    if (idle_.size() < most_idle) idle_.push_back(std::move(frame));
 }
 
 }  // namespace plendix

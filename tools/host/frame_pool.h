@@ -23,9 +23,7 @@ private:
     void give_back(std::unique_ptr<Frame> frame);
 
     std::mutex mutex_;
-    // Guarded by mutex_:
     std::vector<std::unique_ptr<Frame>> idle_;
-    std::size_t idle_bytes_ = 0;
 };
 
 }  // namespace plendix
