@@ -21,8 +21,8 @@ from night_movie import Movie
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 UTC_2026 = 1795442400  # 2026-11-23 14:00, what the clock is corrected to
 STEPS = (None, -5, -3600, 86400, 3, -86400, -UTC_2026)  # seconds; None: from 1970 to UTC_2026
-FAULTS = ("loss=0.05%,ack-loss=0.02%,duplicate=0.2%,reorder=0.1%,delay=0.2%/300ms,garbage=0.1%,foreign=0.05%,"
-          "wrong-block=0.05%,mac-change=0.01%,error=0.01%")
+FAULTS = "duplicate=0.2%,reorder=0.1%,delay=0.2%/300ms,garbage=0.1%,foreign=0.05%,wrong-block=0.05%,mac-change=0.01%"
+STALLS = ",loss=0.05%,ack-loss=0.02%,error=0.01%"  # for ten seconds: too long for a short run
 
 
 def options():
@@ -42,7 +42,8 @@ class Night:
         self.seconds, self.cameras = chosen.seconds, chosen.cameras
         self.command, self.preload, self.folder = chosen.command, chosen.clock, chosen.folder
         self.long = self.seconds >= 300
-        self.segment = 10 if self.long else 2  # seconds
+        self.segment, self.rate = (10, 2) if self.long else (2, 10)  # seconds, pictures a second
+        self.faults = FAULTS + (STALLS if self.long else "")
         self.random = random.Random(chosen.seed)
         self.disk, self.kept = f"{self.folder}/disk", f"{self.folder}/kept"
         self.root, self.filler = f"{self.disk}/recording", f"{self.disk}/foreign"
@@ -65,30 +66,30 @@ class Night:
         self.set_clock(100)
         with open(f"{self.folder}/night.toml", "w") as file:
             file.write(f'[record]\noutput = "{self.root}"\nsegment = "{self.segment}s"\nkeep = "{6 * self.segment}s"\n'
-                       f"keep_size = {self.disk_bytes * 9 // 10}\n[defaults]\nrate = 2\nsize = \"320x240\"\n")
+                       f'keep_size = {self.disk_bytes * 9 // 10}\n[defaults]\nrate = {self.rate}\nsize = "320x240"\n')
             for i in range(self.cameras):
                 codec = "h264" if i % 2 else "jpeg"
                 file.write(f'[[camera]]\naddress = "127.0.1.{i + 1}"\ncodec = "{codec}"\n')
         with open(f"{self.folder}/scenario", "w") as file:
             last = max(1, self.seconds - 45)
-            for i in range(1, self.cameras + 1):
+            for i in range(1, self.cameras + 1) if self.long else ():
                 for _ in range(0, last, 240):
-                    silence = ("1s", "12s")[i % 2] if self.long else "1s"
-                    file.write(f"{self.random.randint(0, last)}s {i} silent {silence}\n")
-                    file.write(f"{self.random.randint(0, last)}s {i} reboot 2s\n" if self.long else "")
-            for fault in FAULTS.split(","):
+                    file.write(f"{self.random.randint(0, last)}s {i} silent {('1s', '12s')[i % 2]}\n"
+                               f"{self.random.randint(0, last)}s {i} reboot 2s\n")
+            for fault in self.faults.split(",") if self.long else ():
                 file.write(f"{last}s * {fault.split('=')[0]} 0%\n")
+            file.write(f"{self.seconds // 2}s 1 silent 1s\n")
 
     def plan(self):
         """Moments, in seconds since the start, and what to do then."""
-        count = max(4, self.seconds // 60)
-        plan = [((i + self.random.uniform(0.3, 0.9)) * self.seconds / count, self.step, STEPS[i % len(STEPS)])
-                for i in range(count)]
-        for _ in range(max(2, self.seconds // 75)):  # the last stretch shows the memory of one process
-            plan.append((self.random.uniform(0.15, 0.7) * self.seconds, self.kill, None))
-        for i in range(max(1, self.seconds // 120)):
-            length = self.random.uniform(3, 15) if self.long else 1.5
-            plan.append((self.random.uniform(0.3, 0.85) * self.seconds, self.fill, (i % 2 == 0, length)))
+        def spread(count, begin, end):
+            return [self.seconds * (begin + (end - begin) * (i + self.random.random()) / count) for i in range(count)]
+        steps = spread(max(5, self.seconds // 60), 0, 1)
+        plan = [(moment, self.step, STEPS[i % len(STEPS)]) for i, moment in enumerate(steps)]
+        # The last stretch is without kills: it shows the memory of one process.
+        plan += [(moment, self.kill, None) for moment in spread(max(2, self.seconds // 75), 0.15, 0.7)]
+        for i, moment in enumerate(spread(max(1, self.seconds // 120), 0.3, 0.8)):
+            plan.append((moment, self.fill, (i % 2 == 0, self.random.uniform(3, 15) if self.long else 1.5)))
         return sorted(plan, key=lambda entry: entry[0])
 
     def now(self):
@@ -113,7 +114,7 @@ class Night:
     def start_cameras(self):
         self.fleet = subprocess.Popen(
             [self.command, "camera", "--address", "127.0.1.1", "--count", str(self.cameras), "--sensor", "320x240",
-             "--faults", FAULTS, "--scenario", f"{self.folder}/scenario", "--seed", str(self.seed), "-v", "--json"],
+             "--faults", self.faults, "--scenario", f"{self.folder}/scenario", "--seed", str(self.seed), "-v", "--json"],
             stderr=subprocess.PIPE, stdout=open(f"{self.folder}/cameras.json", "w"))
         self.reader = threading.Thread(target=self.read_faults)
         self.reader.start()

@@ -7,7 +7,7 @@ INTERVAL = 2.5    # seconds: between two pictures at two a second, one lost, on 
 TIMEOUT = 10 + 3  # the driver's limit for an answer, and identifying the camera again
 RETRY = 1 + 3     # a disk that refused is tried again after a second; then a key frame is waited for
 START = 6         # of a recorder with all its cameras
-STALLING = ("loss", "ack-loss", "error", "delay", "wrong-block")
+STALLING = ("loss", "ack-loss", "error")
 LASTING = {"silent": 12, "reboot": 2}  # seconds at most
 
 
@@ -106,7 +106,7 @@ def judge_process(night):
 
 
 def judge(night):
-    movies = [movie for movie in night.movies.values() if movie.read]
+    movies = [movie for _, movie in sorted(night.movies.items()) if movie.read]
     faults = [f"{movie.path}: {movie.error}" for movie in movies if movie.error]
     whole = [movie for movie in movies if not movie.error]
     faults += place(whole, night.steps)
@@ -118,7 +118,7 @@ def judge(night):
             if length > INTERVAL:
                 table.setdefault(explain(begin, begin + length, causes[camera])[1], []).append(length)
     left = [movie.path for movie in movies if movie.gone is None]
-    files = left + [movie.copy for movie in movies if movie.copy and movie.copy]
+    files = left + [movie.copy for movie in movies if movie.copy]
     bad = [text for i in range(0, len(files), 20) for text in decode(files[i:i + 20])]
     print(f"{night.cameras} cameras, {night.seconds} s: {len(night.movies)} segments, {len(left)} left at the end, "
           f"{sum(len(movie.times) for movie in movies)} pictures; {len(night.movies) - len(movies)} gone unread; "
