@@ -168,7 +168,7 @@ private:
         const std::string words = "Model " + std::to_string(model);
         if (model % 100 > 5) return "at " + address_ + ": " + with_advice(words + " is not supported");
         return "a camera answers at " + address_ + " (model " + std::to_string(model) +
-               "): wait, or see that no other recorder holds it";
+               "): the driver tries it again within 10 s; see that no other recorder holds it";
     }
 
     std::string address_;

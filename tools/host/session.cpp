@@ -1,5 +1,6 @@
 #include "host/session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "host/clocks.h"
@@ -138,9 +139,17 @@ std::vector<Event> Session::serve(std::chrono::milliseconds patience) {
 
 void Session::read(const Document& document, std::vector<Event>& events) {
     for (Event& event : reader_.read(document.text, document.time_ms)) {
+        if (passing(event)) continue;
         if (watch_.event(event, Clock::now())) query();
         events.push_back(std::move(event));
     }
+}
+
+/// A camera that is wanted is removed only to be added again.
+bool Session::passing(const Event& event) const {
+    if (event.kind != EventKind::config || !event.values.contains("removed")) return false;
+    return std::any_of(cameras_.begin(), cameras_.end(),
+                       [&event](const CameraSettings& camera) { return camera.number == event.camera; });
 }
 
 std::vector<Event> Session::stop() {

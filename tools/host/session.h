@@ -80,6 +80,7 @@ private:
     std::deque<Document> documents(std::chrono::milliseconds patience);
     void read(const Document& document, std::vector<Event>& events);
     void wish(const std::vector<CameraSettings>& cameras);
+    bool passing(const Event& event) const;
     void query();
 
     std::vector<CameraSettings> cameras_;

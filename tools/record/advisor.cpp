@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/clocks.h"
 #include "host/diagnosis.h"
 
 namespace plendix {
@@ -9,37 +10,49 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto grace = 5s;  // for a camera that is just starting
+constexpr auto grace_at_start = 5s;  // for a camera that is just coming up
+constexpr auto grace_later = 30s;    // the driver connects again after 10 s
 constexpr auto patience = 1500ms;
-constexpr std::ptrdiff_t most_at_once = 8;
-
-bool waits(const std::future<std::string>& answer) {
-    return answer.valid() && answer.wait_for(0s) != std::future_status::ready;
-}
+constexpr auto repetition = 10min;
+constexpr std::ptrdiff_t most_a_minute = 5;
 
 }  // namespace
 
-std::vector<std::string> Advisor::advise(const std::vector<CameraState>& cameras, Time now) {
-    std::vector<std::string> lines;
+std::vector<Event> Advisor::advise(const std::vector<CameraState>& cameras, Time now) {
+    std::vector<Event> events;
     for (const CameraState& camera : cameras) {
-        const auto asked = questions_.find(camera.number);
-        if (asked != questions_.end() && asked->second.answer.valid()) {
-            if (waits(asked->second.answer)) continue;
-            lines.push_back(asked->second.prefix + asked->second.answer.get());
+        const std::string answer = answer_of(camera.number);
+        if (!answer.empty() && camera.condition != CameraCondition::live) {
+            events.push_back({utc_ms(), camera.number, EventKind::state});
+            events.back().values["diagnosis"] = answer;
         }
-        const bool without =
-            camera.condition == CameraCondition::connecting || camera.condition == CameraCondition::silent;
-        if (!without && asked != questions_.end()) questions_.erase(asked);
-        if (!without || asked != questions_.end() || now - camera.since < grace) continue;
-        const auto running = std::count_if(questions_.begin(), questions_.end(),
-                                           [](const auto& each) { return waits(each.second.answer); });
-        if (running >= most_at_once) continue;
-        questions_[camera.number] = {"camera " + std::to_string(camera.number) + ": ",
-                                     std::async(std::launch::async, [address = camera.address] {
-                                         return diagnose(address, patience);
-                                     })};
+        if (!due(camera, now) || busy(now)) continue;
+        const auto ask = [address = camera.address] { return diagnose(address, patience); };
+        questions_[camera.number] = {std::async(std::launch::async, ask), now};
     }
-    return lines;
+    return events;
+}
+
+std::string Advisor::answer_of(int camera) {
+    const auto asked = questions_.find(camera);
+    if (asked == questions_.end() || !asked->second.answer.valid()) return {};
+    if (asked->second.answer.wait_for(0s) != std::future_status::ready) return {};
+    return asked->second.answer.get();
+}
+
+bool Advisor::due(const CameraState& camera, Time now) const {
+    const auto asked = questions_.find(camera.number);
+    if (asked != questions_.end()) {
+        const bool since_then = camera.last_frame && *camera.last_frame > asked->second.asked;
+        if (!since_then || now - asked->second.asked < repetition) return false;
+    }
+    if (camera.condition == CameraCondition::connecting) return now - camera.since > grace_at_start;
+    return camera.condition == CameraCondition::silent && now - camera.since > grace_later;
+}
+
+bool Advisor::busy(Time now) const {
+    const auto recent = [now](const auto& each) { return now - each.second.asked < 1min; };
+    return std::count_if(questions_.begin(), questions_.end(), recent) >= most_a_minute;
 }
 
 }  // namespace plendix

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <iostream>
+#include <utility>
 
+#include "host/diagnosis.h"
 #include "host/signals.h"
 #include "record/progress.h"
 #include "record/recording.h"
@@ -17,6 +20,8 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
+constexpr std::chrono::milliseconds patience{1000};  // with an address at which nobody answers
+constexpr std::size_t most_questions = 8;
 constexpr std::chrono::seconds time_for_stills{5};  // with hundreds of cameras not all of them get one
 
 class Conclusion {
@@ -30,10 +35,11 @@ public:
 
     int run() {
         const auto end = Clock::now();
+        ask_for_missing();
         if (plan_.check) check();
         const std::vector<fs::path> stills = make_stills();
         const bool good = judge();
-        if (!plan_.screen.quiet || !good) print_remarks(std::cerr, rows_, end);
+        if (!plan_.screen.quiet || !good) print_remarks(std::cerr, rows_, end, columns());
         if (good && checked())
             std::cerr << "all " << decoded() << " recorded frames decoded without an error\n";
         print_table(std::cout, rows_, end);
@@ -44,6 +50,26 @@ public:
 private:
     /// A first request ended the recording, unless its time was over.
     bool impatient() const { return signals_.count() > (plan_.duration.count() > 0 ? 0 : 1); }
+
+    /// Of the terminal, if it is one.
+    std::optional<std::size_t> columns() const {
+        if (!plan_.screen.terminal) return std::nullopt;
+        return static_cast<std::size_t>(plan_.screen.width);
+    }
+
+    /// Why nothing came from the first few cameras that sent nothing: recordings may be too short for
+    /// anything to have been said of it.
+    void ask_for_missing() {
+        std::vector<std::pair<Row*, std::future<std::string>>> questions;
+        for (Row& row : rows_) {
+            const bool missing = row.state.condition == CameraCondition::connecting;
+            if (!missing || questions.size() == most_questions) continue;
+            const auto ask = [&row] { return diagnose(row.state.address, patience); };
+            questions.emplace_back(&row, std::async(std::launch::async, ask));
+        }
+        for (auto& [row, answer] : questions)
+            row->diagnosis = answer.get();
+    }
 
     void check() {
         std::size_t files = 0;

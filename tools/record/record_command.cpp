@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/command_values.h"
+#include "host/diagnosis.h"
 #include "record/config_file.h"
 #include "record/recording.h"
 #include "usage.h"
@@ -79,13 +80,9 @@ std::vector<CameraSettings> named_cameras(const std::vector<std::string>& addres
         camera.number = static_cast<int>(cameras.size());
         camera.address = parse_address(address);
         camera.name = "Camera " + std::to_string(camera.number);
-        for (const CameraSettings& other : cameras) {
-            if (other.number == camera.number || other.address != camera.address) continue;
-            throw UsageError("address " + address + " is given for camera " + std::to_string(other.number) +
-                             " and camera " + std::to_string(camera.number) +
-                             ": no camera serves two positions");
-        }
     }
+    const auto shared = shared_addresses(cameras);
+    if (!shared.empty()) throw UsageError(shared.front());
     return cameras;
 }
 

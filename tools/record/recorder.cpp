@@ -18,7 +18,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds longest_wait{100};
 constexpr milliseconds housekeeping_period{1000};
 constexpr std::uint64_t most_reserve_bytes = 256U << 20U;  // several seconds of 255 cameras
-constexpr std::size_t most_recent = 1U << 16U;             // segments: a day of 255 cameras at least
+constexpr std::chrono::minutes time_of_doubt{10};
+constexpr std::size_t most_recent = 1U << 16U;  // segments: a day of 255 cameras at least
 
 std::uint64_t reserve_of(const RecordFolder& folder) {
     return std::min(most_reserve_bytes, folder.disk_bytes().value_or(0) / 20);
@@ -108,7 +109,7 @@ void Recorder::take(const Frame& frame) {
 
 void Recorder::take(const Event& event) {
     const auto now = Clock::now();
-    if (event.kind == EventKind::clock) follow_clock(event);
+    if (event.kind == EventKind::clock) follow_clock(event, now);
     if (rules_.all_events) return events_.write(event, utc_ms());
     for (const Event& held : hold_.take(event, now))
         for (const Event& told : digest_.take(held, now))
@@ -149,7 +150,7 @@ void Recorder::keep_house(Clock::time_point now) {
     if (folder_.missing().empty()) {
         events_.check(now_ms);
         const Retention::Stems open = open_stems();
-        tell_of(retention_.sweep(now_ms, open));
+        tell_of(retention_.sweep(now_ms - (now < doubted_until_ ? doubt_ms_ : 0), open));
         make_room(false, open);
     }
     publish();
@@ -192,8 +193,13 @@ void Recorder::make_room(bool refused, const Retention::Stems& open) {
 }
 
 /// The age of what was recorded by the wrong clock is told by the right one from now on.
-void Recorder::follow_clock(const Event& event) {
-    retention_.shift(milliseconds(event.values.value("set_by_ms", std::int64_t{0})), recent_);
+/// One that was set forward has to stay so for a while before anything is old because of that.
+void Recorder::follow_clock(const Event& event, Clock::time_point now) {
+    const std::int64_t jump_ms = event.values.value("set_by_ms", std::int64_t{0});
+    retention_.shift(milliseconds(jump_ms), recent_);
+    doubt_ms_ = now < doubted_until_ ? std::max<std::int64_t>(doubt_ms_ + jump_ms, 0)
+                                     : std::max<std::int64_t>(jump_ms, 0);
+    doubted_until_ = now + time_of_doubt;
 }
 
 std::optional<std::uint64_t> Recorder::room() const {

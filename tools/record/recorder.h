@@ -71,7 +71,7 @@ private:
     void make_room(bool refused, const Retention::Stems& open);
     void tell_of(const Removed& removed);
     Retention::Stems open_stems() const;
-    void follow_clock(const Event& event);
+    void follow_clock(const Event& event, Clock::time_point now);
     void tell(const CameraRecorder& camera, const std::string& before);
     void tell(Event event);
     std::optional<std::uint64_t> room() const;
@@ -89,6 +89,8 @@ private:
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
     std::vector<std::filesystem::path> recent_;  // closed in this recording: the clock may be wrong
     Clock::time_point next_housekeeping_{};
+    std::int64_t doubt_ms_ = 0;  // how far the wall clock was set forward
+    Clock::time_point doubted_until_{};
     std::thread thread_;
 
     mutable std::mutex mutex_;

@@ -64,7 +64,7 @@ private:
             const auto now = Clock::now();
             for (; step != plan_.steps.end() && start_ + step->at <= now; ++step)
                 step->action(session_);
-            if (plan_.duration > 0ms && now - start_ >= plan_.duration) return;
+            if (plan_.duration.count() > 0 && now - start_ >= plan_.duration) return;
             show(session_.serve(longest_wait), now);
             if (signals_.take_reload()) reload();
             keep_alive(now);
@@ -81,8 +81,12 @@ private:
         for (const Event& event : recorder_.take_events())
             screen_.event(event, now);
         const auto cameras = session_.states();
-        for (const std::string& line : advisor_.advise(cameras, now))
-            screen_.say(line);
+        for (const Event& event : advisor_.advise(cameras, now))
+            screen_.event(event, now);
+        if (plan_.screen.terminal) {
+            const ScreenOptions terminal = screen_options(STDERR_FILENO);
+            screen_.resize(terminal.width, terminal.height);
+        }
         screen_.update(cameras, recorder_.numbers(), now);
     }
 

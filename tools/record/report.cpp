@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "host/diagnosis.h"
+#include "host/plain_text.h"
 #include "record/words.h"
 
 namespace plendix {
@@ -73,7 +74,8 @@ void print_table(std::ostream& out, const std::vector<Row>& rows, Time end) {
         line(cells(row, end));
 }
 
-void print_remarks(std::ostream& out, const std::vector<Row>& rows, Time end) {
+void print_remarks(std::ostream& out, const std::vector<Row>& rows, Time end,
+                   std::optional<std::size_t> columns) {
     for (const Row& row : rows) {
         const int number = row.state.number;
         remark(out, number, row.totals.lost, "frames lost: writing was too slow");
@@ -82,7 +84,10 @@ void print_remarks(std::ostream& out, const std::vector<Row>& rows, Time end) {
     }
     for (const Row& row : rows) {
         const std::string trouble = trouble_line(row.state, row.diagnosis);
-        if (!trouble.empty()) out << trouble << silence(row.state, end) << '\n';
+        if (trouble.empty()) continue;
+        const std::string line = trouble + silence(row.state, end);
+        for (const std::string& part : wrapped(line, columns.value_or(line.size()), 4))
+            out << part << '\n';
     }
 }
 

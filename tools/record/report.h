@@ -25,7 +25,9 @@ struct Row {
 /// Rates are over the whole time in which the camera was watched, until `end`.
 void print_table(std::ostream& out, const std::vector<Row>& rows, CameraState::Time end);
 
-/// The cameras that need somebody, a line each with what to do next, and what was not recorded.
-void print_remarks(std::ostream& out, const std::vector<Row>& rows, CameraState::Time end);
+/// The cameras that need somebody, each with what to do next, and what was not recorded: in lines
+/// of at most so many columns, without a terminal of any length.
+void print_remarks(std::ostream& out, const std::vector<Row>& rows, CameraState::Time end,
+                   std::optional<std::size_t> columns = std::nullopt);
 
 }  // namespace plendix

@@ -1,6 +1,5 @@
 #include "record/retention.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "record/folder_lock.h"
+#include "record/segment_disk.h"
 #include "record/segment_files.h"
 #include "usage.h"
 
@@ -28,25 +28,6 @@ constexpr std::chrono::hours event_file_period{1};  // between looks at the file
 
 bool look(const fs::path& file, struct stat& status) {
     return ::lstat(file.c_str(), &status) == 0;
-}
-
-fs::path with_extension(const fs::path& stem, const char* extension) {
-    return stem.string() + extension;
-}
-
-/// Bytes of all files of a segment, and the end of the movie, or without one of the last of them.
-std::pair<std::uint64_t, std::int64_t> measure(const fs::path& stem) {
-    std::uint64_t bytes = 0;
-    std::int64_t end_ms = 0;
-    bool movie = false;
-    for (const char* extension : segment_extensions) {
-        struct stat status {};
-        if (!look(with_extension(stem, extension), status)) continue;
-        bytes += static_cast<std::uint64_t>(status.st_size);
-        if (!movie) end_ms = std::max(end_ms, changed_ms(status));
-        movie = movie || std::string_view(extension) == ".mkv";
-    }
-    return {bytes, end_ms};
 }
 
 std::vector<SegmentName> sorted_names(const Retention::Stems& stems) {
@@ -118,7 +99,7 @@ void Retention::insert(const Segment& segment) {
 void Retention::added(const fs::path& stem) {
     const auto name = parse_stem(stem);
     if (!name) return;
-    const auto [bytes, end_ms] = measure(folder_ / stem);
+    const auto [bytes, end_ms] = measure_segment(folder_ / stem);
     if (end_ms > 0) insert({end_ms, bytes, *name});
 }
 
@@ -155,17 +136,8 @@ Removed Retention::free_space(std::uint64_t wanted, const Stems& open) {
 
 void Retention::shift(milliseconds step, const Stems& stems) {
     const Names names = sorted_names(stems);
-    for (const SegmentName& name : names) {
-        for (const char* extension : segment_extensions) {
-            const fs::path file = folder_ / with_extension(stem_path(name), extension);
-            struct stat status {};
-            if (!look(file, status)) continue;
-            const std::int64_t moved = std::max<std::int64_t>(changed_ms(status) + step.count(), 0);
-            const timespec times[2] = {{0, UTIME_OMIT},
-                                       {static_cast<std::time_t>(moved / 1000), moved % 1000 * 1'000'000}};
-            ::utimensat(AT_FDCWD, file.c_str(), times, AT_SYMLINK_NOFOLLOW);
-        }
-    }
+    for (const SegmentName& name : names)
+        move_segment_times(folder_ / stem_path(name), step);
     for (auto& [number, camera] : cameras_) {
         for (Segment& segment : camera.segments)
             if (contains(names, segment.name))
@@ -196,7 +168,7 @@ void Retention::look_at_open(const Stems& stems) {
     open_.all_bytes = 0;
     if (limits_.keep_bytes == 0) return;
     for (const SegmentName& name : open_.names) {
-        const std::uint64_t bytes = measure(folder_ / stem_path(name)).first;
+        const std::uint64_t bytes = measure_segment(folder_ / stem_path(name)).bytes;
         open_.bytes[name.camera] += bytes;
         open_.all_bytes += bytes;
     }
@@ -219,7 +191,7 @@ void Retention::remove_oldest(Camera& camera, Removed& removed) {
     camera.segments.pop_front();
     camera.bytes -= segment.bytes;
     if (contains(open_.names, segment.name)) return;
-    if (const int error = remove_files(segment.name); error != 0) {
+    if (const int error = remove_segment(folder_ / stem_path(segment.name)); error != 0) {
         failed_.push_back(segment);
         ++failures_;
         tell(error, folder_ / stem_path(segment.name), removed);
@@ -228,15 +200,6 @@ void Retention::remove_oldest(Camera& camera, Removed& removed) {
     ++removed.segments;
     removed.bytes += segment.bytes;
     if (failed_.empty()) told_.clear();
-}
-
-/// 0 or an errno value. Files that somebody else removed count as done.
-int Retention::remove_files(const SegmentName& name) const {
-    const fs::path stem = folder_ / stem_path(name);
-    for (const char* extension : segment_extensions)
-        if (::unlink(with_extension(stem, extension).c_str()) != 0 && errno != ENOENT) return errno;
-    ::rmdir(stem.parent_path().c_str());  // refused while there is anything in it
-    return 0;
 }
 
 void Retention::remove_aged(std::int64_t now_ms, Removed& removed) {

@@ -82,7 +82,6 @@ private:
     void insert(const Segment& segment);
     Camera* oldest();
     void remove_oldest(Camera& camera, Removed& removed);
-    int remove_files(const SegmentName& name) const;
     void remove_aged(std::int64_t now_ms, Removed& removed);
     void remove_surplus(Removed& removed);
     void remove_event_files(std::int64_t now_ms, Removed& removed);

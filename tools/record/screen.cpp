@@ -130,15 +130,19 @@ void Screen::look(const std::vector<CameraState>& cameras, const RecorderNumbers
         began_ = true;
     }
     names_.clear();
+    status_.moving = hold_.moving();
     status_.live = status_.wanted = 0;
     for (const CameraState& state : cameras) {
         names_[state.number] = {state.name, state.address};
-        if (state.condition == CameraCondition::live) ++status_.live;
+        if (state.condition == CameraCondition::live) {
+            ++status_.live;
+        } else {
+            status_.moving.erase(state.number);  // nobody knows
+        }
         if (state.condition != CameraCondition::off) ++status_.wanted;
     }
     meter_.add(cameras, numbers.written, now);
     status_.troubles = watch_.look(cameras, now);
-    status_.moving = hold_.moving();
     status_.numbers = numbers;
     status_.now = now;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <deque>
 #include <optional>
 
 extern "C" {
@@ -32,7 +33,9 @@ constexpr std::uint8_t id_void = 0xEC;
 constexpr std::uint64_t unknown_size = ~std::uint64_t{0};
 constexpr std::uint64_t segment_size_bytes = 8;  // as libavformat writes it, to fill it in later
 constexpr std::size_t checksum_bytes = 4;
-constexpr std::uint64_t stump_bytes = 64;  // a movie that is shorter may have lost its header
+constexpr std::size_t most_checked = 10'000;               // clusters that a power cut can have spoilt
+constexpr std::uint64_t most_cluster_bytes = 256U << 20U;  // far more than a picture
+constexpr std::uint64_t stump_bytes = 64;                  // a movie that is shorter may have lost its header
 
 struct Element {
     std::uint32_t id = 0;
@@ -83,6 +86,7 @@ bool intact(int file, const Element& cluster) {
     const auto checksum = element_at(file, cluster.content);
     if (!checksum || checksum->end() > cluster.end()) return false;
     if (checksum->id != id_checksum || checksum->size != checksum_bytes) return true;
+    if (cluster.size > most_cluster_bytes) return false;
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(cluster.end() - checksum->content));
     const ssize_t got = ::pread(file, bytes.data(), bytes.size(), static_cast<off_t>(checksum->content));
     if (got != static_cast<ssize_t>(bytes.size())) return false;
@@ -97,13 +101,17 @@ bool intact(int file, const Element& cluster) {
 /// Follows the elements of the segment to the first that is not whole, or to the end. After a power
 /// cut the last clusters may be there by their size only.
 void follow(int file, Layout& layout) {
-    std::vector<Element> clusters;
+    std::deque<Element> clusters;  // the last ones
     std::uint64_t at = layout.segment->content;
     while (at < layout.length) {
         const auto element = element_at(file, at);
         if (!element || element->size > layout.length || element->end() > layout.length) break;
         if (element->id == id_seek_head && clusters.empty()) layout.contents = element;
         if (element->id == id_cluster) clusters.push_back(*element);
+        if (clusters.size() > most_checked) {
+            layout.playable = clusters.front().end();
+            clusters.pop_front();
+        }
         at = element->end();
     }
     while (!clusters.empty() && !intact(file, clusters.back()))
@@ -171,7 +179,8 @@ Repair removed_segment(const fs::path& stem) {
 using Changed = std::pair<std::int64_t, std::string>;  // when, and what
 
 /// Those that were changed last.
-std::vector<Changed> newest(std::vector<Changed> all, std::size_t most) {
+std::vector<Changed> newest(const std::vector<Changed>& some, std::size_t most) {
+    std::vector<Changed> all = some;
     std::sort(all.rbegin(), all.rend());
     if (all.size() > most) all.resize(most);
     return all;
@@ -187,13 +196,13 @@ std::vector<Changed> newest_stems(const fs::path& folder, int camera) {
             days.emplace_back(changed_ms(status), std::to_string(day));
     }
     std::vector<Changed> found;
-    for (const auto& [changed, day] : newest(std::move(days), most_days)) {
+    for (const auto& [changed, day] : newest(days, most_days)) {
         std::vector<Changed> stems;
         for (const SegmentFile& file : segment_files(folder, camera, std::stoi(day)))
             if (file.extension == ".mkv")
                 stems.emplace_back(changed_ms(file.status), stem_path(file.name).string());
-        for (auto& stem : newest(std::move(stems), most_segments))
-            found.push_back(std::move(stem));
+        for (const auto& stem : newest(stems, most_segments))
+            found.push_back(stem);
     }
     return found;
 }

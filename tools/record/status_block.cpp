@@ -43,11 +43,12 @@ std::string since_words(const Trouble& trouble, Status::Time now) {
 }
 
 /// "silent since 14:03:05 (2 min)"
-std::string what_words(const Trouble& trouble, Status::Time now) {
+std::string what_words(const Trouble& trouble, Status::Time now, bool with_address) {
     const std::string text = adjective(trouble.kind);
     if (trouble.kind == TroubleKind::refused && !trouble.refusal.empty())
         return text + ": " + trouble.refusal;
-    const std::string place = trouble.kind == TroubleKind::not_reached ? " at " + trouble.address : "";
+    const bool unknown = trouble.kind == TroubleKind::not_reached;
+    const std::string place = unknown && with_address ? " at " + trouble.address : "";
     const std::string lost = trouble.lost > 0 ? ", " + std::to_string(trouble.lost) + " lost" : "";
     return text + place + ' ' + since_words(trouble, now) + lost;
 }
@@ -55,7 +56,8 @@ std::string what_words(const Trouble& trouble, Status::Time now) {
 /// The name takes what the rest leaves of the columns.
 std::string one_trouble(const Trouble& trouble, Status::Time now, std::size_t columns) {
     const std::string camera = "camera " + std::to_string(trouble.camera) + ' ';
-    const std::string what = what_words(trouble, now);
+    std::string what = what_words(trouble, now, true);
+    if (camera.size() + what.size() > columns) what = what_words(trouble, now, false);
     const std::size_t taken = camera.size() + what.size() + 3;  // quotes and a space
     if (trouble.name.empty() || taken + least_name > columns) return camera + what;
     return camera + '\'' + cut(trouble.name, columns - taken) + "' " + what;
