@@ -2,9 +2,9 @@
 network and on disks of their own, and all that can go wrong in a night. night_judge.py says what became of it."""
 import argparse
 import fcntl
-import json
 import mmap
 import os
+import pickle
 import random
 import shutil
 import signal
@@ -21,8 +21,10 @@ from night_movie import Movie
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 UTC_2026 = 1795442400  # 2026-11-23 14:00, what the clock is corrected to
 STEPS = (None, -5, -3600, 86400, 3, -86400, -UTC_2026)  # seconds; None: from 1970 to UTC_2026
+LATE_STEPS = (None, -5, -3600, 3)  # after the last kill: none after which retention waits for ten minutes
 FAULTS = "duplicate=0.2%,reorder=0.1%,delay=0.2%/300ms,garbage=0.1%,foreign=0.05%,wrong-block=0.05%,mac-change=0.01%"
 STALLS = ",loss=0.05%,ack-loss=0.02%,error=0.01%"  # for ten seconds: too long for a short run
+HANDLES = ("clock", "recorder", "fleet", "reader")
 
 
 def options():
@@ -85,7 +87,9 @@ class Night:
         def spread(count, begin, end):
             return [self.seconds * (begin + (end - begin) * (i + self.random.random()) / count) for i in range(count)]
         steps = spread(max(5, self.seconds // 60), 0, 1)
-        plan = [(moment, self.step, STEPS[i % len(STEPS)]) for i, moment in enumerate(steps)]
+        early = [moment for moment in steps if moment < 0.7 * self.seconds or not self.long]
+        plan = [(moment, self.step, STEPS[i % len(STEPS)]) for i, moment in enumerate(early)]
+        plan += [(moment, self.step, LATE_STEPS[i % 4]) for i, moment in enumerate(steps[len(early):])]
         # The last stretch is without kills: it shows the memory of one process.
         plan += [(moment, self.kill, None) for moment in spread(max(2, self.seconds // 75), 0.15, 0.7)]
         for i, moment in enumerate(spread(max(1, self.seconds // 120), 0.3, 0.8)):
@@ -140,6 +144,9 @@ class Night:
         self.kills.append((moment, self.now()))
 
     def fill(self, how):
+        self.look()  # what is open now may have to go before it is seen closed
+        for number, _ in self.latest.values():
+            self.movies[number].load(closed=False)
         self.greedy, length = how
         self.full_until = self.now() + length
         self.fills.append([self.now(), self.full_until, self.greedy])
@@ -260,8 +267,8 @@ def main():
     night = Night(chosen)
     night.prepare()
     night.run()
-    with open(f"{night.folder}/night.json", "w") as file:
-        json.dump({name: getattr(night, name) for name in ("samples", "steps", "kills", "fills", "camera_faults")}, file)
+    with open(f"{night.folder}/night.pickle", "wb") as file:
+        pickle.dump({name: value for name, value in vars(night).items() if name not in HANDLES}, file)
     faults = night_judge.judge(night)
     if chosen.update and not faults:
         open(f"{ROOT}/docs/night.svg", "w").write(night_judge.plot(night))

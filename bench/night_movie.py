@@ -29,18 +29,17 @@ class Movie:
         self.camera = int(path.split("/camera-")[1].split("/")[0])
         self.read, self.error, self.date, self.times = False, None, None, []
 
-    def load(self):
-        """What was closed does not change any more."""
-        self.read = True
+    def load(self, closed=True):
+        """What was closed does not change any more. Of what goes before it is closed the first part counts."""
         try:
             with open(self.path, "rb") as file:
                 data = file.read()
-            self.bytes = len(data)
-            self.read_from(data)
-            if not self.times:
-                self.error = "no picture"
         except FileNotFoundError:
-            self.read = False
+            return
+        self.read, self.times = closed, []
+        try:
+            self.read_from(data)
+            self.error = None if self.times else "no picture"
         except (ValueError, IndexError) as error:
             self.error = str(error) or "torn"
 
