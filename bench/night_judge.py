@@ -56,7 +56,7 @@ def judge_camera(movies, end, causes, gaps):
     for movie in movies:
         if movie.begin < at - 0.1:
             faults.append(f"{movie.path}: begins {at - movie.begin:.1f} s before {before} ends")
-        if movie.times != sorted(movie.times) or movie.times[0] != 0:
+        if movie.times != sorted(set(movie.times)) or movie.times[0] != 0:
             faults.append(f"{movie.path}: times are not in order")
         for moment in movie.times:
             gaps.append((movie.begin + moment - at, at, movie))

@@ -89,7 +89,7 @@ void MatroskaWriter::add_track(const PictureFormat& format) {
 
 void MatroskaWriter::write(const Bytes& picture, bool key, std::int64_t time_ms) {
     if (context_ == nullptr) throw WriteFailure(path(), EBADF);
-    last_ms_ = std::max(last_ms_, time_ms);
+    last_ms_ = std::max(last_ms_ + 1, time_ms);
     const LibavPointer<AVPacket> packet(av_packet_alloc());
     if (!packet) throw std::bad_alloc();
     // Reference counted, so that the muxer does not copy it; the bytes stay the caller's.

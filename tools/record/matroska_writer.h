@@ -27,8 +27,9 @@ public:
     MatroskaWriter(const MatroskaWriter&) = delete;
     MatroskaWriter& operator=(const MatroskaWriter&) = delete;
 
-    /// `time_ms` counts from the first frame and never goes back: an earlier time than the last
-    /// one counts as that. The frame must stay as it is until `write` returns.
+    /// `time_ms` counts from the first frame. No two frames have the same time, which players and muxers
+    /// take amiss: one that is not later than the last counts as a millisecond after it. The frame must
+    /// stay as it is until `write` returns.
     void write(const Bytes& picture, bool key, std::int64_t time_ms);
     /// Throws WriteFailure when there is no room for the index: the file plays without it.
     void close();
@@ -46,7 +47,7 @@ private:
     void release();
 
     GrowingFile file_;
-    std::int64_t last_ms_ = 0;
+    std::int64_t last_ms_ = -1;
     AVFormatContext* context_ = nullptr;
     AVIOContext* io_ = nullptr;
 };
