@@ -91,8 +91,9 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
     } catch (const WriteFailure& failure) {
         movie_.reset();
         refuse(failure.what(), failure.error());
-    } catch (const Failure& failure) {  // no name is free
-        refuse(failure.what(), EEXIST);
+    } catch (const Failure&) {  // the muxer cannot use it
+        movie_.reset();
+        ++totals_.unreadable;
     }
 }
 
@@ -107,6 +108,9 @@ void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
         if (last_frame_ != now_) ++totals_.unwritten;
         close();
         refuse(failure.what(), failure.error());
+    } catch (const Failure&) {  // the muxer cannot use it, and is not asked to go on from it
+        ++totals_.unreadable;
+        close();
     }
 }
 

@@ -28,6 +28,7 @@ struct RecorderNumbers {
     std::uint64_t lost_frames = 0;  // the disk was too slow for them, or did not take them
     std::string paused;             // why nothing is written; empty: it is
     std::size_t paused_cameras = 0;
+    bool in_place = true;  // the folder is there
     std::optional<std::uint64_t> free_bytes;
     /// That are written before the oldest recordings go; nothing: none ever go.
     std::optional<std::uint64_t> room_bytes;

@@ -78,14 +78,13 @@ bool Recorder::stop(milliseconds patience) {
 
 void Recorder::run() {
     while (!queue_.finished()) {
-        if (const auto delivery = queue_.pop(longest_wait)) {
-            if (const auto* frame = std::get_if<FramePointer>(&*delivery))
-                take(**frame);
-            else
-                take(std::get<Event>(*delivery));
+        try {
+            if (const auto delivery = queue_.pop(longest_wait)) take(*delivery);
+            const auto now = Clock::now();
+            if (now >= next_housekeeping_) keep_house(now);
+        } catch (const std::exception& error) {  // out of memory, for instance: the next one may do
+            tell_of({0, 0, error.what(), false});
         }
-        const auto now = Clock::now();
-        if (now >= next_housekeeping_) keep_house(now);
     }
     for (const Event& event : hold_.flush())
         events_.write(event, utc_ms());
@@ -97,6 +96,13 @@ void Recorder::run() {
     const std::lock_guard<std::mutex> lock(mutex_);
     running_ = false;
     ended_.notify_all();
+}
+
+void Recorder::take(const Delivery& delivery) {
+    if (const auto* frame = std::get_if<FramePointer>(&delivery))
+        take(**frame);
+    else
+        take(std::get<Event>(delivery));
 }
 
 void Recorder::take(const Frame& frame) {
@@ -147,7 +153,8 @@ void Recorder::keep_house(Clock::time_point now) {
         if (camera.refusal() != before) tell(camera, before);
         note_closed(camera);
     }
-    if (folder_.missing().empty()) {
+    in_place_ = folder_.missing().empty();
+    if (in_place_) {
         events_.check(now_ms);
         const Retention::Stems open = open_stems();
         tell_of(retention_.sweep(now_ms - (now < doubted_until_ ? doubt_ms_ : 0), open));
@@ -223,6 +230,7 @@ void Recorder::publish() {
         ++numbers.paused_cameras;
     }
     numbers.lost_frames += queue_.lost();
+    numbers.in_place = in_place_;
     numbers.free_bytes = folder_.free_bytes();
     numbers.room_bytes = room();
     if (replacement_ && numbers.recorded > 0) {

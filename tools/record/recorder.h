@@ -64,6 +64,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    void take(const Delivery& delivery);
     void take(const Frame& frame);
     void take(const Event& event);
     void keep_house(Clock::time_point now);
@@ -89,6 +90,7 @@ private:
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
     std::vector<std::filesystem::path> recent_;  // closed in this recording: the clock may be wrong
     Clock::time_point next_housekeeping_{};
+    bool in_place_ = true;
     std::int64_t doubt_ms_ = 0;  // how far the wall clock was set forward
     Clock::time_point doubted_until_{};
     std::thread thread_;

@@ -69,7 +69,7 @@ private:
             if (signals_.take_reload()) reload();
             keep_alive(now);
             if (now < next_rotation) continue;
-            driver_log.rotate_if_large();
+            if (recorder_.numbers().in_place) driver_log.rotate_if_large();
             next_rotation = now + log_period;
         }
         screen_.say("stopping");
