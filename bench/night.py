@@ -86,13 +86,13 @@ class Night:
         """Moments, in seconds since the start, and what to do then."""
         def spread(count, begin, end):
             return [self.seconds * (begin + (end - begin) * (i + self.random.random()) / count) for i in range(count)]
+        kills_end = 0.7 if self.long else 0.35  # a new process forgets what the old one did wrong
         steps = spread(max(5, self.seconds // 60), 0, 1)
         early = [moment for moment in steps if moment < 0.7 * self.seconds or not self.long]
         plan = [(moment, self.step, STEPS[i % len(STEPS)]) for i, moment in enumerate(early)]
         plan += [(moment, self.step, LATE_STEPS[i % 4]) for i, moment in enumerate(steps[len(early):])]
-        # The last stretch is without kills: it shows the memory of one process.
-        plan += [(moment, self.kill, None) for moment in spread(max(2, self.seconds // 75), 0.15, 0.7)]
-        for i, moment in enumerate(spread(max(1, self.seconds // 120), 0.3, 0.8)):
+        plan += [(moment, self.kill, None) for moment in spread(max(2, self.seconds // 75), 0.1, kills_end)]
+        for i, moment in enumerate(spread(max(1, self.seconds // 120), *((0.3, 0.8) if self.long else (0.36, 0.4)))):
             plan.append((moment, self.fill, (i % 2 == 0, self.random.uniform(3, 15) if self.long else 1.5)))
         return sorted(plan, key=lambda entry: entry[0])
 
@@ -134,11 +134,12 @@ class Night:
         moment = self.now()
         self.recorder.kill()
         self.recorder.wait()
-        for _, path in self.latest.values():  # and the power of the disk is cut for some
+        for _, path in self.latest.values():  # and for some as a power cut would: the end is gone, or zeros
             if self.random.random() < 0.3 and os.path.exists(path):
-                size = os.path.getsize(path)
                 status = os.stat(path)
-                os.truncate(path, max(0, size - self.random.randint(1, 3000)))
+                os.truncate(path, max(0, status.st_size - self.random.randint(1, 400)))
+                if self.random.random() < 0.5:
+                    os.truncate(path, status.st_size)
                 os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
         self.start_recorder()
         self.kills.append((moment, self.now()))
