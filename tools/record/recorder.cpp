@@ -7,6 +7,7 @@
 
 #include "host/clocks.h"
 #include "record/record_options.h"
+#include "record/segment_disk.h"
 #include "record/segment_repair.h"
 
 namespace plendix {
@@ -19,7 +20,8 @@ constexpr milliseconds longest_wait{100};
 constexpr milliseconds housekeeping_period{1000};
 constexpr std::uint64_t most_reserve_bytes = 256U << 20U;  // several seconds of 255 cameras
 constexpr std::chrono::minutes time_of_doubt{10};
-constexpr std::size_t most_recent = 1U << 16U;  // segments: a day of 255 cameras at least
+constexpr std::chrono::seconds writing_period{2};  // of a camera that delivers, at most
+constexpr std::size_t most_recent = 1U << 16U;     // segments: a day of 255 cameras at least
 
 std::uint64_t reserve_of(const RecordFolder& folder) {
     return std::min(most_reserve_bytes, folder.disk_bytes().value_or(0) / 20);
@@ -166,7 +168,7 @@ void Recorder::keep_house(Clock::time_point now) {
 void Recorder::note_closed(CameraRecorder& camera) {
     for (const fs::path& stem : camera.take_closed()) {
         retention_.added(stem);
-        recent_.push_back(stem);
+        if (const auto name = parse_stem(stem)) recent_.push_back(*name);
         auto& files = files_[camera.number()];
         if (!rules_.remember_files) files.clear();
         files.push_back(folder_.root() / (stem.string() + ".mkv"));
@@ -203,7 +205,13 @@ void Recorder::make_room(bool refused, const Retention::Stems& open) {
 /// One that was set forward has to stay so for a while before anything is old because of that.
 void Recorder::follow_clock(const Event& event, Clock::time_point now) {
     const std::int64_t jump_ms = event.values.value("set_by_ms", std::int64_t{0});
-    retention_.shift(milliseconds(jump_ms), recent_);
+    Retention::Stems stems;
+    for (const SegmentName& name : recent_)
+        stems.push_back(stem_path(name));
+    retention_.shift(milliseconds(jump_ms), stems);
+    for (const auto& [number, camera] : cameras_)  // one that is being written gets its time from that
+        if (const auto stem = camera.open_stem(); stem && now - camera.last_frame() > writing_period)
+            move_segment_times(folder_.root() / *stem, milliseconds(jump_ms));
     doubt_ms_ = now < doubted_until_ ? std::max<std::int64_t>(doubt_ms_ + jump_ms, 0)
                                      : std::max<std::int64_t>(jump_ms, 0);
     doubted_until_ = now + time_of_doubt;

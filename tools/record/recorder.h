@@ -88,7 +88,7 @@ private:
     EventDigest digest_;
     std::map<int, CameraRecorder> cameras_;
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
-    std::vector<std::filesystem::path> recent_;  // closed in this recording: the clock may be wrong
+    std::vector<SegmentName> recent_;  // closed in this recording: the clock may be wrong
     Clock::time_point next_housekeeping_{};
     bool in_place_ = true;
     std::int64_t doubt_ms_ = 0;  // how far the wall clock was set forward
