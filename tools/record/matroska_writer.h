@@ -11,6 +11,12 @@
 
 namespace plendix {
 
+/// Where a player may begin.
+struct MatroskaCue {
+    std::int64_t time_ms;
+    std::uint64_t position;  // of the cluster, in the file
+};
+
 /// Writes frames so that the file can be played at any moment, even when its writer was killed:
 /// every frame is a cluster of its own that has left the process when `write` returns. Closing adds
 /// duration and index. When the disk refuses, WriteFailure is thrown and the file keeps all frames
@@ -26,25 +32,20 @@ public:
     MatroskaWriter(const MatroskaWriter&) = delete;
     MatroskaWriter& operator=(const MatroskaWriter&) = delete;
 
-    /// A JPEG picture, or the units of an H.264 picture. `time_ms` counts from the first frame and
-    /// never goes back: an earlier time than the last one counts as that.
+    /// A JPEG picture, or the units of an H.264 picture. `time_ms` counts from the first frame. No
+    /// two frames have the same time, which players and muxers take amiss: one that is not later than
+    /// the last counts as a millisecond after it.
     void write(const Pieces& picture, bool key, std::int64_t time_ms);
     /// Throws WriteFailure when there is no room for the index: the file plays without it.
     void close();
 
     const std::filesystem::path& path() const { return file_.path(); }
     std::uint64_t bytes() const { return file_.size(); }
+    std::uint64_t frames() const { return frames_; }  // that are kept
     /// False when the path leads to another file by now, or to none.
     bool in_place() const { return file_.in_place(); }
 
 private:
-    struct Cue {
-        std::int64_t time_ms;
-        std::uint64_t position;  // of the cluster, in the file
-    };
-
-    Bytes beginning(std::uint64_t cues_position) const;
-    Bytes index() const;
     void gather(const Pieces& picture, bool key);
     void put_checksum();
 
@@ -53,8 +54,9 @@ private:
     const std::int64_t start_ms_;
     const bool units_;  // of a byte stream, which a file keeps behind their lengths
     bool open_ = true;
-    std::int64_t last_ms_ = 0;
-    std::vector<Cue> cues_;
+    std::int64_t last_ms_ = -1;
+    std::uint64_t frames_ = 0;
+    std::vector<MatroskaCue> cues_;
     Bytes head_;     // of the cluster, and the units' lengths; kept for its memory
     Pieces pieces_;  // the same
 };

@@ -3,14 +3,17 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
-#include <system_error>
+#include <algorithm>
+#include <cerrno>
 
-#include "usage.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::uint64_t most_reserve_bytes = 256U << 20U;
 
 /// The device of the path, or of what there is of it.
 dev_t device_of(fs::path path) {
@@ -42,7 +45,9 @@ std::string RecordFolder::missing() {
     const std::string name = "'" + root_.string() + "'";
     std::error_code ignored;
     const bool marked = fs::exists(root_ / folder_mark, ignored);
-    if (!marked && device_of(root_) != device_) return name + " is gone, its disk with it";
+    if (!marked && device_of(root_) != device_)
+        return "the disk of " + name +
+               " is gone: mount it again, or start anew to record on what is there now";
     return take_again();
 }
 
@@ -56,15 +61,24 @@ std::string RecordFolder::take_again() {
 }
 
 fs::path RecordFolder::free_stem(int camera, std::int64_t time_ms) const {
-    return plendix::free_stem(root_, segment_stem(camera, time_ms, names_));
+    const fs::path stem = segment_stem(camera, time_ms, names_);
+    try {
+        return plendix::free_stem(root_, stem);
+    } catch (const Failure&) {
+        throw WriteFailure(root_ / stem, EEXIST);
+    }
 }
 
 std::optional<std::uint64_t> RecordFolder::free_bytes() const {
     return bytes_of(root_, &DiskSizes::f_bavail);
 }
 
-std::optional<std::uint64_t> RecordFolder::disk_bytes() const {
-    return bytes_of(root_, &DiskSizes::f_blocks);
+std::uint64_t RecordFolder::reserve_bytes() const {
+    return std::min(most_reserve_bytes, bytes_of(root_, &DiskSizes::f_blocks).value_or(0) / 20);
+}
+
+bool RecordFolder::has_room() const {
+    return free_bytes().value_or(0) >= reserve_bytes() / 4;
 }
 
 }  // namespace plendix
