@@ -48,8 +48,10 @@ void CameraWatch::watch(const std::vector<CameraSettings>& cameras, Time now) {
     before.swap(cameras_);
     for (const CameraSettings& settings : cameras) {
         const auto known = before.find(settings.number);
-        if (known != before.end() && known->second.settings == settings) {
-            cameras_.insert(*known);
+        if (known != before.end() && known->second.settings.address == settings.address) {
+            Camera& camera = cameras_.insert(*known).first->second;
+            camera.settings = settings;
+            camera.state.name = settings.name;
             continue;
         }
         Camera& camera = cameras_[settings.number];

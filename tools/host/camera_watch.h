@@ -19,8 +19,8 @@ class CameraWatch {
 public:
     using Time = CameraState::Time;
 
-    /// Begins to watch these cameras, goes on with those that are the same as before and forgets
-    /// all others.
+    /// Begins to watch these cameras, goes on with those whose address is the same as before and
+    /// forgets all others.
     void watch(const std::vector<CameraSettings>& cameras, Time now);
 
     /// Counts a frame. True when its recording mark is another than that of the frame before.

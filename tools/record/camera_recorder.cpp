@@ -36,7 +36,7 @@ void CameraRecorder::jpeg(const Frame& frame) {
         ++totals_.unreadable;
         return;
     }
-    store(format, frame.data, frame);
+    store(format, {{frame.data.data(), frame.data.size()}}, frame);
 }
 
 void CameraRecorder::h264(const Frame& frame) {
@@ -67,7 +67,7 @@ bool CameraRecorder::fits(const PictureFormat& format, const Frame& frame) const
     return !over && frame.clock_epoch == clock_epoch_;
 }
 
-void CameraRecorder::store(const PictureFormat& format, const Bytes& picture, const Frame& frame) {
+void CameraRecorder::store(const PictureFormat& format, const Pieces& picture, const Frame& frame) {
     if (!fits(format, frame)) {
         close();
         if (!frame.key) {
@@ -96,12 +96,13 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
         clock_epoch_ = frame.clock_epoch;
     } catch (const WriteFailure& failure) {
         refuse({failure.what(), failure.error()});
-    } catch (const Failure& failure) {  // no name is free
-        refuse({failure.what(), EEXIST});
+    } catch (const Failure&) {  // the muxer cannot use it
+        movie_.reset();
+        ++totals_.unreadable;
     }
 }
 
-void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
+void CameraRecorder::write(const Pieces& picture, const Frame& frame) {
     const std::uint64_t before = totals_.recorded;
     try {
         const std::int64_t time_ms = frame.arrival_ms - began_ms_;
@@ -114,8 +115,9 @@ void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
         if (now_ - *good_since_ >= steady) retry_period_ = shortest_retry;
     } catch (const WriteFailure& failure) {
         fail({failure.what(), failure.error()}, before);
-    } catch (const Failure& failure) {  // the muxer
-        fail({failure.what(), EIO}, before);
+    } catch (const Failure&) {  // the muxer cannot use it, and is not asked to go on from it
+        ++totals_.unreadable;
+        close();
     }
 }
 

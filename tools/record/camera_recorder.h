@@ -49,16 +49,18 @@ public:
     std::uint64_t open_bytes() const;
     /// Of the open segment: relative to the folder, without extension.
     std::optional<std::filesystem::path> open_stem() const;
+    /// When the last one was written.
+    Time last_frame() const { return last_frame_; }
     /// Segments closed since the last call, the same.
     std::vector<std::filesystem::path> take_closed();
 
 private:
     void jpeg(const Frame& frame);
     void h264(const Frame& frame);
-    void store(const PictureFormat& format, const Bytes& picture, const Frame& frame);
+    void store(const PictureFormat& format, const Pieces& picture, const Frame& frame);
     bool fits(const PictureFormat& format, const Frame& frame) const;
     void begin(const PictureFormat& format, const Frame& frame);
-    void write(const Bytes& picture, const Frame& frame);
+    void write(const Pieces& picture, const Frame& frame);
     void fail(const Refusal& refusal, std::uint64_t recorded_before);
     void refuse(const Refusal& refusal);
 

@@ -228,6 +228,7 @@ RecordOptions read_options(const ConfigTable& root) {
     set(options.replace, table->flag("replace"));
     if (const auto check = table->flag("check")) options.check = check;
     set(options.quiet, table->flag("quiet"));
+    set(options.verbose, table->flag("verbose"));
     set(options.all_events, table->flag("all_events"));
     table->finish();
     return options;

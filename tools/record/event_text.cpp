@@ -1,6 +1,8 @@
 #include "record/event_text.h"
 
+#include <chrono>
 #include <cmath>
+#include <cstdlib>
 
 #include "host/diagnosis.h"
 #include "host/plain_text.h"
@@ -65,7 +67,7 @@ std::string log_words(const Values& values) {
 
 std::string clock_step_words(const Values& values) {
     const std::int64_t jump_ms = values.value("set_by_ms", std::int64_t{0});
-    const std::chrono::seconds jump((jump_ms < 0 ? -jump_ms : jump_ms) / 1000);
+    const auto jump = std::chrono::round<std::chrono::seconds>(std::chrono::milliseconds(std::abs(jump_ms)));
     return std::string("the clock was set ") + (jump_ms < 0 ? "back by " : "forward by ") + span_words(jump);
 }
 

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -62,6 +63,7 @@ void override_options(const CommandLine& line, RecordOptions& options) {
     options.keep_per_camera = options.keep_per_camera || line.keep_per_camera;
     options.replace = options.replace || line.replace;
     options.quiet = options.quiet || line.quiet;
+    options.verbose = options.verbose || line.verbose;
     options.all_events = options.all_events || line.all_events;
     if (line.check || line.no_check) options.check = line.check;
 }
@@ -121,10 +123,13 @@ RecordingPlan plan_of(const CommandLine& line) {
     plan.rules.remember_files = plan.check;
     plan.screen = screen_options(STDERR_FILENO);
     plan.screen.quiet = options.quiet;
-    plan.screen.verbose = line.verbose;
+    plan.screen.verbose = options.verbose;
     plan.screen.all_events = options.all_events;
     plan.screen.motion_hold = options.motion_hold;
-    if (!line.config.empty()) plan.reload = [line] { return config_of(line).cameras; };
+    if (line.config.empty()) return plan;
+    CommandLine again = line;
+    again.config = std::filesystem::absolute(line.config);  // it works in another folder by then
+    plan.reload = [again] { return config_of(again).cameras; };
     return plan;
 }
 

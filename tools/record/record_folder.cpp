@@ -4,9 +4,9 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
-#include <system_error>
+#include <cerrno>
 
-#include "usage.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
@@ -61,7 +61,12 @@ std::string RecordFolder::take_again() {
 }
 
 fs::path RecordFolder::free_stem(int camera, std::int64_t time_ms) const {
-    return plendix::free_stem(root_, segment_stem(camera, time_ms, names_));
+    const fs::path stem = segment_stem(camera, time_ms, names_);
+    try {
+        return plendix::free_stem(root_, stem);
+    } catch (const Failure&) {
+        throw WriteFailure(root_ / stem, EEXIST);
+    }
 }
 
 std::optional<std::uint64_t> RecordFolder::free_bytes() const {

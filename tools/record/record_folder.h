@@ -24,7 +24,7 @@ public:
     /// for instance), only a folder with the mark of a recording is taken.
     std::string missing();
 
-    /// A name that no segment has: relative, without extension.
+    /// A name that no segment has: relative, without extension. Throws WriteFailure when there is none.
     std::filesystem::path free_stem(int camera, std::int64_t time_ms) const;
 
     /// Bytes that may still be written; nothing when the folder is not there.

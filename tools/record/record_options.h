@@ -23,6 +23,7 @@ struct RecordOptions {
 
     std::optional<bool> check;  // decode the files at the end; without a word only after short recordings
     bool quiet = false;
+    bool verbose = false;
     bool all_events = false;                      // each motion event as it comes, without hold
     std::chrono::milliseconds motion_hold{5000};  // motion ends when there was none for so long
 };

@@ -7,6 +7,7 @@
 
 #include "host/clocks.h"
 #include "record/record_options.h"
+#include "record/segment_disk.h"
 #include "record/segment_repair.h"
 #include "usage.h"
 
@@ -19,8 +20,9 @@ using std::chrono::milliseconds;
 constexpr milliseconds longest_wait{100};
 constexpr milliseconds housekeeping_period{1000};
 constexpr std::chrono::minutes time_of_doubt{10};
-constexpr std::chrono::seconds time_for_room{3};  // that was made: until a key frame comes and shows it
-constexpr std::size_t most_recent = 1U << 16U;    // segments: a day of 255 cameras at least
+constexpr std::chrono::seconds time_for_room{3};   // that was made: until a key frame comes and shows it
+constexpr std::chrono::seconds writing_period{2};  // of a camera that delivers, at most
+constexpr std::size_t most_recent = 1U << 16U;     // segments: a day of 255 cameras at least
 
 /// What an earlier process left unfinished is settled first.
 std::unique_ptr<Replacement> prepare(const RecordFolder& folder, bool replace) {
@@ -71,16 +73,15 @@ bool Recorder::stop(milliseconds patience) {
 
 void Recorder::run() {
     while (!queue_.finished()) {
-        const auto delivery = queue_.pop(longest_wait);
-        follow_clock();  // before a frame that came after the step ends a segment
-        if (delivery) {
-            if (const auto* frame = std::get_if<FramePointer>(&*delivery))
-                take(**frame);
-            else
-                take(std::get<Event>(*delivery));
+        try {
+            const auto delivery = queue_.pop(longest_wait);
+            follow_clock();  // before a frame that came after the step ends a segment
+            if (delivery) take(*delivery);
+            const auto now = Clock::now();
+            if (now >= next_housekeeping_) keep_house(now);
+        } catch (const std::exception& error) {  // out of memory, for instance: the next one may do
+            tell(0, error.what());
         }
-        const auto now = Clock::now();
-        if (now >= next_housekeeping_) keep_house(now);
     }
     for (const Event& event : hold_.flush())
         events_.write(event);
@@ -92,6 +93,13 @@ void Recorder::run() {
     const std::lock_guard<std::mutex> lock(mutex_);
     running_ = false;
     ended_.notify_all();
+}
+
+void Recorder::take(const Delivery& delivery) {
+    if (const auto* frame = std::get_if<FramePointer>(&delivery))
+        take(**frame);
+    else
+        take(std::get<Event>(delivery));
 }
 
 void Recorder::take(const Frame& frame) {
@@ -189,7 +197,7 @@ void Recorder::tell_of_events() {
 void Recorder::note_closed(CameraRecorder& camera) {
     for (const fs::path& stem : camera.take_closed()) {
         retention_.added(stem);
-        recent_.push_back(stem);
+        if (const auto name = parse_stem(stem)) recent_.push_back(*name);
         auto& files = files_[camera.number()];
         if (!rules_.remember_files) files.clear();
         files.push_back(folder_.root() / (stem.string() + ".mkv"));
@@ -232,7 +240,13 @@ void Recorder::follow_clock() {
     const auto now = Clock::now();
     const auto jump_ms = clock_.look(utc_ms(), milliseconds_of(now));
     if (!jump_ms) return;
-    retention_.shift(milliseconds(*jump_ms), recent_);
+    Retention::Stems stems;
+    for (const SegmentName& name : recent_)
+        stems.push_back(stem_path(name));
+    retention_.shift(milliseconds(*jump_ms), stems);
+    for (const auto& [number, camera] : cameras_)  // one that is being written gets its time from that
+        if (const auto stem = camera.open_stem(); stem && now - camera.last_frame() > writing_period)
+            move_segment_times(folder_.root() / *stem, milliseconds(*jump_ms));
     events_.follow_clock(utc_ms());
     doubt_ms_ = std::max<std::int64_t>((now < doubted_until_ ? doubt_ms_ : 0) + *jump_ms, 0);
     doubted_until_ = now + time_of_doubt;

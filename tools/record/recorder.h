@@ -66,6 +66,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    void take(const Delivery& delivery);
     void take(const Frame& frame);
     void take(const Event& event);
     void keep_house(Clock::time_point now);
@@ -94,7 +95,7 @@ private:
     EventDigest digest_;
     std::map<int, CameraRecorder> cameras_;
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
-    std::vector<std::filesystem::path> recent_;  // closed in this recording: the clock may be wrong
+    std::vector<SegmentName> recent_;  // closed in this recording: the clock may be wrong
     ClockWatch clock_;
     bool events_refused_ = false;
     std::set<int> paused_;  // cameras, as far as it was told
