@@ -120,7 +120,7 @@ TEST_F(SessionTest, KnowsEachCameraAndTouchesOnlyThoseThatChange) {
     cameras.erase(cameras.begin() + 3);
     session.change(cameras);
     EXPECT_TRUE(await(session, 3, CameraCondition::live));
-    for (const auto [enabled, condition] :
+    for (const auto& [enabled, condition] :
          {std::pair{false, CameraCondition::off}, {true, CameraCondition::live}}) {
         cameras[2].enabled = enabled;
         session.change(cameras);
