@@ -41,11 +41,17 @@ void keep_standard_descriptors() {
     }
 }
 
-WorkingDirectory::WorkingDirectory(const fs::path& folder) : before_(fs::current_path()) {
+WorkingDirectory::WorkingDirectory(const fs::path& folder)
+    : before_(fs::current_path()), folder_(before_ / folder) {
     std::error_code error;
     fs::create_directories(folder, error);
     if (!error) fs::current_path(folder, error);
     if (error) throw Failure("cannot use the folder '" + folder.string() + "': " + error.message());
+}
+
+void WorkingDirectory::enter() const {
+    std::error_code ignored;
+    fs::current_path(folder_, ignored);
 }
 
 WorkingDirectory::~WorkingDirectory() {

@@ -16,11 +16,14 @@ public:
     /// Makes the folder. Throws Failure.
     explicit WorkingDirectory(const std::filesystem::path& folder);
     ~WorkingDirectory();
+    /// Into the folder that has the name by now, if there is one.
+    void enter() const;
     WorkingDirectory(const WorkingDirectory&) = delete;
     WorkingDirectory& operator=(const WorkingDirectory&) = delete;
 
 private:
     std::filesystem::path before_;
+    std::filesystem::path folder_;  // absolute
 };
 
 /// Sends standard output to the end of a file: the plug-in prints its log there, while the

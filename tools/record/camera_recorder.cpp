@@ -1,5 +1,8 @@
 #include "record/camera_recorder.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -8,7 +11,10 @@
 namespace plendix {
 namespace {
 
-constexpr std::chrono::seconds retry_period{1};
+constexpr std::chrono::seconds shortest_retry{1};
+constexpr std::chrono::seconds longest_retry{32};
+constexpr std::chrono::seconds proof{2};           // of writing, until the disk counts as willing again
+constexpr std::chrono::seconds steady{10};         // the same, until it is asked every second again
 constexpr std::chrono::seconds longest_pause{60};  // without frames a segment is ended then
 
 }  // namespace
@@ -65,7 +71,7 @@ void CameraRecorder::store(const PictureFormat& format, const Bytes& picture, co
     if (!fits(format, frame)) {
         close();
         if (!frame.key) {
-            ++(refusal_.empty() ? totals_.unstarted : totals_.unwritten);
+            ++(refusal_ ? totals_.unwritten : totals_.unstarted);
             return;
         }
         if (now_ >= next_try_) begin(PictureFormat(format), frame);
@@ -79,7 +85,8 @@ void CameraRecorder::store(const PictureFormat& format, const Bytes& picture, co
 void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
     format_ = format;
     const std::string missing = folder_.missing();
-    if (!missing.empty()) return refuse(missing, ENOENT);
+    if (!missing.empty()) return refuse({missing, ENOENT});
+    if (out_of_room(refusal_.code) && !folder_.has_room()) return refuse(Refusal(refusal_));
     try {
         stem_ = folder_.free_stem(number_, frame.time_ms);
         const std::string file = (folder_.root() / stem_).string();
@@ -87,10 +94,8 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
         motion_.emplace(file + ".motion", number_, frame.time_ms);
         began_ms_ = frame.arrival_ms;
         clock_epoch_ = frame.clock_epoch;
-        refusal_.clear();
     } catch (const WriteFailure& failure) {
-        movie_.reset();
-        refuse(failure.what(), failure.error());
+        refuse({failure.what(), failure.error()});
     } catch (const Failure&) {  // the muxer cannot use it
         movie_.reset();
         ++totals_.unreadable;
@@ -98,50 +103,70 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
 }
 
 void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
+    const std::uint64_t before = totals_.recorded;
     try {
         const std::int64_t time_ms = frame.arrival_ms - began_ms_;
         movie_->write(picture, frame.key, time_ms);
         ++totals_.recorded;
         last_frame_ = now_;
         if (frame.zones != MotionZones{}) motion_->write({time_ms, frame.motion, frame.zones});
+        if (!good_since_) good_since_ = now_;
+        if (now_ - *good_since_ >= proof) refusal_ = {};
+        if (now_ - *good_since_ >= steady) retry_period_ = shortest_retry;
     } catch (const WriteFailure& failure) {
-        if (last_frame_ != now_) ++totals_.unwritten;
-        close();
-        refuse(failure.what(), failure.error());
+        fail({failure.what(), failure.error()}, before);
     } catch (const Failure&) {  // the muxer cannot use it, and is not asked to go on from it
         ++totals_.unreadable;
         close();
     }
 }
 
-void CameraRecorder::refuse(const std::string& why, int code) {
-    refusal_ = why;
-    refusal_code_ = code;
-    next_try_ = now_ + retry_period;
+/// A disk with room for a picture or two would be full once a second, and each time leave a tiny segment.
+void CameraRecorder::fail(const Refusal& refusal, std::uint64_t recorded_before) {
+    if (totals_.recorded == recorded_before) ++totals_.unwritten;
+    close();
+    refuse(refusal);
+    next_try_ = now_ + retry_period_;
+    retry_period_ = std::min(2 * retry_period_, longest_retry);
 }
 
-void CameraRecorder::check(Time now) {
-    if (!movie_) return;
+void CameraRecorder::refuse(const Refusal& refusal) {
+    refusal_ = refusal;
+    ++failures_;
+    good_since_.reset();
+    next_try_ = now_ + shortest_retry;
+}
+
+void CameraRecorder::retry() {
+    next_try_ = {};
+    retry_period_ = shortest_retry;
+}
+
+bool CameraRecorder::check(Time now) {
+    if (!movie_) return true;
     if (!movie_->in_place()) {
         now_ = now;
-        const std::string gone = "'" + movie_->path().string() + "' is gone";
         close();
-        refuse(gone, ENOENT);
-    } else if (now - last_frame_ > longest_pause) {
-        close();
+        const std::string missing = folder_.missing();
+        if (!missing.empty()) refuse({missing, ENOENT});
+        return !missing.empty();
     }
+    if (now - last_frame_ > longest_pause) close();
+    return true;
 }
 
 void CameraRecorder::close() {
     if (!movie_) return;
+    const bool empty = movie_->frames() == 0;
     try {
         movie_->close();
-    } catch (const WriteFailure&) {  // NOLINT(bugprone-empty-catch): it plays without its index
+    } catch (const Failure&) {  // NOLINT(bugprone-empty-catch): it plays without its index
     }
     totals_.bytes += movie_->bytes();
+    if (empty && movie_->in_place()) ::unlink(movie_->path().c_str());  // no player opens it
+    if (!empty) closed_.push_back(stem_);
     movie_.reset();
     motion_.reset();
-    closed_.push_back(stem_);
 }
 
 std::uint64_t CameraRecorder::open_bytes() const {

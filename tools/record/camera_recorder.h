@@ -14,6 +14,7 @@
 #include "record/motion_file.h"
 #include "record/record_folder.h"
 #include "record/record_totals.h"
+#include "record/refusal.h"
 
 namespace plendix {
 
@@ -28,20 +29,22 @@ public:
     CameraRecorder(int number, RecordFolder& folder, std::chrono::milliseconds length);
 
     void frame(const Frame& frame, Time now);
-    /// Once in a while: ends a segment whose file is gone or whose camera has stopped sending.
-    void check(Time now);
+    /// Once in a while: ends a segment whose file is gone or whose camera has stopped sending. False
+    /// when somebody took the file away: the next key frame begins another one.
+    bool check(Time now);
     void close();
 
     int number() const { return number_; }
     const RecordTotals& totals() const { return totals_; }
     /// Of the segment written last; not usable before the first.
     const PictureFormat& format() const { return format_; }
-    /// Why nothing is written at the moment; empty when the disk takes everything.
-    const std::string& refusal() const { return refusal_; }
-    /// errno value of that.
-    int refusal_code() const { return refusal_code_; }
-    /// Tries again with the next key frame.
-    void retry() { next_try_ = {}; }
+    /// Why nothing is written; it stays until the disk has taken everything for two seconds.
+    const Refusal& refusal() const { return refusal_; }
+    /// So often writing failed.
+    std::uint64_t failures() const { return failures_; }
+    /// Tries again with the next key frame. Without this it does so every second, and where the disk takes
+    /// a few pictures and refuses again less and less often, down to twice a minute.
+    void retry();
 
     std::uint64_t open_bytes() const;
     /// Of the open segment: relative to the folder, without extension.
@@ -58,7 +61,8 @@ private:
     bool fits(const PictureFormat& format, const Frame& frame) const;
     void begin(const PictureFormat& format, const Frame& frame);
     void write(const Bytes& picture, const Frame& frame);
-    void refuse(const std::string& why, int code);
+    void fail(const Refusal& refusal, std::uint64_t recorded_before);
+    void refuse(const Refusal& refusal);
 
     const int number_;
     RecordFolder& folder_;
@@ -73,9 +77,11 @@ private:
     std::uint32_t clock_epoch_ = 0;
     Time now_{};
     Time last_frame_{};
-    std::string refusal_;
-    int refusal_code_ = 0;
+    Refusal refusal_;
+    std::uint64_t failures_ = 0;
+    std::optional<Time> good_since_;  // the disk takes everything
     Time next_try_{};
+    std::chrono::seconds retry_period_{1};
     std::vector<std::filesystem::path> closed_;
 };
 

@@ -12,6 +12,7 @@
 #include "record/recording.h"
 #include "record/report.h"
 #include "record/still.h"
+#include "record/write_failure.h"
 #include "usage.h"
 
 namespace plendix {
@@ -83,9 +84,10 @@ private:
     DecodeResult check(const std::vector<fs::path>& files, Progress& progress) const {
         DecodeResult sum;
         for (const auto& file : files) {
+            std::error_code ignored;
+            if (plan_.rules.limits.any() && !fs::exists(file, ignored)) continue;  // it had its time
             progress.begin(shown(file));
-            const DecodeResult result =
-                check_file(file, [&](double part) { return progress.part(part, Clock::now()); });
+            const DecodeResult result = check(file, progress);
             sum.packets += result.packets;
             sum.decoded += result.decoded;
             sum.faulty += result.faulty;
@@ -97,15 +99,31 @@ private:
         return sum;
     }
 
+    static DecodeResult check(const fs::path& file, Progress& progress) {
+        DecodeResult result;
+        try {
+            return check_file(file, [&](double part) { return progress.part(part, Clock::now()); });
+        } catch (const Failure& failure) {  // gone with its disk, for instance
+            result.faulty = 1;
+            result.first_fault = failure.what();
+        }
+        return result;
+    }
+
     std::vector<fs::path> make_stills() const {
         std::vector<fs::path> stills;
         const auto end = Clock::now() + time_for_stills;
+        std::error_code gone;  // with its disk, or by the retention
         for (const Row& row : rows_) {
             if (row.totals.files.empty() || impatient() || Clock::now() > end) continue;
+            if (!fs::exists(row.totals.files.back(), gone)) continue;
             try {
                 stills.push_back(write_still(row.totals.files.back()));
+            } catch (const WriteFailure& failure) {
+                std::cerr << "no still picture: " << failure.what() << '\n';
+                break;  // nor of the others
             } catch (const Failure& failure) {
-                std::cerr << failure.what() << '\n';
+                std::cerr << "no still picture: " << failure.what() << '\n';
             }
         }
         return stills;
@@ -121,7 +139,7 @@ private:
         if (row.state.frames == 0) return false;
         const bool readable = row.totals.unreadable == 0 || plan_.faults_expected;
         if (!row.decode || row.decode->ended) return readable;
-        const bool complete = row.decode->packets == row.totals.recorded;
+        const bool complete = row.decode->packets == row.totals.recorded || plan_.rules.limits.any();
         if (!complete) {
             std::cerr << "camera " << row.state.number << ": " << row.decode->packets << " of "
                       << row.totals.recorded << " recorded frames are in the files\n";
@@ -151,6 +169,11 @@ private:
             files.push_back(recorder_.root() / name);
         for (const Row& row : rows_)
             files.insert(files.end(), row.totals.files.begin(), row.totals.files.end());
+        const auto gone = [](const fs::path& file) {
+            std::error_code ignored;
+            return !fs::exists(file, ignored);
+        };
+        files.erase(std::remove_if(files.begin(), files.end(), gone), files.end());
         std::sort(files.begin(), files.end());
         std::cout << "\nfiles:\n";
         for (const auto& file : files)

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 #include "host/event_log.h"
@@ -15,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t most_waiting_bytes = 1U << 20U;
+constexpr std::string_view line_begin = "{\"time\":\"";
 constexpr std::size_t day_characters = 10;  // "2026-11-23"
 
 std::string day_of(std::int64_t time_ms) {
@@ -27,7 +30,7 @@ bool append(int descriptor, const std::string& line) {
     if (fstat(descriptor, &before) != 0) return false;
     const ssize_t written = ::write(descriptor, line.data(), line.size());
     if (written == static_cast<ssize_t>(line.size())) return true;
-    if (written > 0 && ftruncate(descriptor, before.st_size) != 0) return false;
+    if (written > 0 && ftruncate(descriptor, before.st_size) != 0) return false;  // cut when opened anew
     return false;
 }
 
@@ -39,24 +42,35 @@ EventFile::~EventFile() {
     drain();
 }
 
-void EventFile::write(const Event& event, std::int64_t now_ms) {
-    const std::string line = json_line(event) + '\n';
+void EventFile::write(const Event& event) {
+    add(json_line(event) + '\n');
+    drain();
+}
+
+void EventFile::add(const std::string& line) {
     if (waiting_bytes_ + line.size() > most_waiting_bytes) {
         ++lost_;
         return;
     }
     waiting_bytes_ += line.size();
     waiting_.push_back(line);
-    const std::string day = day_of(now_ms);
-    if (day != day_) begin_day(day);
-    drain();
 }
 
 void EventFile::check(std::int64_t now_ms) {
     if (file_ && !leads_to(folder_ / name(), file_.get())) file_.reset();
     const std::string day = day_of(now_ms);
     if (day != day_) begin_day(day);
+    if (!file_) open();
     drain();
+    if (lost_ == 0 || !waiting_.empty()) return;
+    Event event{now_ms, 0, EventKind::storage};
+    event.values["text"] =
+        std::to_string(std::exchange(lost_, 0)) + " events lost: the disk did not take them";
+    write(event);
+}
+
+void EventFile::follow_clock() {
+    if (file_) ::futimens(file_.get(), nullptr);
 }
 
 void EventFile::open() {
@@ -68,7 +82,13 @@ void EventFile::open() {
     char last = 0;
     while (end > 0 && pread(file_.get(), &last, 1, end - 1) == 1 && last != '\n')
         --end;
-    if (end != found.st_size && ftruncate(file_.get(), end) != 0) file_.reset();
+    if (end == found.st_size) return;
+    std::array<char, line_begin.size()> begin{};
+    const ssize_t length = pread(file_.get(), begin.data(), begin.size(), end);
+    const bool ours = length > 0 && line_begin.compare(0, static_cast<std::size_t>(length), begin.data(),
+                                                       static_cast<std::size_t>(length)) == 0;
+    const bool whole_lines = ours ? ftruncate(file_.get(), end) == 0 : append(file_.get(), "\n");
+    if (!whole_lines) file_.reset();
 }
 
 /// The file that lies there is of the day on which it was written last, which may be one on which
@@ -87,9 +107,8 @@ void EventFile::begin_day(const std::string& day) {
 }
 
 void EventFile::drain() {
-    if (waiting_.empty()) return;
-    if (!file_) open();
-    while (file_ && !waiting_.empty() && append(file_.get(), waiting_.front())) {
+    while (file_ && !waiting_.empty()) {
+        if (!append(file_.get(), waiting_.front())) return file_.reset();  // until `check` opens it anew
         waiting_bytes_ -= waiting_.front().size();
         waiting_.pop_front();
     }

@@ -71,13 +71,10 @@ std::string clock_step_words(const Values& values) {
     return std::string("the clock was set ") + (jump_ms < 0 ? "back by " : "forward by ") + span_words(jump);
 }
 
-/// Of a kind that has no words of its own: its text, else all that it says.
-std::string any_words(const Event& event) {
-    if (event.values.contains("text")) return event.values.value("text", "");
-    std::string text = kind_name(event.kind);
-    for (const auto& [name, value] : event.values.items())
-        text += ' ' + name + ' ' + (value.is_string() ? value.get<std::string>() : value.dump());
-    return text;
+std::string storage_words(const Values& values) {
+    if (!values.contains("paused")) return values.value("text", "");
+    if (!values.value("paused", false)) return "recording goes on";
+    return "recording pauses, and goes on by itself when this is mended: " + values.value("reason", "");
 }
 
 std::string words_of(const Event& event) {
@@ -103,7 +100,7 @@ std::string words_of(const Event& event) {
         case EventKind::clock:
             return clock_step_words(values);
         case EventKind::storage:
-            return any_words(event);
+            return storage_words(event.values);
         case EventKind::unknown:
             break;
     }

@@ -111,6 +111,7 @@ void MatroskaWriter::write_packet(AVPacket& packet) {
         require(av_write_frame(context_, nullptr), "write to");  // ends the cluster
         require(io_->error, "write to");
         file_.keep();
+        ++frames_;
     } catch (...) {
         file_.undo();
         file_.hold_back();  // whatever the muxer still has to say goes nowhere

@@ -36,6 +36,7 @@ public:
 
     const std::filesystem::path& path() const { return file_.path(); }
     std::uint64_t bytes() const { return file_.whole_bytes(); }
+    std::uint64_t frames() const { return frames_; }  // that are kept
     /// False when the path leads to another file by now, or to none.
     bool in_place() const { return file_.in_place(); }
 
@@ -48,6 +49,7 @@ private:
 
     GrowingFile file_;
     std::int64_t last_ms_ = -1;
+    std::uint64_t frames_ = 0;
     AVFormatContext* context_ = nullptr;
     AVIOContext* io_ = nullptr;
 };

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "record/write_failure.h"
@@ -11,6 +12,8 @@ namespace plendix {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::uint64_t most_reserve_bytes = 256U << 20U;
 
 /// The device of the path, or of what there is of it.
 dev_t device_of(fs::path path) {
@@ -42,7 +45,9 @@ std::string RecordFolder::missing() {
     const std::string name = "'" + root_.string() + "'";
     std::error_code ignored;
     const bool marked = fs::exists(root_ / folder_mark, ignored);
-    if (!marked && device_of(root_) != device_) return name + " is gone, its disk with it";
+    if (!marked && device_of(root_) != device_)
+        return "the disk of " + name +
+               " is gone: mount it again, or start anew to record on what is there now";
     return take_again();
 }
 
@@ -68,8 +73,12 @@ std::optional<std::uint64_t> RecordFolder::free_bytes() const {
     return bytes_of(root_, &DiskSizes::f_bavail);
 }
 
-std::optional<std::uint64_t> RecordFolder::disk_bytes() const {
-    return bytes_of(root_, &DiskSizes::f_blocks);
+std::uint64_t RecordFolder::reserve_bytes() const {
+    return std::min(most_reserve_bytes, bytes_of(root_, &DiskSizes::f_blocks).value_or(0) / 20);
+}
+
+bool RecordFolder::has_room() const {
+    return free_bytes().value_or(0) >= reserve_bytes() / 4;
 }
 
 }  // namespace plendix

@@ -29,8 +29,10 @@ public:
 
     /// Bytes that may still be written; nothing when the folder is not there.
     std::optional<std::uint64_t> free_bytes() const;
-    /// Of the whole file system.
-    std::optional<std::uint64_t> disk_bytes() const;
+    /// What retention leaves free: several seconds of 255 cameras, on a small disk less.
+    std::uint64_t reserve_bytes() const;
+    /// Whether it is worth while to go on after the disk was full: with a part of the reserve.
+    bool has_room() const;
 
     /// Absolute.
     const std::filesystem::path& root() const { return root_; }

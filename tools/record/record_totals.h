@@ -23,12 +23,13 @@ struct RecordTotals {
 
 /// All cameras together, while it goes on.
 struct RecorderNumbers {
-    std::uint64_t written = 0;      // bytes, since it began
-    std::uint64_t recorded = 0;     // frames
-    std::uint64_t lost_frames = 0;  // the disk was too slow for them, or did not take them
-    std::string paused;             // why nothing is written; empty: it is
+    std::uint64_t written = 0;         // bytes, since it began
+    std::uint64_t recorded = 0;        // frames
+    std::uint64_t lost_frames = 0;     // the disk was too slow for them
+    std::uint64_t refused_frames = 0;  // the disk did not take them
+    bool there = true;                 // the folder
+    std::string paused;                // why nothing is written; empty: it is
     std::size_t paused_cameras = 0;
-    bool in_place = true;  // the folder is there
     std::optional<std::uint64_t> free_bytes;
     /// That are written before the oldest recordings go; nothing: none ever go.
     std::optional<std::uint64_t> room_bytes;

@@ -9,6 +9,7 @@
 #include "record/record_options.h"
 #include "record/segment_disk.h"
 #include "record/segment_repair.h"
+#include "usage.h"
 
 namespace plendix {
 namespace {
@@ -18,18 +19,10 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds longest_wait{100};
 constexpr milliseconds housekeeping_period{1000};
-constexpr std::uint64_t most_reserve_bytes = 256U << 20U;  // several seconds of 255 cameras
 constexpr std::chrono::minutes time_of_doubt{10};
+constexpr std::chrono::seconds time_for_room{3};   // that was made: until a key frame comes and shows it
 constexpr std::chrono::seconds writing_period{2};  // of a camera that delivers, at most
 constexpr std::size_t most_recent = 1U << 16U;     // segments: a day of 255 cameras at least
-
-std::uint64_t reserve_of(const RecordFolder& folder) {
-    return std::min(most_reserve_bytes, folder.disk_bytes().value_or(0) / 20);
-}
-
-bool out_of_room(int error) {
-    return error == ENOSPC || error == EDQUOT;
-}
 
 /// What an earlier process left unfinished is settled first.
 std::unique_ptr<Replacement> prepare(const RecordFolder& folder, bool replace) {
@@ -80,16 +73,17 @@ bool Recorder::stop(milliseconds patience) {
 
 void Recorder::run() {
     while (!queue_.finished()) {
+        follow_clock();
         try {
             if (const auto delivery = queue_.pop(longest_wait)) take(*delivery);
             const auto now = Clock::now();
             if (now >= next_housekeeping_) keep_house(now);
         } catch (const std::exception& error) {  // out of memory, for instance: the next one may do
-            tell_of({0, 0, error.what(), false});
+            tell(0, error.what());
         }
     }
     for (const Event& event : hold_.flush())
-        events_.write(event, utc_ms());
+        events_.write(event);
     for (auto& [number, camera] : cameras_) {
         camera.close();
         note_closed(camera);
@@ -110,33 +104,57 @@ void Recorder::take(const Delivery& delivery) {
 void Recorder::take(const Frame& frame) {
     CameraRecorder& camera =
         cameras_.try_emplace(frame.camera, frame.camera, folder_, rules_.segment).first->second;
-    const std::string before = camera.refusal();
+    const std::uint64_t before = camera.failures();
     camera.frame(frame, Clock::now());
-    if (camera.refusal() != before) tell(camera, before);
+    note_closed(camera);
+    if (camera.failures() != before && out_of_room(camera.refusal().code)) {
+        commit_replacement();  // else the earlier recording would keep the new one from its first frame
+        if (make_room(true, open_stems())) return;
+    }
+    tell(camera);
 }
 
 void Recorder::take(const Event& event) {
     const auto now = Clock::now();
-    if (event.kind == EventKind::clock) follow_clock(event, now);
-    if (rules_.all_events) return events_.write(event, utc_ms());
+    if (rules_.all_events) return events_.write(event);
     for (const Event& held : hold_.take(event, now))
         for (const Event& told : digest_.take(held, now))
-            events_.write(told, utc_ms());
+            events_.write(told);
 }
 
-/// The first camera that is refused says so for all; the last one that is not any more, too.
-void Recorder::tell(const CameraRecorder& camera, const std::string& before) {
-    const bool refused = !camera.refusal().empty();
-    if (refused && out_of_room(camera.refusal_code())) make_room(true, open_stems());
-    if (refused && !before.empty()) return;  // another reason, still refused
+/// That a camera is not recorded, or is again: once each. In the words all cameras that suffer from the
+/// same are alike, so that they are one line on a screen.
+void Recorder::tell(const CameraRecorder& camera) {
+    const Refusal& refusal = camera.refusal();
+    const bool told = paused_.count(camera.number()) > 0;
+    if (bool(refusal) == told || (refusal && camera.open_stem())) return;
+    if (out_of_room(refusal.code) && Clock::now() - room_made_ < time_for_room) return;
+    if (refusal) {
+        paused_.insert(camera.number());
+    } else {
+        paused_.erase(camera.number());
+    }
     Event event{utc_ms(), camera.number(), EventKind::storage};
-    event.values["paused"] = refused;
-    if (refused) event.values["reason"] = camera.refusal();
+    event.values["paused"] = bool(refusal);
+    if (refusal) {
+        event.values["reason"] = words_of(refusal);
+        event.values["error"] = refusal.text;
+    }
     tell(std::move(event));
 }
 
+void Recorder::tell(int camera, const std::string& text) {
+    Event event{utc_ms(), camera, EventKind::storage};
+    event.values["text"] = text;
+    tell(std::move(event));
+}
+
+std::string Recorder::words_of(const Refusal& refusal) const {
+    return refusal_words(refusal, folder_.root(), rules_.limits.any());
+}
+
 void Recorder::tell(Event event) {
-    events_.write(event, event.time_ms);
+    events_.write(event);
     const std::lock_guard<std::mutex> lock(mutex_);
     news_.push_back(std::move(event));
 }
@@ -144,25 +162,26 @@ void Recorder::tell(Event event) {
 void Recorder::keep_house(Clock::time_point now) {
     next_housekeeping_ = now + housekeeping_period;
     const std::int64_t now_ms = utc_ms();
+    const bool there = folder_.missing().empty();
+    if (there) events_.check(now_ms);
     for (const Event& due : rules_.all_events ? std::vector<Event>{} : hold_.due(now))
         for (const Event& told : digest_.take(due, now))
-            events_.write(told, now_ms);
+            events_.write(told);
     for (const Event& due : rules_.all_events ? std::vector<Event>{} : digest_.due(now))
-        events_.write(due, now_ms);
+        events_.write(due);
     for (auto& [number, camera] : cameras_) {
-        const std::string before = camera.refusal();
-        camera.check(now);
-        if (camera.refusal() != before) tell(camera, before);
+        if (!camera.check(now))
+            tell(number,
+                 "its file was taken away while it was written: the next key frame begins another one");
+        tell(camera);
         note_closed(camera);
     }
-    in_place_ = folder_.missing().empty();
-    if (in_place_) {
-        events_.check(now_ms);
+    if (there) {
         const Retention::Stems open = open_stems();
         tell_of(retention_.sweep(now_ms - (now < doubted_until_ ? doubt_ms_ : 0), open));
         make_room(false, open);
     }
-    publish();
+    publish(there);
 }
 
 void Recorder::note_closed(CameraRecorder& camera) {
@@ -184,69 +203,80 @@ Retention::Stems Recorder::open_stems() const {
 }
 
 void Recorder::tell_of(const Removed& removed) {
-    if (removed.error.empty()) return;
-    Event event{utc_ms(), 0, EventKind::storage};
-    event.values["text"] = removed.error;
-    tell(std::move(event));
+    if (!removed.error.empty()) tell(0, removed.error);
 }
 
-void Recorder::make_room(bool refused, const Retention::Stems& open) {
-    if (!rules_.limits.any()) return;
-    const std::uint64_t reserve = reserve_of(folder_);
-    if (!refused && folder_.free_bytes().value_or(reserve) >= reserve) return;
+/// False when nothing was removed.
+bool Recorder::make_room(bool refused, const Retention::Stems& open) {
+    if (!rules_.limits.any()) return false;
+    const std::uint64_t reserve = folder_.reserve_bytes();
+    if (!refused && folder_.free_bytes().value_or(reserve) >= reserve) return false;
     const Removed removed = retention_.free_space(reserve, open);
     tell_of(removed);
-    if (!refused || removed.segments == 0) return;
+    if (removed.segments == 0) return false;
+    if (!refused) return true;
+    room_made_ = Clock::now();
     for (auto& [number, camera] : cameras_)
         camera.retry();
+    return true;
 }
 
-/// The age of what was recorded by the wrong clock is told by the right one from now on.
-/// One that was set forward has to stay so for a while before anything is old because of that.
-void Recorder::follow_clock(const Event& event, Clock::time_point now) {
-    const std::int64_t jump_ms = event.values.value("set_by_ms", std::int64_t{0});
+/// The age of what was recorded by the wrong clock is told by the right one from now on. Looked at before
+/// anything is closed or removed: the event that tells of it comes too late for that. One that was set
+/// forward has to stay so for a while before anything is old because of that.
+void Recorder::follow_clock() {
+    const auto now = Clock::now();
+    const auto jump_ms = clock_.look(utc_ms(), milliseconds_of(now));
+    if (!jump_ms) return;
     Retention::Stems stems;
     for (const SegmentName& name : recent_)
         stems.push_back(stem_path(name));
-    retention_.shift(milliseconds(jump_ms), stems);
+    retention_.shift(milliseconds(*jump_ms), stems);
     for (const auto& [number, camera] : cameras_)  // one that is being written gets its time from that
         if (const auto stem = camera.open_stem(); stem && now - camera.last_frame() > writing_period)
-            move_segment_times(folder_.root() / *stem, milliseconds(jump_ms));
-    doubt_ms_ = now < doubted_until_ ? std::max<std::int64_t>(doubt_ms_ + jump_ms, 0)
-                                     : std::max<std::int64_t>(jump_ms, 0);
+            move_segment_times(folder_.root() / *stem, milliseconds(*jump_ms));
+    events_.follow_clock();
+    doubt_ms_ = std::max<std::int64_t>((now < doubted_until_ ? doubt_ms_ : 0) + *jump_ms, 0);
     doubted_until_ = now + time_of_doubt;
 }
 
 std::optional<std::uint64_t> Recorder::room() const {
     if (!rules_.limits.any()) return std::nullopt;
     const std::uint64_t free = folder_.free_bytes().value_or(0);
-    const std::uint64_t reserve = std::min(free, reserve_of(folder_));
+    const std::uint64_t reserve = std::min(free, folder_.reserve_bytes());
     const std::uint64_t kept = retention_.bytes();
     if (rules_.limits.keep_bytes == 0 || rules_.limits.per_camera) return free - reserve;
     return std::min(free - reserve, rules_.limits.keep_bytes - std::min(kept, rules_.limits.keep_bytes));
 }
 
-void Recorder::publish() {
+void Recorder::publish(bool there) {
     RecorderNumbers numbers;
+    numbers.there = there;
     for (const auto& [number, camera] : cameras_) {
         const RecordTotals& totals = camera.totals();
         numbers.written += totals.bytes + camera.open_bytes();
         numbers.recorded += totals.recorded;
-        numbers.lost_frames += totals.unwritten;
-        if (camera.refusal().empty()) continue;
-        numbers.paused = camera.refusal();
+        numbers.refused_frames += totals.unwritten;
+        if (!camera.refusal() || paused_.count(number) == 0) continue;
+        numbers.paused = words_of(camera.refusal());
         ++numbers.paused_cameras;
     }
-    numbers.lost_frames += queue_.lost();
-    numbers.in_place = in_place_;
+    numbers.lost_frames = queue_.lost();
     numbers.free_bytes = folder_.free_bytes();
     numbers.room_bytes = room();
-    if (replacement_ && numbers.recorded > 0) {
-        replacement_->commit();
-        replacement_.reset();
-    }
+    if (numbers.recorded > 0) commit_replacement();
     const std::lock_guard<std::mutex> lock(mutex_);
     numbers_ = numbers;
+}
+
+void Recorder::commit_replacement() {
+    if (!replacement_) return;
+    try {
+        replacement_->commit();
+    } catch (const Failure& failure) {
+        tell(0, failure.what());  // the rest goes at the next start
+    }
+    replacement_.reset();
 }
 
 RecorderNumbers Recorder::numbers() const {

@@ -8,10 +8,12 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "host/clock_watch.h"
 #include "host/event_digest.h"
 #include "host/motion_hold.h"
 #include "host/output_queue.h"
@@ -69,14 +71,17 @@ private:
     void take(const Event& event);
     void keep_house(Clock::time_point now);
     void note_closed(CameraRecorder& camera);
-    void make_room(bool refused, const Retention::Stems& open);
+    bool make_room(bool refused, const Retention::Stems& open);
     void tell_of(const Removed& removed);
     Retention::Stems open_stems() const;
-    void follow_clock(const Event& event, Clock::time_point now);
-    void tell(const CameraRecorder& camera, const std::string& before);
+    void follow_clock();
+    void commit_replacement();
+    void tell(const CameraRecorder& camera);
+    void tell(int camera, const std::string& text);
     void tell(Event event);
+    std::string words_of(const Refusal& refusal) const;
     std::optional<std::uint64_t> room() const;
-    void publish();
+    void publish(bool there);
 
     OutputQueue& queue_;
     const RecorderRules rules_;
@@ -89,9 +94,11 @@ private:
     std::map<int, CameraRecorder> cameras_;
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
     std::vector<SegmentName> recent_;  // closed in this recording: the clock may be wrong
+    ClockWatch clock_;
+    std::set<int> paused_;  // cameras, as far as it was told
     Clock::time_point next_housekeeping_{};
-    bool in_place_ = true;
-    std::int64_t doubt_ms_ = 0;  // how far the wall clock was set forward
+    Clock::time_point room_made_{};  // after a refusal, by the retention
+    std::int64_t doubt_ms_ = 0;      // how far the wall clock was set forward
     Clock::time_point doubted_until_{};
     std::thread thread_;
 

@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t queue_bytes = 128U << 20U;  // about two seconds of eight large JPEG cameras
 constexpr auto longest_wait = 50ms;               // signals and the screen wait no longer
 constexpr auto disk_patience = 8s;                // for the last frames: a service is killed after ten
-constexpr auto log_period = 1min;
+constexpr auto log_period = 10s;
 
 /// "25 of 30 cameras live"
 std::string summary(const std::vector<CameraState>& cameras) {
@@ -38,8 +38,14 @@ std::string summary(const std::vector<CameraState>& cameras) {
 /// Everything between the opening of the plug-in and its end.
 class Run {
 public:
-    Run(const RecordingPlan& plan, Session& session, Recorder& recorder, Screen& screen, StopSignals& signals)
-        : plan_(plan), session_(session), recorder_(recorder), screen_(screen), signals_(signals) {}
+    Run(const RecordingPlan& plan, Session& session, Recorder& recorder, Screen& screen,
+        const WorkingDirectory& inside, StopSignals& signals)
+        : plan_(plan),
+          session_(session),
+          recorder_(recorder),
+          screen_(screen),
+          inside_(inside),
+          signals_(signals) {}
 
     /// False when the disk did not answer at the end.
     bool go(OutputToFile& driver_log) {
@@ -59,7 +65,7 @@ public:
 private:
     void loop(OutputToFile& driver_log) {
         auto step = plan_.steps.begin();
-        auto next_rotation = start_ + log_period;
+        auto next_look = start_ + log_period;
         while (!signals_.requested()) {
             const auto now = Clock::now();
             for (; step != plan_.steps.end() && start_ + step->at <= now; ++step)
@@ -68,9 +74,10 @@ private:
             show(session_.serve(longest_wait), now);
             if (signals_.take_reload()) reload();
             keep_alive(now);
-            if (now < next_rotation) continue;
-            if (recorder_.numbers().in_place) driver_log.rotate_if_large();
-            next_rotation = now + log_period;
+            if (now < next_look || !recorder_.numbers().there) continue;
+            driver_log.rotate_if_large();
+            inside_.enter();
+            next_look = now + log_period;
         }
         screen_.say("stopping");
     }
@@ -122,6 +129,7 @@ private:
     Session& session_;
     Recorder& recorder_;
     Screen& screen_;
+    const WorkingDirectory& inside_;
     StopSignals& signals_;
     ServiceNotice notice_;
     Advisor advisor_;
@@ -145,7 +153,7 @@ int record(const RecordingPlan& plan) {
     bool kept = false;
     {
         OutputToFile driver_log(recorder.root() / "driver.log");
-        kept = Run(plan, session, recorder, screen, signals).go(driver_log);
+        kept = Run(plan, session, recorder, screen, inside, signals).go(driver_log);
     }
     if (!kept) {
         std::cerr << "plendix: the disk of '" << recorder.root().string() << "' does not answer\n";

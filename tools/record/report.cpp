@@ -79,6 +79,7 @@ void print_remarks(std::ostream& out, const std::vector<Row>& rows, Time end,
     for (const Row& row : rows) {
         const int number = row.state.number;
         remark(out, number, row.totals.lost, "frames lost: writing was too slow");
+        remark(out, number, row.totals.unwritten, "frames not recorded: the disk did not take them");
         remark(out, number, row.totals.unstarted, "frames not recorded: no key frame before them");
         remark(out, number, row.totals.unreadable, "frames not recorded: unreadable");
     }

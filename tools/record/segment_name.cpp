@@ -28,9 +28,12 @@ int digits(std::string_view text) {
     return value;
 }
 
-bool exists(const fs::path& file) {
-    struct stat status {};
-    return ::lstat(file.c_str(), &status) == 0;
+bool taken(const std::string& stem) {
+    return std::any_of(std::begin(segment_extensions), std::end(segment_extensions),
+                       [&stem](const char* extension) {
+                           struct stat status {};
+                           return ::lstat((stem + extension).c_str(), &status) == 0;
+                       });
 }
 
 template <class... Values>
@@ -82,8 +85,7 @@ fs::path segment_stem(int camera, std::int64_t time_ms, TimeNames names) {
 fs::path free_stem(const fs::path& folder, const fs::path& stem) {
     std::string text = stem.string();
     for (int copy = 2; copy <= most_copies + 1; ++copy) {
-        const std::string file = (folder / text).string();
-        if (!exists(file + ".mkv") && !exists(file + ".motion")) return text;
+        if (!taken((folder / text).string())) return text;
         text = stem.string() + printed("_%02d", copy);
     }
     throw Failure("no name is free for '" + (folder / stem).string() + "': " + std::to_string(most_copies) +

@@ -38,7 +38,7 @@ std::filesystem::path segment_stem(int camera, std::int64_t time_ms, TimeNames n
 std::filesystem::path camera_folder(int camera);
 std::filesystem::path day_folder(int camera, int day);
 
-/// The stem or the first of its copies that no movie and no motion file in the folder has. Throws
+/// The stem or the first of its copies that no file of a segment in the folder has. Throws
 /// Failure when there is none. The files are to be created with O_EXCL all the same.
 std::filesystem::path free_stem(const std::filesystem::path& folder, const std::filesystem::path& stem);
 

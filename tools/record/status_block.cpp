@@ -136,10 +136,15 @@ std::string disk_words(const Status& status) {
 /// What the recorder itself suffers.
 std::vector<std::string> recorder_troubles(const RecorderNumbers& numbers) {
     std::vector<std::string> lines;
-    if (!numbers.paused.empty()) lines.push_back("not recording: " + printable(numbers.paused));
-    if (numbers.lost_frames > 0) {
-        lines.push_back(std::to_string(numbers.lost_frames) + " frames lost: the disk is too slow");
+    if (!numbers.paused.empty()) {
+        const std::string cameras = std::to_string(numbers.paused_cameras);
+        lines.push_back(cameras + (numbers.paused_cameras == 1 ? " camera" : " cameras") +
+                        " not recorded: " + printable(numbers.paused));
     }
+    if (numbers.refused_frames > 0)
+        lines.push_back(std::to_string(numbers.refused_frames) + " frames lost: the disk did not take them");
+    if (numbers.lost_frames > 0)
+        lines.push_back(std::to_string(numbers.lost_frames) + " frames lost: the disk is too slow");
     return lines;
 }
 

@@ -1,10 +1,14 @@
 #include "record/still.h"
 
-#include <fstream>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <new>
 
+#include "record/descriptor.h"
 #include "record/movie_file.h"
-#include "usage.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
@@ -70,10 +74,13 @@ LibavPointer<AVPacket> encode_png(const AVFrame& rgb, const fs::path& movie) {
 
 fs::path save(const AVPacket& picture, fs::path file, const char* extension) {
     file.replace_extension(extension);
-    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-    stream.write(reinterpret_cast<const char*>(picture.data), picture.size);
-    if (!stream.flush()) throw Failure("cannot write '" + file.string() + "'");
-    return file;
+    const Descriptor still(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!still) throw WriteFailure(file, errno);
+    const ssize_t written = ::write(still.get(), picture.data, static_cast<std::size_t>(picture.size));
+    if (written == picture.size) return file;
+    const int error = written < 0 ? errno : ENOSPC;
+    ::unlink(file.c_str());  // rather none than half of one
+    throw WriteFailure(file, error);
 }
 
 }  // namespace
