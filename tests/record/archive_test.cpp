@@ -72,8 +72,8 @@ void movie(const fs::path& stem, std::int64_t start_ms, bool h264, std::size_t f
         split_h264(*picture->file(), frame);
         const PictureFormat format = h264 ? h264_format(frame) : jpeg_format(*picture->file());
         if (!writer) writer = std::make_unique<MatroskaWriter>(stem.string() + ".mkv", format, start_ms);
-        writer->write(h264 ? frame.picture : *picture->file(), picture->key(),
-                      40 * static_cast<std::int64_t>(i));
+        const Pieces whole{{picture->file()->data(), picture->file()->size()}};
+        writer->write(h264 ? frame.picture : whole, picture->key(), 40 * static_cast<std::int64_t>(i));
     }
     if (kept != nullptr) *kept = std::move(writer);
 }

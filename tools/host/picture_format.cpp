@@ -1,13 +1,12 @@
 #include "host/picture_format.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ffmpeg.h"
 
 namespace plendix {
 namespace {
-
-enum NalType : unsigned { nal_sps = 7, nal_pps = 8, nal_delimiter = 9 };
 
 using Position = Bytes::const_iterator;
 
@@ -23,9 +22,9 @@ Position find_start_code(Position from, Position end) {
     return end;
 }
 
-void append_nal(Bytes& stream, Position first, Position last) {
+void append_unit(Bytes& stream, const Piece& unit) {
     stream.insert(stream.end(), {0, 0, 0, 1});
-    stream.insert(stream.end(), first, last);
+    stream.insert(stream.end(), unit.data, unit.data + unit.size);
 }
 
 bool is_frame_header(unsigned marker) {  // SOF0 to SOF15 of ITU-T T.81 Table B.1
@@ -58,9 +57,8 @@ PictureFormat jpeg_format(const Bytes& picture) {
     return format;
 }
 
-void split_h264(const Bytes& stream, H264Frame& frame) {
-    frame.parameter_sets.clear();
-    frame.picture.clear();
+void split_units(const Bytes& stream, Pieces& units) {
+    units.clear();
     const Position end = stream.end();
     Position code = find_start_code(stream.begin(), end);
     while (code != end) {
@@ -69,11 +67,21 @@ void split_h264(const Bytes& stream, H264Frame& frame) {
         Position last = code;
         while (last != first && *(last - 1) == 0)
             --last;  // zero_byte of the next start code
-        if (last == first) continue;
-        const unsigned type = *first & 0x1FU;
-        if (type == nal_delimiter) continue;
-        append_nal(type == nal_sps || type == nal_pps ? frame.parameter_sets : frame.picture, first, last);
+        if (last != first) units.push_back({&*first, static_cast<std::size_t>(last - first)});
     }
+}
+
+void split_h264(const Bytes& stream, H264Frame& frame) {
+    frame.parameter_sets.clear();
+    split_units(stream, frame.picture);
+    const auto is_no_picture = [&frame](const Piece& unit) {
+        const unsigned type = unit_type(unit);
+        const bool set = type == nal_sps || type == nal_pps;
+        if (set) append_unit(frame.parameter_sets, unit);
+        return set || type == nal_delimiter;
+    };
+    frame.picture.erase(std::remove_if(frame.picture.begin(), frame.picture.end(), is_no_picture),
+                        frame.picture.end());
 }
 
 PictureFormat h264_format(const H264Frame& frame) {
@@ -86,7 +94,8 @@ PictureFormat h264_format(const H264Frame& frame) {
     parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
 
     Bytes unit = frame.parameter_sets;
-    unit.insert(unit.end(), frame.picture.begin(), frame.picture.end());
+    for (const Piece& piece : frame.picture)
+        append_unit(unit, piece);
     unit.resize(unit.size() + AV_INPUT_BUFFER_PADDING_SIZE);
     const int length = static_cast<int>(unit.size()) - AV_INPUT_BUFFER_PADDING_SIZE;
     std::uint8_t* ignored = nullptr;

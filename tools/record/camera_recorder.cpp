@@ -36,7 +36,7 @@ void CameraRecorder::jpeg(const Frame& frame) {
         ++totals_.unreadable;
         return;
     }
-    store(format, frame.data, frame);
+    store(format, {{frame.data.data(), frame.data.size()}}, frame);
 }
 
 void CameraRecorder::h264(const Frame& frame) {
@@ -67,7 +67,7 @@ bool CameraRecorder::fits(const PictureFormat& format, const Frame& frame) const
     return !over && frame.clock_epoch == clock_epoch_;
 }
 
-void CameraRecorder::store(const PictureFormat& format, const Bytes& picture, const Frame& frame) {
+void CameraRecorder::store(const PictureFormat& format, const Pieces& picture, const Frame& frame) {
     if (!fits(format, frame)) {
         close();
         if (!frame.key) {
@@ -102,7 +102,7 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
     }
 }
 
-void CameraRecorder::write(const Bytes& picture, const Frame& frame) {
+void CameraRecorder::write(const Pieces& picture, const Frame& frame) {
     const std::uint64_t before = totals_.recorded;
     try {
         const std::int64_t time_ms = frame.arrival_ms - began_ms_;

@@ -57,10 +57,10 @@ public:
 private:
     void jpeg(const Frame& frame);
     void h264(const Frame& frame);
-    void store(const PictureFormat& format, const Bytes& picture, const Frame& frame);
+    void store(const PictureFormat& format, const Pieces& picture, const Frame& frame);
     bool fits(const PictureFormat& format, const Frame& frame) const;
     void begin(const PictureFormat& format, const Frame& frame);
-    void write(const Bytes& picture, const Frame& frame);
+    void write(const Pieces& picture, const Frame& frame);
     void fail(const Refusal& refusal, std::uint64_t recorded_before);
     void refuse(const Refusal& refusal);
 

@@ -66,7 +66,7 @@ public:
         return source_.start_ms + av_rescale_q(packet_->pts, movie_.video().time_base, {1, 1000});
     }
     bool key() const { return (packet_->flags & AV_PKT_FLAG_KEY) != 0; }
-    Bytes picture() const { return {packet_->data, packet_->data + packet_->size}; }
+    Pieces picture() const { return {{packet_->data, static_cast<std::size_t>(packet_->size)}}; }
 
 private:
     const Source& source_;

@@ -136,7 +136,7 @@ private:
     /// Whether the camera's recording is as it should be.
     bool judge(const Row& row) const {
         if (row.state.condition == CameraCondition::off) return true;
-        if (row.state.frames == 0) return false;
+        if (row.state.frames == 0 || (row.totals.recorded == 0 && row.totals.unwritten > 0)) return false;
         const bool readable = row.totals.unreadable == 0 || plan_.faults_expected;
         if (!row.decode || row.decode->ended) return readable;
         const bool complete = row.decode->packets == row.totals.recorded || plan_.rules.limits.any();

@@ -3,53 +3,33 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <vector>
 
+#include "host/picture_format.h"
 #include "record/descriptor.h"
 
 namespace plendix {
 
-/// Writes at a position, as muxers want it. What is written is kept once `keep` is called; until
-/// then `undo` takes it back. One thread.
+/// One thread.
 class GrowingFile {
 public:
     /// Makes the file and the folders above it. Throws WriteFailure, also when the file exists.
     explicit GrowingFile(std::filesystem::path file);
-    GrowingFile(const GrowingFile&) = delete;
-    GrowingFile& operator=(const GrowingFile&) = delete;
 
-    /// Returns 0 or the errno value.
-    int write(const std::uint8_t* data, std::size_t size);
-    void seek(std::int64_t position) { position_ = position; }
-    std::int64_t position() const { return position_; }
-    std::int64_t size() const { return size_; }
-
-    void keep() { whole_ = size_; }
-    void undo();
-
-    /// From now on writes wait in memory. `apply` carries them out, those behind the end first:
-    /// when they find no room nothing has changed. Returns 0 or the errno value.
-    void hold_back() { holding_ = true; }
-    int apply();
+    /// Adds all of the pieces, in one call of the system where it can, or nothing. Throws WriteFailure.
+    void append(const Pieces& pieces);
+    /// In place of as many bytes from the beginning on. Throws WriteFailure.
+    void overwrite(const Bytes& beginning);
+    /// Takes back what is behind that.
+    void cut(std::uint64_t size);
 
     const std::filesystem::path& path() const { return path_; }
-    std::uint64_t whole_bytes() const { return static_cast<std::uint64_t>(whole_); }
+    std::uint64_t size() const { return size_; }
     bool in_place() const { return leads_to(path_, file_.get()); }
 
 private:
-    struct Piece {
-        std::int64_t position;
-        std::vector<std::uint8_t> bytes;
-    };
-    int write_out(const std::uint8_t* data, std::size_t size, std::int64_t position);
-
     std::filesystem::path path_;
     Descriptor file_;
-    std::int64_t position_ = 0;
-    std::int64_t size_ = 0;
-    std::int64_t whole_ = 0;
-    bool holding_ = false;
-    std::vector<Piece> held_;
+    std::uint64_t size_ = 0;
 };
 
 }  // namespace plendix

@@ -1,51 +1,53 @@
 #include "record/matroska_writer.h"
 
+#include <libdeflate.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <new>
+#include <optional>
+#include <system_error>
+#include <utility>
 
-#include "ffmpeg.h"
-#include "host/event_log.h"
+#include "record/ebml.h"
+#include "record/matroska_beginning.h"
+#include "record/matroska_ids.h"
 #include "record/write_failure.h"
 
 namespace plendix {
 namespace {
 
-constexpr AVRational milliseconds{1, 1000};
-constexpr int io_buffer_bytes = 4096;  // for headers: whole frames go past it
+constexpr std::int64_t cue_period_ms = 1000;    // a player need not jump more finely
+constexpr std::size_t cluster_head_bytes = 55;  // up to the picture
+constexpr std::size_t checked_from = 25;        // behind ID, size and checksum
+constexpr std::size_t checksum_bytes = 4;
+constexpr std::size_t block_head_bytes = 4;
+constexpr std::size_t length_bytes = 4;  // of a unit
 
-int on_write(void* file, std::uint8_t* data, int size) {
-    const int error = static_cast<GrowingFile*>(file)->write(data, static_cast<std::size_t>(size));
-    return error == 0 ? size : AVERROR(error);
-}
-
-std::int64_t on_seek(void* opaque, std::int64_t offset, int whence) {
-    auto* file = static_cast<GrowingFile*>(opaque);
-    if (whence == AVSEEK_SIZE) return file->size();
-    if (whence != SEEK_SET) return AVERROR(EINVAL);
-    file->seek(offset);
-    return offset;
-}
-
-void set_parameter_sets(AVCodecParameters& parameters, const Bytes& sets) {
-    if (sets.empty()) return;
-    const std::size_t padded = sets.size() + AV_INPUT_BUFFER_PADDING_SIZE;
-    parameters.extradata = static_cast<std::uint8_t*>(av_mallocz(padded));
-    if (parameters.extradata == nullptr) throw std::bad_alloc();
-    std::memcpy(parameters.extradata, sets.data(), sets.size());
-    parameters.extradata_size = static_cast<int>(sets.size());
+Bytes index(const std::vector<MatroskaCue>& cues) {
+    Bytes points, element;
+    for (const MatroskaCue& cue : cues) {
+        Bytes place, point;
+        put_number(place, id_cue_track, 1);
+        put_number(place, id_cue_cluster, cue.position - matroska_origin());
+        put_number(point, id_cue_time, static_cast<std::uint64_t>(cue.time_ms));
+        put_element(point, id_cue_positions, place);
+        put_element(points, id_cue_point, point);
+    }
+    put_element(element, id_cues, points);
+    return element;
 }
 
 }  // namespace
 
-MatroskaWriter::MatroskaWriter(const std::filesystem::path& file, const PictureFormat& format,
-                               std::int64_t start_ms)
-    : file_(file) {
+MatroskaWriter::MatroskaWriter(const std::filesystem::path& file, PictureFormat format, std::int64_t start_ms)
+    : file_(file),
+      format_(std::move(format)),
+      start_ms_(start_ms),
+      units_(format_.codec == FrameCodec::h264 && is_byte_stream(format_.parameter_sets)) {
     try {
-        open(format, start_ms);
+        const Bytes bytes = matroska_beginning(format_, start_ms_, std::nullopt);
+        file_.append({{bytes.data(), bytes.size()}});
     } catch (...) {
-        release();
         std::error_code ignored;
         std::filesystem::remove(file_.path(), ignored);  // there is no frame in it
         throw;
@@ -59,92 +61,70 @@ MatroskaWriter::~MatroskaWriter() {
     }
 }
 
-void MatroskaWriter::open(const PictureFormat& format, std::int64_t start_ms) {
-    require(avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr), "create");
-    auto* buffer = static_cast<std::uint8_t*>(av_malloc(io_buffer_bytes));
-    io_ = avio_alloc_context(buffer, io_buffer_bytes, 1, &file_, nullptr, on_write, on_seek);
-    if (io_ == nullptr) throw std::bad_alloc();
-    io_->direct = 1;
-    context_->pb = io_;
-    context_->flags |= AVFMT_FLAG_FLUSH_PACKETS | AVFMT_FLAG_CUSTOM_IO;
-    av_dict_set(&context_->metadata, "creation_time", utc_text(start_ms).c_str(), 0);
-    add_track(format);
-    require(avformat_write_header(context_, nullptr), "write to");
-    require(av_write_frame(context_, nullptr), "write to");
-    require(io_->error, "write to");
-    file_.keep();
+/// Fills pieces_ with the whole cluster; the checksum is still to come, behind its head.
+void MatroskaWriter::gather(const Pieces& picture, bool key) {
+    const std::size_t lengths = units_ ? picture.size() * length_bytes : 0;
+    std::uint64_t bytes = lengths;
+    for (const Piece& piece : picture)
+        bytes += piece.size;
+    head_.clear();
+    put_id(head_, id_cluster);
+    put_size(head_, cluster_head_bytes - 12 + bytes);
+    put_id(head_, id_checksum);
+    put_size(head_, checksum_bytes);
+    put_big_endian(head_, 0, checksum_bytes);
+    put_number(head_, id_timestamp, static_cast<std::uint64_t>(last_ms_));
+    put_id(head_, id_simple_block);
+    put_size(head_, block_head_bytes + bytes);
+    // Track 1, at the cluster's time.
+    head_.insert(head_.end(), {0x81, 0, 0, static_cast<std::uint8_t>(key ? 0x80 : 0)});
+    if (units_)
+        for (const Piece& piece : picture)
+            put_big_endian(head_, piece.size, length_bytes);
+
+    pieces_.assign(1, {head_.data(), cluster_head_bytes});
+    for (std::size_t i = 0; i < picture.size(); ++i) {
+        if (units_) pieces_.push_back({head_.data() + cluster_head_bytes + i * length_bytes, length_bytes});
+        pieces_.push_back(picture[i]);
+    }
 }
 
-void MatroskaWriter::add_track(const PictureFormat& format) {
-    AVStream* stream = avformat_new_stream(context_, nullptr);
-    if (stream == nullptr) throw std::bad_alloc();
-    stream->time_base = milliseconds;
-    AVCodecParameters& parameters = *stream->codecpar;
-    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-    parameters.codec_id = format.codec == FrameCodec::jpeg ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_H264;
-    parameters.width = format.width;
-    parameters.height = format.height;
-    set_parameter_sets(parameters, format.parameter_sets);
+void MatroskaWriter::put_checksum() {
+    std::uint32_t sum = libdeflate_crc32(0, head_.data() + checked_from, cluster_head_bytes - checked_from);
+    for (std::size_t i = 1; i < pieces_.size(); ++i)
+        sum = libdeflate_crc32(sum, pieces_[i].data, pieces_[i].size);
+    for (std::size_t i = 0; i < checksum_bytes; ++i)  // little-endian, of all things
+        head_[checked_from - checksum_bytes + i] = static_cast<std::uint8_t>(sum >> (8 * i));
 }
 
-void MatroskaWriter::write(const Bytes& picture, bool key, std::int64_t time_ms) {
-    if (context_ == nullptr) throw WriteFailure(path(), EBADF);
+void MatroskaWriter::write(const Pieces& picture, bool key, std::int64_t time_ms) {
+    if (!open_) throw WriteFailure(path(), EBADF);
     last_ms_ = std::max(last_ms_ + 1, time_ms);
-    const LibavPointer<AVPacket> packet(av_packet_alloc());
-    if (!packet) throw std::bad_alloc();
-    // Reference counted, so that the muxer does not copy it; the bytes stay the caller's.
-    packet->buf = av_buffer_create(
-        const_cast<std::uint8_t*>(picture.data()), picture.size(), [](void*, std::uint8_t*) {}, nullptr,
-        AV_BUFFER_FLAG_READONLY);
-    if (packet->buf == nullptr) throw std::bad_alloc();
-    packet->data = packet->buf->data;
-    packet->size = static_cast<int>(picture.size());
-    packet->flags = key ? AV_PKT_FLAG_KEY : 0;
-    packet->pts = av_rescale_q(last_ms_, milliseconds, context_->streams[0]->time_base);
-    packet->dts = packet->pts;
-    write_packet(*packet);
-}
-
-void MatroskaWriter::write_packet(AVPacket& packet) {
+    gather(picture, key);
+    put_checksum();
+    const std::uint64_t position = file_.size();
     try {
-        require(av_write_frame(context_, &packet), "write to");
-        require(av_write_frame(context_, nullptr), "write to");  // ends the cluster
-        require(io_->error, "write to");
-        file_.keep();
-        ++frames_;
+        file_.append(pieces_);
     } catch (...) {
-        file_.undo();
-        file_.hold_back();  // whatever the muxer still has to say goes nowhere
-        av_write_trailer(context_);
-        release();
+        open_ = false;
         throw;
     }
+    ++frames_;
+    if (key && (cues_.empty() || last_ms_ - cues_.back().time_ms >= cue_period_ms))
+        cues_.push_back({last_ms_, position});
 }
 
 void MatroskaWriter::close() {
-    if (context_ == nullptr) return;
-    file_.hold_back();
-    av_write_trailer(context_);
-    avio_flush(io_);
-    release();
-    if (const int error = file_.apply(); error != 0) {
-        file_.undo();
-        throw WriteFailure(path(), error);
+    if (!std::exchange(open_, false)) return;
+    const std::uint64_t before = file_.size();
+    try {
+        const Bytes cues = index(cues_);
+        file_.append({{cues.data(), cues.size()}});
+        file_.overwrite(matroska_beginning(format_, start_ms_, MatroskaEnd{file_.size(), before, last_ms_}));
+    } catch (const WriteFailure&) {
+        file_.cut(before);
+        throw;
     }
-}
-
-void MatroskaWriter::release() {
-    avformat_free_context(context_);
-    context_ = nullptr;
-    if (io_ != nullptr) av_freep(&io_->buffer);
-    avio_context_free(&io_);
-}
-
-void MatroskaWriter::require(int result, const char* what) const {
-    if (result >= 0) return;
-    const int error = AVUNERROR(result);
-    if (error > 0 && error < 4096) throw WriteFailure(path(), error);
-    throw Failure(std::string("cannot ") + what + " '" + path().string() + "': " + libav_text(result));
 }
 
 }  // namespace plendix

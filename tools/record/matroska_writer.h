@@ -3,55 +3,62 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <vector>
 
 #include "host/frame.h"
 #include "host/picture_format.h"
 #include "record/growing_file.h"
 
-struct AVFormatContext;
-struct AVIOContext;
-struct AVPacket;
-
 namespace plendix {
+
+/// Where a player may begin.
+struct MatroskaCue {
+    std::int64_t time_ms;
+    std::uint64_t position;  // of the cluster, in the file
+};
 
 /// Writes frames so that the file can be played at any moment, even when its writer was killed:
 /// every frame is a cluster of its own that has left the process when `write` returns. Closing adds
 /// duration and index. When the disk refuses, WriteFailure is thrown and the file keeps all frames
-/// that are whole and nothing else; it takes no more then.
+/// that are whole and nothing else; it takes no more then. A frame goes to the system from where it
+/// lies: it is read once for its checksum and copied by nobody else.
 class MatroskaWriter {
 public:
     /// The file must not exist. `start_ms` (UTC since 1970) becomes its date, and with that the
-    /// time of its first frame.
-    MatroskaWriter(const std::filesystem::path& file, const PictureFormat& format, std::int64_t start_ms);
+    /// time of its first frame. H.264 parameter sets are those of a byte stream, or as another such
+    /// file has them; then the pictures, too.
+    MatroskaWriter(const std::filesystem::path& file, PictureFormat format, std::int64_t start_ms);
     ~MatroskaWriter();
     MatroskaWriter(const MatroskaWriter&) = delete;
     MatroskaWriter& operator=(const MatroskaWriter&) = delete;
 
-    /// `time_ms` counts from the first frame. No two frames have the same time, which players and muxers
-    /// take amiss: one that is not later than the last counts as a millisecond after it. The frame must
-    /// stay as it is until `write` returns.
-    void write(const Bytes& picture, bool key, std::int64_t time_ms);
+    /// A JPEG picture, or the units of an H.264 picture. `time_ms` counts from the first frame. No
+    /// two frames have the same time, which players and muxers take amiss: one that is not later than
+    /// the last counts as a millisecond after it.
+    void write(const Pieces& picture, bool key, std::int64_t time_ms);
     /// Throws WriteFailure when there is no room for the index: the file plays without it.
     void close();
 
     const std::filesystem::path& path() const { return file_.path(); }
-    std::uint64_t bytes() const { return file_.whole_bytes(); }
+    std::uint64_t bytes() const { return file_.size(); }
     std::uint64_t frames() const { return frames_; }  // that are kept
     /// False when the path leads to another file by now, or to none.
     bool in_place() const { return file_.in_place(); }
 
 private:
-    void open(const PictureFormat& format, std::int64_t start_ms);
-    void add_track(const PictureFormat& format);
-    void write_packet(AVPacket& packet);
-    void require(int result, const char* what) const;
-    void release();
+    void gather(const Pieces& picture, bool key);
+    void put_checksum();
 
     GrowingFile file_;
+    const PictureFormat format_;
+    const std::int64_t start_ms_;
+    const bool units_;  // of a byte stream, which a file keeps behind their lengths
+    bool open_ = true;
     std::int64_t last_ms_ = -1;
     std::uint64_t frames_ = 0;
-    AVFormatContext* context_ = nullptr;
-    AVIOContext* io_ = nullptr;
+    std::vector<MatroskaCue> cues_;
+    Bytes head_;     // of the cluster, and the units' lengths; kept for its memory
+    Pieces pieces_;  // the same
 };
 
 }  // namespace plendix

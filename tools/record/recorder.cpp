@@ -73,9 +73,10 @@ bool Recorder::stop(milliseconds patience) {
 
 void Recorder::run() {
     while (!queue_.finished()) {
-        follow_clock();
         try {
-            if (const auto delivery = queue_.pop(longest_wait)) take(*delivery);
+            const auto delivery = queue_.pop(longest_wait);
+            follow_clock();  // before a frame that came after the step ends a segment
+            if (delivery) take(*delivery);
             const auto now = Clock::now();
             if (now >= next_housekeeping_) keep_house(now);
         } catch (const std::exception& error) {  // out of memory, for instance: the next one may do
@@ -108,8 +109,8 @@ void Recorder::take(const Frame& frame) {
     camera.frame(frame, Clock::now());
     note_closed(camera);
     if (camera.failures() != before && out_of_room(camera.refusal().code)) {
-        commit_replacement();  // else the earlier recording would keep the new one from its first frame
-        if (make_room(true, open_stems())) return;
+        const bool replaced = commit_replacement();  // it would keep the new one from its first frame
+        if (make_room(true, open_stems()) || replaced) return room_was_made();
     }
     tell(camera);
 }
@@ -177,11 +178,20 @@ void Recorder::keep_house(Clock::time_point now) {
         note_closed(camera);
     }
     if (there) {
+        tell_of_events();
         const Retention::Stems open = open_stems();
         tell_of(retention_.sweep(now_ms - (now < doubted_until_ ? doubt_ms_ : 0), open));
         make_room(false, open);
     }
     publish(there);
+}
+
+/// Where it is the whole disk, its cameras say so.
+void Recorder::tell_of_events() {
+    const std::string refusal = events_.refusal();
+    const bool refused = !refusal.empty();
+    if (refused && !events_refused_ && paused_.empty()) tell(0, refusal + ": the events wait");
+    events_refused_ = refused;
 }
 
 void Recorder::note_closed(CameraRecorder& camera) {
@@ -213,12 +223,14 @@ bool Recorder::make_room(bool refused, const Retention::Stems& open) {
     if (!refused && folder_.free_bytes().value_or(reserve) >= reserve) return false;
     const Removed removed = retention_.free_space(reserve, open);
     tell_of(removed);
-    if (removed.segments == 0) return false;
-    if (!refused) return true;
+    return removed.segments > 0;
+}
+
+/// After a refusal.
+void Recorder::room_was_made() {
     room_made_ = Clock::now();
     for (auto& [number, camera] : cameras_)
         camera.retry();
-    return true;
 }
 
 /// The age of what was recorded by the wrong clock is told by the right one from now on. Looked at before
@@ -235,7 +247,7 @@ void Recorder::follow_clock() {
     for (const auto& [number, camera] : cameras_)  // one that is being written gets its time from that
         if (const auto stem = camera.open_stem(); stem && now - camera.last_frame() > writing_period)
             move_segment_times(folder_.root() / *stem, milliseconds(*jump_ms));
-    events_.follow_clock();
+    events_.follow_clock(utc_ms());
     doubt_ms_ = std::max<std::int64_t>((now < doubted_until_ ? doubt_ms_ : 0) + *jump_ms, 0);
     doubted_until_ = now + time_of_doubt;
 }
@@ -269,14 +281,16 @@ void Recorder::publish(bool there) {
     numbers_ = numbers;
 }
 
-void Recorder::commit_replacement() {
-    if (!replacement_) return;
+/// False when there is nothing to replace any more.
+bool Recorder::commit_replacement() {
+    if (!replacement_) return false;
     try {
         replacement_->commit();
     } catch (const Failure& failure) {
         tell(0, failure.what());  // the rest goes at the next start
     }
     replacement_.reset();
+    return true;
 }
 
 RecorderNumbers Recorder::numbers() const {

@@ -75,10 +75,12 @@ private:
     void tell_of(const Removed& removed);
     Retention::Stems open_stems() const;
     void follow_clock();
-    void commit_replacement();
+    bool commit_replacement();
+    void room_was_made();
     void tell(const CameraRecorder& camera);
     void tell(int camera, const std::string& text);
     void tell(Event event);
+    void tell_of_events();
     std::string words_of(const Refusal& refusal) const;
     std::optional<std::uint64_t> room() const;
     void publish(bool there);
@@ -95,6 +97,7 @@ private:
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
     std::vector<SegmentName> recent_;  // closed in this recording: the clock may be wrong
     ClockWatch clock_;
+    bool events_refused_ = false;
     std::set<int> paused_;  // cameras, as far as it was told
     Clock::time_point next_housekeeping_{};
     Clock::time_point room_made_{};  // after a refusal, by the retention

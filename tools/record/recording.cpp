@@ -24,6 +24,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t queue_bytes = 128U << 20U;  // about two seconds of eight large JPEG cameras
 constexpr auto longest_wait = 50ms;               // signals and the screen wait no longer
+constexpr auto look_period = 250ms;               // at all cameras
 constexpr auto disk_patience = 8s;                // for the last frames: a service is killed after ten
 constexpr auto log_period = 10s;
 
@@ -65,7 +66,7 @@ public:
 private:
     void loop(OutputToFile& driver_log) {
         auto step = plan_.steps.begin();
-        auto next_look = start_ + log_period;
+        auto next_check = start_ + log_period;
         while (!signals_.requested()) {
             const auto now = Clock::now();
             for (; step != plan_.steps.end() && start_ + step->at <= now; ++step)
@@ -73,11 +74,11 @@ private:
             if (plan_.duration.count() > 0 && now - start_ >= plan_.duration) return;
             show(session_.serve(longest_wait), now);
             if (signals_.take_reload()) reload();
-            keep_alive(now);
-            if (now < next_look || !recorder_.numbers().there) continue;
+            if (now >= next_look_) look(now);
+            if (now < next_check || !recorder_.numbers().there) continue;
             driver_log.rotate_if_large();
             inside_.enter();
-            next_look = now + log_period;
+            next_check = now + log_period;
         }
         screen_.say("stopping");
     }
@@ -87,6 +88,11 @@ private:
             screen_.event(event, now);
         for (const Event& event : recorder_.take_events())
             screen_.event(event, now);
+    }
+
+    /// What costs the more the more cameras there are.
+    void look(Clock::time_point now) {
+        next_look_ = now + look_period;
         const auto cameras = session_.states();
         for (const Event& event : advisor_.advise(cameras, now))
             screen_.event(event, now);
@@ -95,13 +101,14 @@ private:
             screen_.resize(terminal.width, terminal.height);
         }
         screen_.update(cameras, recorder_.numbers(), now);
+        keep_alive(cameras, now);
     }
 
-    void keep_alive(Clock::time_point now) {
+    void keep_alive(const std::vector<CameraState>& cameras, Clock::time_point now) {
         session_.ask_for_life();
         notice_.alive_if(session_.last_call() > last_call_, now);
         last_call_ = session_.last_call();
-        const std::string text = summary(session_.states());
+        const std::string text = summary(cameras);
         if (text != status_) notice_.status(status_ = text);
     }
 
@@ -121,6 +128,7 @@ private:
         show(session_.stop(), Clock::now());
         const bool kept = recorder_.stop(disk_patience);
         show({}, Clock::now());
+        look(Clock::now());
         screen_.finish();
         return kept;
     }
@@ -134,6 +142,7 @@ private:
     ServiceNotice notice_;
     Advisor advisor_;
     Clock::time_point start_;
+    Clock::time_point next_look_;
     Clock::time_point last_call_;
     std::string status_;
 };
