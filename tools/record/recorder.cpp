@@ -20,9 +20,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds longest_wait{100};
 constexpr milliseconds housekeeping_period{1000};
 constexpr std::chrono::minutes time_of_doubt{10};
-constexpr std::chrono::seconds time_for_room{3};   // that was made: until a key frame comes and shows it
-constexpr std::chrono::seconds writing_period{2};  // of a camera that delivers, at most
-constexpr std::size_t most_recent = 1U << 16U;     // segments: a day of 255 cameras at least
+constexpr std::chrono::seconds time_for_room{3};  // that was made: until a key frame comes and shows it
+constexpr std::size_t most_recent = 1U << 16U;    // segments: a day of 255 cameras at least
 
 /// What an earlier process left unfinished is settled first.
 std::unique_ptr<Replacement> prepare(const RecordFolder& folder, bool replace) {
@@ -244,9 +243,8 @@ void Recorder::follow_clock() {
     for (const SegmentName& name : recent_)
         stems.push_back(stem_path(name));
     retention_.shift(milliseconds(*jump_ms), stems);
-    for (const auto& [number, camera] : cameras_)  // one that is being written gets its time from that
-        if (const auto stem = camera.open_stem(); stem && now - camera.last_frame() > writing_period)
-            move_segment_times(folder_.root() / *stem, milliseconds(*jump_ms));
+    for (const fs::path& stem : open_stems())  // their cameras may have stopped sending
+        move_segment_times(folder_.root() / stem, milliseconds(*jump_ms));
     events_.follow_clock(utc_ms());
     doubt_ms_ = std::max<std::int64_t>((now < doubted_until_ ? doubt_ms_ : 0) + *jump_ms, 0);
     doubted_until_ = now + time_of_doubt;
