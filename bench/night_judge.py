@@ -71,6 +71,14 @@ def judge_camera(movies, end, causes, gaps):
     return faults
 
 
+def judge_removal(movies, fills, keep):
+    """What went before it was old, while there was room."""
+    return [f"{movie.path}: removed after {movie.gone - movie.begin - movie.times[-1]:.1f} s" for movie in movies
+            if movie.begin is not None and movie.gone is not None
+            and movie.gone - movie.begin - movie.times[-1] < keep - 1
+            and not any(begin - 1 < movie.gone < end + RETRY for begin, end, _ in fills)]
+
+
 def decode(files):
     """Those that do not play."""
     words = ["ffmpeg", "-nostdin", "-v", "error", "-xerror", "-err_detect", "crccheck+bitstream+buffer"]
@@ -100,9 +108,9 @@ def judge_process(night):
               f"the end; at most {max(sample[2] for sample in night.samples) / 1024:.1f} MB")
         if night.long and resident[1] > resident[0] + 1:
             faults.append("memory grows")
-        count = [max(sample[4] for sample in part) for part in (early, late)]
-        print(f"descriptors: {count[0]} without movies, then {count[1]}; with them {late[-1][3]} at the end")
-        if count[1] > count[0] or late[-1][3] > count[1] + 2 * night.cameras:
+        few = [[min(sample[column] for sample in part) for part in (early, late)] for column in (4, 3)]
+        print(f"descriptors: {few[0][0]} without movies, then {few[0][1]}; {few[1][1]} with them at the end")
+        if few[0][1] > few[0][0] or few[1][1] > few[0][1] + 2 * night.cameras:
             faults.append("descriptors are left open")
     return faults
 
@@ -119,6 +127,7 @@ def judge(night):
         for length, begin, _ in gaps:
             if length > INTERVAL:
                 table.setdefault(explain(begin, begin + length, causes[camera])[1], []).append(length)
+    faults += judge_removal(whole, night.fills, 6 * night.segment)
     left = [movie.path for movie in movies if movie.gone is None]
     files = left + [movie.copy for movie in movies if movie.copy]
     bad = [text for i in range(0, len(files), 20) for text in decode(files[i:i + 20])]
