@@ -23,6 +23,7 @@ using Clock = Session::Clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t queue_bytes = 128U << 20U;  // about two seconds of eight large JPEG cameras
+constexpr auto queue_linger = 50ms;               // frames that a killed process takes with it
 constexpr auto longest_wait = 50ms;               // signals and the screen wait no longer
 constexpr auto look_period = 250ms;               // at all cameras
 constexpr auto disk_patience = 8s;                // for the last frames: a service is killed after ten
@@ -152,7 +153,7 @@ private:
 int record(const RecordingPlan& plan) {
     av_log_set_level(AV_LOG_ERROR);
     Session session(plan.plugin, plan.cameras);
-    OutputQueue queue(queue_bytes);
+    OutputQueue queue(queue_bytes, queue_linger);
     Recorder recorder(queue, plan.output, plan.rules);
     const WorkingDirectory inside(plan.state.empty() ? recorder.root() : plan.state);
     session.attach(queue);
