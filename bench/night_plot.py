@@ -4,7 +4,7 @@ LEFT, RIGHT = 60, 760
 
 
 def plot(night):
-    end = night.samples[-1][0]
+    end = night.now_at_end
     at = lambda moment: LEFT + (RIGHT - LEFT) * moment / end
     shapes = []
     for title, column, unit, top in (("Memory of the recorder, MB", 2, 1 << 10, 30),

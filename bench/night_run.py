@@ -15,7 +15,7 @@ from night_movie import Movie
 
 UTC_2026 = 1795442400  # 2026-11-23 14:00, what the clock is corrected to
 STEPS = (None, -5, -3600, 86400, 3, -86400, -UTC_2026)  # seconds; None: from 1970 to UTC_2026
-LATE_STEPS = (None, -5, -3600, 3)  # after the last kill: none after which retention waits for ten minutes
+LATE_STEPS = (None, -5, -3600, 3)  # after the last kill
 FAULTS = "duplicate=0.2%,reorder=0.1%,delay=0.2%/300ms,garbage=0.1%,foreign=0.05%,wrong-block=0.05%,mac-change=0.01%"
 STALLS = ",loss=0.05%,ack-loss=0.02%,error=0.01%"  # for ten seconds: too long for a short run
 HANDLES = ("clock", "recorder", "fleet", "reader")  # of a Night: end with it
@@ -38,6 +38,7 @@ class Night:
         self.full_until, self.greedy, self.seed, self.copies = None, False, chosen.seed, random.Random(0)
 
     def prepare(self):
+        """Disks, network, clock, and what recorder and cameras read."""
         for path, size in ((self.disk, self.disk_bytes), (self.kept, 4 << 30)):
             os.makedirs(path, exist_ok=True)
             subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "night", path], check=True)

@@ -26,6 +26,7 @@ using Clock = Session::Clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t queue_bytes = 128U << 20U;  // about two seconds of eight large JPEG cameras
+constexpr auto queue_linger = 50ms;               // frames that a killed process takes with it
 constexpr auto longest_wait = 50ms;               // signals and the screen wait no longer
 constexpr auto look_period = 250ms;               // at all cameras
 constexpr auto time_to_end = 8s;                  // a service is killed after ten
@@ -170,7 +171,7 @@ private:
 int record(const RecordingPlan& plan) {
     av_log_set_level(AV_LOG_ERROR);
     const LossyOutput standard_error(std::cerr, STDERR_FILENO);
-    OutputQueue queue(queue_bytes);
+    OutputQueue queue(queue_bytes, queue_linger);
     Session session(plan.plugin, plan.cameras);
     Recorder recorder(queue, plan.output, plan.rules);
     const WorkingDirectory inside(plan.state.empty() ? recorder.root() : plan.state);
