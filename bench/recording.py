@@ -55,10 +55,14 @@ class Recorder:
         return sum(int(number) for number in re.findall(r": (\d+) frames (?:lost|not recorded)", open(self.log.name).read()))
 
 
-def start_driver(bench, picture, count, rate):
-    driver = Driver(bench, picture.channel.replace("Framerate='1001'", f"Framerate='{rate}'"), count)
+def driver_cpu(bench, picture, count, rate, seconds, *keep_in):
+    """Of the host without a job, or of one that writes what it gets into a folder."""
+    channel = picture.channel.replace("Framerate='1001'", f"Framerate='{rate}'")
+    driver = Driver(bench, channel, count, keep_in=keep_in)
     driver.wait_for("streaming")
-    return driver
+    cpu, _ = window(driver, seconds)
+    driver.end()
+    return cpu
 
 
 def window(contender, seconds):
@@ -71,19 +75,18 @@ def window(contender, seconds):
 
 
 def bare_write(bench, folder, count, pieces, size):
-    os.mkdir(f"{folder}/bare")
     out = subprocess.run([f"{bench.build}/bench/bare_write", f"{folder}/bare", str(count), str(pieces), str(size)],
                          check=True, capture_output=True, preexec_fn=pinned(CLIENT_CORE))
     return float(out.stdout)
 
 
 def round_of(bench, where, picture, count, rate, seconds):
-    """CPU milliseconds a second of recording at the same rate: driver, recorder, bare write."""
+    """CPU milliseconds a second at the same rate: driver, bare write, host that writes, recorder; MB a second."""
     folder = tempfile.mkdtemp(prefix="plendix-bench-", dir=where)
     try:
-        driver = start_driver(bench, picture, count, rate)
-        driver_cpu, _ = window(driver, seconds)
-        driver.end()
+        driver = driver_cpu(bench, picture, count, rate, seconds)
+        os.mkdir(f"{folder}/bare")
+        writer = driver_cpu(bench, picture, count, rate, seconds, f"{folder}/bare")
         recorder = Recorder(bench, picture, count, rate, folder)
         time.sleep(0.5)
         written = recorder.bytes()
@@ -95,7 +98,8 @@ def round_of(bench, where, picture, count, rate, seconds):
         size = round(written / took / rate / count)
         bare_cpu = bare_write(bench, folder, count, pieces, size) / (pieces * count * size) * written / took
         per_second = received / seconds
-        return (driver_cpu * per_second * 1e3, recorder_cpu * per_second * 1e3, bare_cpu * 1e3, written / took / 1e6)
+        return (driver * per_second * 1e3, bare_cpu * 1e3, writer * per_second * 1e3, recorder_cpu * per_second * 1e3,
+                written / took / 1e6)
     finally:
         shutil.rmtree(folder)
 
@@ -107,11 +111,12 @@ def compare(bench, rounds, seconds, say):
         cameras = bench.picture_cameras(picture, count)
         for where, name in (("/dev/shm", "memory"), (bench.build, "disk")):
             values = [round_of(bench, where, picture, count, rate, seconds) for _ in range(rounds)]
-            driver, recorder, bare, written = (Spread(column) for column in zip(*values))
-            share = Spread([b / (a + c) for a, b, c, _ in values])
-            rows.append([label, name, f"{written.median:.1f}", driver.text(0), bare.text(1), recorder.text(0),
-                         share.text()])
-            say(f"{label}, {name}: {share.text()}")
+            driver, bare, writer, recorder, written = (Spread(column) for column in zip(*values))
+            shares = (Spread([own / (alone + write) for alone, write, _, own, _ in values]),
+                      Spread([own / both for _, _, both, own, _ in values]))
+            rows.append([label, name, f"{written.median:.1f}", driver.text(0), bare.text(1), writer.text(0),
+                         recorder.text(0), *(share.text() for share in shares)])
+            say(", ".join(rows[-1]))
         cameras.terminate()
         cameras.wait()
     return rows
@@ -178,7 +183,8 @@ def markdown(bench, quick, say):
     rounds, seconds = (1, 0.5) if quick else (5, 2)
     return "\n".join([
         report.machine(rounds, seconds),
-        report.table(["cameras", "files in", "MB/s", "driver", "bare write", "recorder", "recorder / (driver + write)"],
+        report.table(["cameras", "files in", "MB/s", "driver", "bare write", "driver whose callback writes", "recorder",
+                      "ratio to driver + write", "ratio to driver that writes"],
                      compare(bench, rounds, seconds, say)),
         report.table(["255 cameras", "KB a frame", "frames/s", "MB/s", "% of a core", "frames lost"],
                      limits(bench, seconds, say)),

@@ -1,6 +1,7 @@
 #include "record/segment_repair.h"
 
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,10 +9,6 @@
 #include <cerrno>
 #include <deque>
 #include <optional>
-
-extern "C" {
-#include <libavutil/crc.h>
-}
 
 #include "record/descriptor.h"
 #include "record/segment_files.h"
@@ -31,7 +28,7 @@ constexpr std::uint32_t id_checksum = 0xBF;
 constexpr std::uint8_t id_void = 0xEC;
 
 constexpr std::uint64_t unknown_size = ~std::uint64_t{0};
-constexpr std::uint64_t segment_size_bytes = 8;  // as libavformat writes it, to fill it in later
+constexpr std::uint64_t segment_size_bytes = 8;  // always, to be filled in later
 constexpr std::size_t checksum_bytes = 4;
 constexpr std::size_t most_checked = 10'000;               // clusters that a power cut can have spoilt
 constexpr std::uint64_t most_cluster_bytes = 256U << 20U;  // far more than a picture
@@ -90,9 +87,8 @@ bool intact(int file, const Element& cluster) {
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(cluster.end() - checksum->content));
     const ssize_t got = ::pread(file, bytes.data(), bytes.size(), static_cast<off_t>(checksum->content));
     if (got != static_cast<ssize_t>(bytes.size())) return false;
-    const AVCRC* table = av_crc_get_table(AV_CRC_32_IEEE_LE);
     const std::uint32_t sum =
-        ~av_crc(table, ~std::uint32_t{0}, bytes.data() + checksum_bytes, bytes.size() - checksum_bytes);
+        libdeflate_crc32(0, bytes.data() + checksum_bytes, bytes.size() - checksum_bytes);
     for (std::size_t i = 0; i < checksum_bytes; ++i)
         if (bytes[i] != static_cast<std::uint8_t>(sum >> (8 * i))) return false;
     return true;
