@@ -366,7 +366,7 @@ TEST(SegmentRepair, LeavesWholePicturesWhereverTheFileWasCut) {
     for (std::size_t length = 0; length < closed.size(); length += length < 700 ? 1 : 97) {
         // Killed while recording, and, from the last picture on, while closing.
         std::string bytes = length <= open.size() ? open.substr(0, length) : closed.substr(0, length);
-        bytes.append(length % 2 == 0 ? 0 : 50, '\0');
+        if (length % 2 != 0) bytes.resize(length < 64 ? length + 50 : std::max(length + 50, open.size()));
         std::ofstream(today + "12-00-00.mkv") << bytes;
         std::ofstream(today + "12-00-00.motion") << "PMot";
         const std::string before = content(today + "12-00-00.mkv");

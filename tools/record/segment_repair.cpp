@@ -82,8 +82,8 @@ std::optional<Element> element_at(int file, std::uint64_t at) {
 bool intact(int file, const Element& cluster) {
     const auto checksum = element_at(file, cluster.content);
     if (!checksum || checksum->end() > cluster.end()) return false;
-    if (checksum->id != id_checksum || checksum->size != checksum_bytes) return true;
-    if (cluster.size > most_cluster_bytes) return false;
+    if (checksum->id != id_checksum) return true;
+    if (checksum->size != checksum_bytes || cluster.size > most_cluster_bytes) return false;
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(cluster.end() - checksum->content));
     const ssize_t got = ::pread(file, bytes.data(), bytes.size(), static_cast<off_t>(checksum->content));
     if (got != static_cast<ssize_t>(bytes.size())) return false;
