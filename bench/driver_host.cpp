@@ -110,7 +110,8 @@ int main(int count, char** values) {
     const int cameras = count == 5 || count == 6 ? std::atoi(values[3]) : 0;
     in_addr first{};
     if (cameras < 1 || cameras > 255 || inet_aton(values[2], &first) == 0) {
-        std::fprintf(stderr, "usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER], COUNT from 1 to 255\n");
+        std::fprintf(stderr,
+                     "usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER], COUNT from 1 to 255\n");
         return 2;
     }
     void* const library = dlopen(values[1], RTLD_NOW | RTLD_LOCAL);
