@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -68,6 +69,10 @@ ssize_t write(int file, const void* bytes, size_t count) {
 
 ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
     return stamped(file, syscall(SYS_pwrite64, file, bytes, count, at));
+}
+
+ssize_t pwritev(int file, const struct iovec* parts, int count, off_t at) {
+    return stamped(file, syscall(SYS_pwritev, file, parts, count, at, 0));
 }
 
 int ftruncate(int file, off_t length) {

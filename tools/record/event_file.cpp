@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <string_view>
 #include <utility>
 
-#include "host/event_log.h"
+#include "host/event_json.h"
+#include "record/write_failure.h"
 
 namespace plendix {
 namespace {
@@ -69,12 +71,17 @@ void EventFile::check(std::int64_t now_ms) {
     write(event);
 }
 
-void EventFile::follow_clock() {
-    if (file_) ::futimens(file_.get(), nullptr);
+std::string EventFile::refusal() const {
+    return waiting_.empty() ? "" : WriteFailure(folder_ / name(), error_).what();
+}
+
+void EventFile::follow_clock(std::int64_t now_ms) {
+    if (file_) day_ = day_of(now_ms);
 }
 
 void EventFile::open() {
     file_.reset(::open((folder_ / name()).c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    if (!file_) error_ = errno;
     struct stat found {};
     if (!file_ || fstat(file_.get(), &found) != 0) return;
     // A writer that was killed may have left half a line.
@@ -91,15 +98,15 @@ void EventFile::open() {
     if (!whole_lines) file_.reset();
 }
 
-/// The file that lies there is of the day on which it was written last, which may be one on which
-/// another process wrote it. What there already is of that day stays the day's first part.
+/// A file that another process left is of the day on which it was written last. What there already is
+/// of the new day stays that day's first part.
 void EventFile::begin_day(const std::string& day) {
-    day_ = day;
-    struct stat last {};
     const fs::path file = folder_ / name();
-    if (stat(file.c_str(), &last) != 0) return;
-    const std::string last_day = day_of(std::int64_t{last.st_mtime} * 1000);
-    if (last_day == day) return;
+    struct stat last {};
+    if (stat(file.c_str(), &last) != 0) last.st_mtime = 0;
+    const std::string last_day = file_ ? day_ : day_of(std::int64_t{last.st_mtime} * 1000);
+    day_ = day;
+    if (last.st_mtime == 0 || last_day == day) return;
     file_.reset();
     const fs::path kept = folder_ / ("events-" + last_day + ".jsonl");
     // Where there is one of that day already, for the clock was set back, it goes on in the same file.
@@ -108,7 +115,11 @@ void EventFile::begin_day(const std::string& day) {
 
 void EventFile::drain() {
     while (file_ && !waiting_.empty()) {
-        if (!append(file_.get(), waiting_.front())) return file_.reset();  // until `check` opens it anew
+        errno = 0;
+        if (!append(file_.get(), waiting_.front())) {
+            error_ = errno == 0 ? ENOSPC : errno;  // a part of it found room
+            return file_.reset();                  // until `check` opens it anew
+        }
         waiting_bytes_ -= waiting_.front().size();
         waiting_.pop_front();
     }

@@ -27,8 +27,10 @@ public:
     /// begins a new day or a file that is gone.
     void check(std::int64_t now_ms);
     /// The wall clock was set: its file goes on, however far that was.
-    void follow_clock();
+    void follow_clock(std::int64_t now_ms);
 
+    /// Why lines wait; empty when they do not. One line.
+    std::string refusal() const;
     static const char* name() { return "events.jsonl"; }
 
 private:
@@ -43,6 +45,7 @@ private:
     std::deque<std::string> waiting_;
     std::size_t waiting_bytes_ = 0;
     std::uint64_t lost_ = 0;  // lines that are not told yet
+    int error_ = 0;           // errno value of the last failure
 };
 
 }  // namespace plendix
