@@ -64,8 +64,8 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        const int code = app.exit(error, std::cout, std::cerr);
-        return code == 0 ? plendix::exit_done : plendix::exit_usage;
+        if (error.get_exit_code() == 0) return app.exit(error, std::cout, std::cerr);  // help, version
+        throw plendix::UsageError(std::string(error.what()) + ": 'plendix COMMAND --help' tells more");
     }
     return chosen();
 }

@@ -5,6 +5,9 @@ extern "C" {
 }
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <iostream>
@@ -40,10 +43,15 @@ public:
             sigwait(&signals_, &signal);
             return;
         }
-        std::timespec limit{};
-        limit.tv_sec = static_cast<std::time_t>(seconds);
-        limit.tv_nsec = static_cast<long>((seconds - static_cast<double>(limit.tv_sec)) * 1e9);
-        sigtimedwait(&signals_, nullptr, &limit);
+        using Clock = std::chrono::steady_clock;
+        const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+        for (;;) {  // a process that was stopped and continued is interrupted
+            const double left = std::max(std::chrono::duration<double>(end - Clock::now()).count(), 0.0);
+            std::timespec limit{};
+            limit.tv_sec = static_cast<std::time_t>(left);
+            limit.tv_nsec = static_cast<long>((left - static_cast<double>(limit.tv_sec)) * 1e9);
+            if (sigtimedwait(&signals_, nullptr, &limit) >= 0 || errno != EINTR) return;
+        }
     }
 
 private:

@@ -7,9 +7,9 @@ constexpr std::chrono::seconds longest_pause{5};  // a camera sends at least one
 
 using Time = CameraState::Time;
 
-CameraCondition condition_of(const CameraState& state, bool wanted, bool enabled, Time now) {
+CameraCondition condition_of(const CameraState& state, bool wanted, bool refused, Time now) {
     if (!wanted) return CameraCondition::off;
-    if (!enabled && state.model != 0) return CameraCondition::refused;
+    if (refused) return CameraCondition::refused;
     if (!state.last_frame) return CameraCondition::connecting;
     return now - *state.last_frame > longest_pause ? CameraCondition::silent : CameraCondition::live;
 }
@@ -45,6 +45,7 @@ const char* condition_name(CameraCondition condition) {
 /// What was known before it was switched off is no word on how it is now.
 void CameraWatch::begin_again(Camera& camera, Time now) {
     camera.enabled = true;
+    camera.refusals_before = refusal_count_;
     camera.state.last_frame.reset();
     camera.state.condition = CameraCondition::connecting;
     camera.state.since = now;
@@ -67,6 +68,7 @@ void CameraWatch::watch(const std::vector<CameraSettings>& cameras, Time now) {
         }
         Camera& camera = cameras_[settings.number];
         camera.settings = settings;
+        camera.refusals_before = refusal_count_;
         camera.state.number = settings.number;
         camera.state.name = settings.name;
         camera.state.address = settings.address;
@@ -97,6 +99,7 @@ bool CameraWatch::event(const Event& event, Time now) {
         const std::string text = event.values.value("text", "");
         if (ends_with(text, " is not supported")) {
             refusals_.insert(text);
+            ++refusal_count_;
             return true;
         }
     }
@@ -130,22 +133,36 @@ std::vector<Event> CameraWatch::settle(Time now, std::int64_t time_ms) {
     std::vector<Event> events;
     for (auto& [number, camera] : cameras_) {
         CameraState& state = camera.state;
-        const CameraCondition condition = condition_of(state, camera.settings.enabled, camera.enabled, now);
+        // A camera that is wanted is also off in what the driver sent before it was switched on.
+        const bool refused = !camera.enabled && refusal_count_ > camera.refusals_before;
+        const CameraCondition condition = condition_of(state, camera.settings.enabled, refused, now);
         if (state.since_ms == 0) state.since_ms = time_ms;
-        if (condition == state.condition) continue;
-        state.condition = condition;
-        state.since = condition == CameraCondition::silent ? *state.last_frame : now;
-        state.since_ms =
-            time_ms - std::chrono::duration_cast<std::chrono::milliseconds>(now - state.since).count();
-        state.refusal.clear();
-        Event event{time_ms, number, EventKind::state};
-        event.values["state"] = condition_name(condition);
-        for (const std::string& refusal : refusals_)
-            if (condition == CameraCondition::refused && speaks_of(refusal, state)) state.refusal = refusal;
-        if (!state.refusal.empty()) event.values["reason"] = state.refusal;
-        events.push_back(std::move(event));
+        if (condition != state.condition) events.push_back(change(state, condition, now, time_ms));
     }
     return events;
+}
+
+Event CameraWatch::change(CameraState& state, CameraCondition condition, Time now,
+                          std::int64_t time_ms) const {
+    Event event{time_ms, state.number, EventKind::state};
+    event.values["state"] = condition_name(condition);
+    if (condition == CameraCondition::live && state.condition == CameraCondition::silent)
+        event.values["seconds_without"] =
+            std::chrono::duration_cast<std::chrono::seconds>(now - state.since).count();
+    state.condition = condition;
+    state.since = condition == CameraCondition::silent ? *state.last_frame : now;
+    state.since_ms =
+        time_ms - std::chrono::duration_cast<std::chrono::milliseconds>(now - state.since).count();
+    state.refusal = condition == CameraCondition::refused ? refusal_of(state) : "";
+    if (!state.refusal.empty()) event.values["reason"] = state.refusal;
+    return event;
+}
+
+/// The driver's words; it may have forgotten the camera's model by the time it is asked.
+std::string CameraWatch::refusal_of(const CameraState& state) const {
+    for (const std::string& refusal : refusals_)
+        if (speaks_of(refusal, state)) return refusal;
+    return refusals_.size() == 1 ? *refusals_.begin() : "";
 }
 
 std::vector<CameraState> CameraWatch::states() const {

@@ -37,17 +37,21 @@ private:
     struct Camera {
         CameraSettings settings;
         CameraState state;
-        bool enabled = true;  // as the driver reports
-        bool marked = false;  // for recording
+        std::uint64_t refusals_before = 0;  // before it was switched on
+        bool enabled = true;                // as the driver reports
+        bool marked = false;                // for recording
     };
 
     static void begin_again(Camera& camera, Time now);
+    Event change(CameraState& state, CameraCondition condition, Time now, std::int64_t time_ms) const;
+    std::string refusal_of(const CameraState& state) const;
     void learn_configuration(Camera& camera, const Event& event);
 
     mutable std::mutex mutex_;
     // Guarded by mutex_:
     std::map<int, Camera> cameras_;
-    std::set<std::string> refusals_;  // the driver's words since the session began
+    std::uint64_t refusal_count_ = 0;  // of the driver, since the session began
+    std::set<std::string> refusals_;   // the driver's words since the session began
 };
 
 }  // namespace plendix

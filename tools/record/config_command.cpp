@@ -1,6 +1,7 @@
 #include "record/config_command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -8,6 +9,7 @@
 
 #include "record/config_file.h"
 #include "record/config_probe.h"
+#include "record/words.h"
 #include "usage.h"
 
 namespace plendix {
@@ -20,9 +22,24 @@ struct ConfigOptions {
     std::string plugin;
 };
 
+std::string duration_words(std::chrono::milliseconds time) {
+    return span_words(std::chrono::duration_cast<std::chrono::seconds>(time));
+}
+
+/// What was understood, for people to see a unit that they forgot.
 int check(const ConfigOptions& options) {
-    const std::size_t count = read_config(options.file).cameras.size();
-    std::cout << options.file << ": " << count << (count == 1 ? " camera\n" : " cameras\n");
+    const RecorderConfig config = read_config(options.file);
+    const std::size_t count = config.cameras.size();
+    const auto off = std::count_if(config.cameras.begin(), config.cameras.end(),
+                                   [](const CameraSettings& camera) { return !camera.enabled; });
+    const RecordOptions& record = config.options;
+    std::cout << options.file << ": " << count << (count == 1 ? " camera" : " cameras");
+    if (off > 0) std::cout << ", " << off << " switched off";
+    if (record.segment.count() > 0) std::cout << ", segments of " << duration_words(record.segment);
+    if (record.keep.count() > 0) std::cout << ", kept for " << duration_words(record.keep);
+    if (record.keep_size > 0)
+        std::cout << ", at most " << byte_words(record.keep_size) << (record.keep_per_camera ? " each" : "");
+    std::cout << '\n';
     return exit_done;
 }
 

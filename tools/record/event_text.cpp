@@ -53,6 +53,8 @@ std::string state_words(const Values& values) {
     std::string diagnosis = values.value("diagnosis", "");
     if (!diagnosis.empty()) return diagnosis;
     const std::string reason = values.value("reason", "");
+    if (const std::int64_t pause = values.value("seconds_without", std::int64_t{0}); pause > 0)
+        return "live again, " + span_words(std::chrono::seconds(pause)) + " without pictures";
     return values.value("state", "") + (reason.empty() ? "" : ": " + with_advice(reason));
 }
 

@@ -20,7 +20,9 @@ namespace plendix {
 namespace {
 
 constexpr std::size_t most_cameras = 255;
-constexpr std::chrono::minutes longest_checked{1};  // without --check
+constexpr std::chrono::minutes longest_checked{1};       // without --check
+constexpr std::chrono::minutes segment_with_limits{10};  // what goes is whole segments
+constexpr std::uint64_t least_kept_bytes = 1U << 20U;
 
 /// As they stand on the command line: what is not given leaves the configuration file its say.
 struct CommandLine {
@@ -105,12 +107,26 @@ RecorderConfig config_of(const CommandLine& line) {
     return config;
 }
 
+/// Limits that would leave nothing are a slip: a unit that was forgotten, mostly.
+void require_sense(RecordOptions& options) {
+    const bool limited = options.keep.count() > 0 || options.keep_size > 0;
+    if (limited && options.segment.count() == 0) options.segment = segment_with_limits;
+    if (options.keep_size > 0 && options.keep_size < least_kept_bytes)
+        throw UsageError("keep-size is " + std::to_string(options.keep_size) +
+                         " bytes, which is no recording: give a unit, as in 200G");
+    if (options.keep.count() > 0 && options.keep < options.segment)
+        throw UsageError("keep is " + std::to_string(options.keep.count() / 1000) +
+                         " s, shorter than a segment of " + std::to_string(options.segment.count() / 1000) +
+                         " s: give a unit, as in 7d, or shorter segments");
+}
+
 RecordingPlan plan_of(const CommandLine& line) {
     if (!line.config.empty() && !line.addresses.empty())
         throw UsageError("'" + line.addresses.front() + "': the cameras stand in the configuration file");
     RecorderConfig config = config_of(line);
     override_options(line, config.options);
-    const RecordOptions& options = config.options;
+    RecordOptions& options = config.options;
+    require_sense(options);
     RecordingPlan plan;
     plan.plugin = options.plugin;
     plan.output = options.output;
@@ -154,8 +170,8 @@ void add_file_options(CLI::App& command, CommandLine& line) {
     command.add_option("--output", line.output, "folder of the recording; without it plendix-recording");
     command.add_option("--duration", line.duration, "how long, as in 90s, 10m, 12h; without it until Ctrl-C");
     command.add_option("--segment", line.segment,
-                       "length of a file, as in 10m: the next one begins with a key frame; without it one "
-                       "file as long as the recording goes on");
+                       "length of a file, as in 10m: the next one begins with a key frame; without it 10m "
+                       "where --keep or --keep-size is given, else as long as the recording goes on");
     command.add_option("--keep", line.keep, "remove files when they are so old, as in 7d");
     command.add_option("--keep-size", line.keep_size,
                        "remove the oldest files when all together are larger, as in 200G");

@@ -1,6 +1,7 @@
 // What a recording has come to: numbers for people.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -33,6 +34,8 @@ struct RecorderNumbers {
     std::optional<std::uint64_t> free_bytes;
     /// That are written before the oldest recordings go; nothing: none ever go.
     std::optional<std::uint64_t> room_bytes;
+    std::uint64_t kept_bytes = 0;       // closed segments
+    std::chrono::milliseconds keep{0};  // the limit of their age; 0: there is none
 };
 
 }  // namespace plendix

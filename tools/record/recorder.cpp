@@ -116,7 +116,7 @@ void Recorder::take(const Frame& frame) {
     if (camera.failures() != before && out_of_room(camera.refusal().code)) {
         const bool replaced = commit_replacement();  // it would keep the new one from its first frame
         const Removed removed = upkeep_.make_room(true, open_stems());
-        tell_of(removed);
+        tell_of_room(removed);
         if (removed.segments > 0 || replaced) return room_was_made();
     }
     tell(camera);

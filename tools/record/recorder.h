@@ -76,6 +76,7 @@ private:
     void finish();
     void keep_house(Clock::time_point now);
     void write_due(Clock::time_point now);
+    void tell_of_room(const Removed& removed);
     void tell_of_losses(Clock::time_point now);
     void tell_of_repairs();
     void note_closed(CameraRecorder& camera);
@@ -108,6 +109,9 @@ private:
     Clock::time_point room_made_{};  // after a refusal, by the retention
     std::uint64_t faults_ = 0;       // of this thread, since they were told
     std::array<char, 128> fault_{};  // the last one's words
+    bool ending_ = false;
+    std::size_t removed_for_room_ = 0;  // segments, since they were told
+    Clock::time_point next_room_{};
     std::uint64_t lost_events_ = 0;  // as told
     Clock::time_point next_losses_{};
     std::thread thread_;

@@ -18,6 +18,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds housekeeping_period{1000};
 constexpr std::chrono::seconds time_for_room{3};  // that was made: until a key frame comes and shows it
 constexpr std::chrono::minutes loss_period{1};
+constexpr std::chrono::hours room_period{1};  // on a disk smaller than the limit it goes on for ever
 
 }  // namespace
 
@@ -73,8 +74,8 @@ void Recorder::keep_house(Clock::time_point now) {
     if (there) {
         tell_of_events();
         const Retention::Stems open = open_stems();
-        tell_of(upkeep_.sweep(open));
-        tell_of(upkeep_.make_room(false, open));
+        if (!ending_) tell_of(upkeep_.sweep(open));
+        if (!ending_) tell_of_room(upkeep_.make_room(false, open));
     }
     tell_of_losses(now);
     publish(there);
@@ -136,6 +137,18 @@ void Recorder::tell_of(const Removed& removed) {
     if (!removed.error.empty()) tell(0, removed.error);
 }
 
+/// Somebody else may fill the disk: that the oldest go because of that is said, with a number, but not
+/// every second.
+void Recorder::tell_of_room(const Removed& removed) {
+    tell_of(removed);
+    removed_for_room_ += removed.segments;
+    const auto now = Clock::now();
+    if (removed_for_room_ == 0 || now < next_room_) return;
+    next_room_ = now + room_period;
+    tell(0, "the disk is nearly full: the oldest recordings had to go before their time, " +
+                std::to_string(std::exchange(removed_for_room_, 0)) + " files");
+}
+
 /// After a refusal.
 void Recorder::room_was_made() {
     room_made_ = Clock::now();
@@ -166,6 +179,8 @@ void Recorder::publish(bool there) {
     numbers.lost_frames = queue_.lost();
     numbers.free_bytes = folder_.free_bytes();
     numbers.room_bytes = upkeep_.room();
+    numbers.kept_bytes = upkeep_.kept_bytes();
+    numbers.keep = rules_.limits.keep;
     if (numbers.recorded > 0) commit_replacement();
     const std::lock_guard<std::mutex> lock(mutex_);
     numbers_ = numbers;
@@ -192,6 +207,7 @@ void Recorder::finish() {
             events_.write(told);
     for (const Event& told : digest_.flush())
         events_.write(told);
+    ending_ = true;
     keep_house(Clock::now());
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iostream>
+#include <map>
 #include <optional>
 
 #include "ffmpeg.h"
@@ -32,6 +33,26 @@ constexpr auto look_period = 250ms;               // at all cameras
 constexpr auto time_to_end = 8s;                  // a service is killed after ten
 constexpr auto log_period = 10s;
 constexpr auto loss_period = 1min;
+
+/// "1 camera added, 2 changed"
+std::string difference(const std::vector<CameraSettings>& before, const std::vector<CameraSettings>& after) {
+    std::map<int, const CameraSettings*> left;
+    for (const CameraSettings& camera : before)
+        left[camera.number] = &camera;
+    std::size_t added = 0, changed = 0;
+    for (const CameraSettings& camera : after) {
+        const auto known = left.find(camera.number);
+        if (known == left.end()) {
+            ++added;
+            continue;
+        }
+        if (!(*known->second == camera)) ++changed;
+        left.erase(known);
+    }
+    if (added + changed + left.size() == 0) return "no camera is another";
+    return "cameras: " + std::to_string(added) + " added, " + std::to_string(changed) + " changed, " +
+           std::to_string(left.size()) + " removed";
+}
 
 /// "25 of 30 cameras live"
 std::string summary(const std::vector<CameraState>& cameras) {
@@ -130,8 +151,10 @@ private:
     void reload() {
         notice_.reloading();
         try {
-            session_.change(plan_.reload());
-            screen_.say("configuration read again");
+            const std::vector<CameraSettings> cameras = plan_.reload();
+            session_.change(cameras);
+            screen_.say("configuration read again: " + difference(cameras_, cameras));
+            cameras_ = cameras;
         } catch (const std::exception& error) {
             screen_.say(std::string("configuration not changed: ") + error.what());
         }
@@ -164,6 +187,7 @@ private:
     Clock::time_point next_loss_;
     std::uint64_t lost_told_ = 0;  // documents
     std::string status_;
+    std::vector<CameraSettings> cameras_ = plan_.cameras;
 };
 
 }  // namespace

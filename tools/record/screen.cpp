@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <ostream>
 
+#include "host/clocks.h"
 #include "host/plain_text.h"
+#include "record/words.h"
 
 namespace plendix {
 namespace {
@@ -202,7 +204,7 @@ void Screen::say(const std::string& line) {
     const std::vector<std::string> block = drawn_;
     std::string text = erased() + waiting_;
     waiting_.clear();
-    add_lines({{Weight::trouble, printable(line), 0}});
+    add_lines({{Weight::trouble, clock_words(utc_ms()) + "  " + printable(line), 0}});
     text += waiting_;
     waiting_.clear();
     for (const std::string& row : block)

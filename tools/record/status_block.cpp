@@ -119,18 +119,24 @@ std::string rate_words(const Status& status) {
     return fixed(status.rates.frames, 1) + " frames/s, " + fixed(status.rates.megabits, 1) + " Mbit/s";
 }
 
-/// "12.4 GB written, 402 GB free, full in 9 days 3 h"
+/// How far back the recording will reach when the limits take effect.
+seconds history(const RecorderNumbers& numbers, double rate) {
+    const double bytes = static_cast<double>(*numbers.room_bytes + numbers.kept_bytes);
+    const seconds by_size(static_cast<seconds::rep>(std::min(bytes / rate, 1e9)));
+    if (numbers.keep.count() == 0) return by_size;
+    return std::min(by_size, std::chrono::duration_cast<seconds>(numbers.keep));
+}
+
+/// "12.4 GB written, 402 GB free, full in 9 days 3 h", with limits "..., room for 7 days"
 std::string disk_words(const Status& status) {
     const RecorderNumbers& numbers = status.numbers;
     std::string text = byte_words(numbers.written) + " written";
     if (!numbers.free_bytes) return text;
     text += ", " + byte_words(*numbers.free_bytes) + " free";
     if (status.rates.written < 1) return text;
-    const bool limited = numbers.room_bytes && *numbers.room_bytes <= *numbers.free_bytes;
-    const double room = static_cast<double>(limited ? *numbers.room_bytes : *numbers.free_bytes);
-    const double left = std::min(room / status.rates.written, 1e9);
-    return text + (limited ? ", the oldest goes in " : ", full in ") +
-           span_words(seconds(static_cast<seconds::rep>(left)));
+    if (numbers.room_bytes) return text + ", room for " + span_words(history(numbers, status.rates.written));
+    const double left = std::min(static_cast<double>(*numbers.free_bytes) / status.rates.written, 1e9);
+    return text + ", full in " + span_words(seconds(static_cast<seconds::rep>(left)));
 }
 
 /// What the recorder itself suffers.

@@ -34,6 +34,7 @@ public:
 
     /// Bytes that can be written before the oldest segments go; nothing when none ever go.
     std::optional<std::uint64_t> room() const;
+    std::uint64_t kept_bytes() const { return retention_->bytes(); }
 
 private:
     void doubt(std::int64_t ms);
