@@ -41,7 +41,8 @@ int main(int count, char** values) {
     std::vector<File> all;
     for (int i = 1; i <= files; ++i) {
         const std::string name = values[1] + ('/' + std::to_string(i));
-        all.push_back({open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), std::vector<char>(bytes, '7')});
+        all.push_back(
+            {open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), std::vector<char>(bytes, '7')});
     }
     const double begun = cpu_seconds();
     for (int i = 0; i < pieces; ++i) {

@@ -8,6 +8,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = f"{ROOT}/build/release"
 sys.dont_write_bytecode = True
 sys.path.insert(0, f"{ROOT}/bench")
+import recording  # noqa: E402
 import report  # noqa: E402
 from measure import CAMERA_CORE, CLIENT_CORE, Bench, Driver, Floor, Picture, Spread, cpu_seconds, fetch_costs, time  # noqa: E402
 
@@ -22,7 +23,7 @@ PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 83
 
 def build():
     """The programs, into the build of the preset "release": what was built and tested is what is measured."""
-    programs = ["plendix", "Plendix", "floor_client", "driver_host", "latency_host", "micro"]
+    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "micro"]
     for command in (["cmake", "--preset", "release", "-D", "PLENDIX_BENCH=ON"],
                     ["cmake", "--build", "--preset", "release", "--target", *programs]):
         subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
@@ -159,8 +160,9 @@ def micro(bench):
 
 def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
-    if words not in ([], ["--quick"], ["--update"]):  # a quick round is nothing to write down
-        print(f"bench: '{' '.join(words)}': give --quick, --update or nothing", file=sys.stderr)
+    known = ([], ["--quick"], ["--update"], ["recording"], ["recording", "--quick"])  # no quick round is written down
+    if words not in known:
+        print(f"bench: '{' '.join(words)}': give --quick, --update, recording or nothing", file=sys.stderr)
         sys.exit(2)
     if "--inside" not in sys.argv:
         build()
@@ -168,6 +170,9 @@ def main():
                   [sys.executable, *sys.argv, "--inside"])
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     bench = Bench(BUILD)
+    if "recording" in words:
+        print(recording.markdown(bench, QUICK, say))
+        return
     results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
                "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),
                "idle": idle(bench), "latency": latency(bench), "micro": micro(bench)}

@@ -1,7 +1,8 @@
 // A host that does nothing with its pictures: loads Plendix.so, configures a row of cameras in one
 // document, and says on standard output when they stream. Ends with its standard input.
-// Usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL
-// CHANNEL holds the attributes of every Channel element. Works in the current folder.
+// Usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER]
+// CHANNEL holds the attributes of every Channel element. Works in the current folder. With FOLDER it
+// has the least of a recorder's jobs: the callback writes each picture into its camera's file there.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "latency_probe.h"
 #include "plugin/host_records.h"
@@ -28,9 +30,27 @@ struct Progress {
     std::atomic<std::size_t> settled_count{0}, streaming_count{0};
 } progress;
 
+std::vector<int> files;  // by camera; none: pictures are dropped
+
+void open_files(const std::string& folder, int count) {
+    for (int camera = 0; camera <= count; ++camera) {
+        const std::string name = folder + '/' + std::to_string(camera);
+        files.push_back(open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    }
+}
+
+void keep(const _EventParmsIn& event) {
+    const std::size_t camera = event.SourceId >> 8 & 255;
+    if (camera >= files.size()) return;
+    if (write(files[camera], event.Data, event.DataLength) == static_cast<ssize_t>(event.DataLength)) return;
+    std::perror("driver_host: write");
+    std::exit(1);
+}
+
 int on_event(_EventParmsIn* event, _EventParmsOut*) {
     if (event->Kind == EventKindVideo) {
         probe_frame();
+        keep(*event);
         ++progress.frames;
         progress.streaming.set(event->SourceId >> 8 & 255);
         progress.streaming_count = progress.streaming.count();
@@ -87,10 +107,11 @@ void answer_questions(int output) {
 }  // namespace
 
 int main(int count, char** values) {
-    const int cameras = count == 5 ? std::atoi(values[3]) : 0;
+    const int cameras = count == 5 || count == 6 ? std::atoi(values[3]) : 0;
     in_addr first{};
     if (cameras < 1 || cameras > 255 || inet_aton(values[2], &first) == 0) {
-        std::fprintf(stderr, "usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL, COUNT from 1 to 255\n");
+        std::fprintf(stderr,
+                     "usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER], COUNT from 1 to 255\n");
         return 2;
     }
     void* const library = dlopen(values[1], RTLD_NOW | RTLD_LOCAL);
@@ -98,6 +119,7 @@ int main(int count, char** values) {
         std::fprintf(stderr, "driver_host: %s\n", dlerror());
         return 1;
     }
+    if (count == 6) open_files(values[5], cameras);
     const int output = take_output();
     call<LoadFunction>(library, "Load", _LoadParmsIn{0, 0, 0, on_event}, _LoadParmsOut{});
     call<OpenFunction>(library, "Open", _OpenParmsIn{}, _OpenParmsOut{});

@@ -175,10 +175,10 @@ class Floor(Contender):
 
 
 class Driver(Contender):
-    def __init__(self, bench, channel, count, program="driver_host"):
+    def __init__(self, bench, channel, count, program="driver_host", keep_in=()):
         folder = tempfile.mkdtemp(dir=bench.folder)  # the settings file is of this run
         super().__init__([f"{bench.build}/bench/{program}", f"{bench.build}/src/Plendix.so", FIRST_ADDRESS,
-                          str(count), channel], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                          str(count), channel, *keep_in], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                          cwd=folder)
         self.count = count
         time.sleep(0.1)

@@ -1,6 +1,7 @@
 """Judges the movies of a night: each plays, its times fit the clock of its day, and between two pictures of a
 camera there is never more than a fault, and what comes back after it, explains."""
 import collections
+import json
 import subprocess
 
 INTERVAL = 2.5    # seconds: between two pictures at two a second, one lost, on a busy machine
@@ -70,6 +71,14 @@ def judge_camera(movies, end, causes, gaps):
     return faults
 
 
+def judge_removal(movies, fills, keep):
+    """What went before it was old, while there was room."""
+    return [f"{movie.path}: removed after {movie.gone - movie.begin - movie.times[-1]:.1f} s" for movie in movies
+            if movie.begin is not None and movie.gone is not None
+            and movie.gone - movie.begin - movie.times[-1] < keep - 1
+            and not any(begin - 1 < movie.gone < end + RETRY for begin, end, _ in fills)]
+
+
 def decode(files):
     """Those that do not play."""
     words = ["ffmpeg", "-nostdin", "-v", "error", "-xerror", "-err_detect", "crccheck+bitstream+buffer"]
@@ -77,7 +86,8 @@ def decode(files):
         words += ["-i", file]
     for i in range(len(files)):
         words += ["-map", str(i)]
-    done = subprocess.run(words + ["-enc_time_base", "-1", "-f", "null", "-"], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    words += ["-enc_time_base", "-1", "-f", "null", "-"]
+    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     if done.returncode == 0 and not done.stdout:
         return []
     if len(files) == 1:
@@ -98,9 +108,9 @@ def judge_process(night):
               f"the end; at most {max(sample[2] for sample in night.samples) / 1024:.1f} MB")
         if night.long and resident[1] > resident[0] + 1:
             faults.append("memory grows")
-        count = [max(sample[4] for sample in part) for part in (early, late)]
-        print(f"descriptors: {count[0]} without movies, then {count[1]}; with them {late[-1][3]} at the end")
-        if count[1] > count[0] or late[-1][3] > count[1] + 2 * night.cameras:
+        few = [[min(sample[column] for sample in part) for part in (early, late)] for column in (4, 3)]
+        print(f"descriptors: {few[0][0]} without movies, then {few[0][1]}; {few[1][1]} with them at the end")
+        if few[0][1] > few[0][0] or few[1][1] > few[0][1] + 2 * night.cameras:
             faults.append("descriptors are left open")
     return faults
 
@@ -117,42 +127,21 @@ def judge(night):
         for length, begin, _ in gaps:
             if length > INTERVAL:
                 table.setdefault(explain(begin, begin + length, causes[camera])[1], []).append(length)
+    faults += judge_removal(whole, night.fills, 6 * night.segment)
     left = [movie.path for movie in movies if movie.gone is None]
     files = left + [movie.copy for movie in movies if movie.copy]
     bad = [text for i in range(0, len(files), 20) for text in decode(files[i:i + 20])]
     print(f"{night.cameras} cameras, {night.seconds} s: {len(night.movies)} segments, {len(left)} left at the end, "
-          f"{sum(len(movie.times) for movie in movies)} pictures; {len(night.movies) - len(movies)} gone unread; "
-          f"{len(files)} decoded, {len(bad)} with an error")
+          f"{len(night.movies) - len(movies)} gone unread; {len(files)} decoded, {len(bad)} with an error")
+    sent = json.load(open(f"{night.folder}/cameras.json"))["total"]["frames"]
+    print(f"{sent} pictures sent whole, {sum(len(movie.times) for movie in movies)} recorded")
     print(f"{len(night.kills)} kills, {len(night.fills)} times a full disk, {len(night.steps) - 1} clock steps, "
           f"{len(night.camera_faults)} faults of the cameras")
     for cause, lengths in sorted(table.items()):
         print(f"gaps by {cause}: {len(lengths)}, the longest {max(lengths):.1f} s")
     faults = bad + faults + judge_process(night)
+    said = open(f"{night.folder}/recorder.log", errors="replace").read().count("the clock was set")
+    if said > len(night.steps) - 1:
+        faults.append(f"{said} clock steps told of {len(night.steps) - 1}")
     print("\n".join(faults[:40] + [f"{len(faults)} findings"]))
     return faults
-
-
-def plot(night):
-    left, right, end = 60, 760, night.samples[-1][0]
-    at = lambda moment: left + (right - left) * moment / end
-    shapes = []
-    for title, column, unit, top in (("Memory of the recorder, MB", 2, 1 << 10, 30), ("Its disk, MB", 5, 1 << 20, 190)):
-        bottom = top + 120
-        limit = 20 * (1 + max(sample[column] for sample in night.samples) // unit // 20)
-        shapes.append(f'<text x="{left}" y="{top - 10}" font-weight="bold">{title}</text>')
-        for begin, until, _ in night.fills:
-            shapes.append(f'<path d="M{at(begin):.1f} {top}H{max(at(until), at(begin) + 2):.1f}V{bottom}H{at(begin):.1f}z" '
-                          'fill="#f2c9a1"/>')
-        for moments, colour in ([begin for begin, _ in night.kills], "#c0392b"), ([m for m, _ in night.steps[1:]], "#888"):
-            shapes += [f'<path d="M{at(moment):.1f} {top}V{bottom}" stroke="{colour}" stroke-dasharray="3"/>'
-                       for moment in moments]
-        for i in range(5):
-            y, x = bottom - 30 * i, left + (right - left) * i / 4
-            shapes.append(f'<path d="M{left} {y}H{right}" stroke="#ddd"/><text x="{left - 6}" y="{y + 4}" '
-                          f'text-anchor="end">{limit * i / 4:.0f}</text><text x="{x}" y="{bottom + 16}" '
-                          f'text-anchor="middle">{end / 60 * i / 4:.3g}</text>')
-        points = " ".join(f"{at(s[0]):.1f},{bottom - 120 * s[column] / unit / limit:.1f}" for s in night.samples)
-        shapes.append(f'<polyline points="{points}" fill="none" stroke="#1b6ca8" stroke-width="1.5"/>')
-    shapes.append(f'<text x="{left}" y="350">by minutes; red: kill -9, grey: the clock was set, orange: the disk was full</text>')
-    return ('<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 800 360" font-family="sans-serif" font-size="12">'
-            '<rect width="800" height="360" fill="white"/>\n' + "\n".join(shapes) + "\n</svg>\n")

@@ -1,10 +1,12 @@
-"""What recording costs beyond the driver, beside a bare write of the same bytes."""
+"""What recording costs beyond the driver, beside a bare write of the same bytes, and how far it goes."""
 import os
+import re
 import shutil
 import subprocess
 import tempfile
 import time
 
+import report
 from measure import CLIENT_CORE, FIRST_ADDRESS, Driver, Picture, Spread, cpu_seconds, datagrams, pinned, wait_until
 
 # Label, camera count, pictures a second and what they show.
@@ -46,11 +48,21 @@ class Recorder:
         self.process.kill()
         self.process.wait()
 
+    def lost(self):
+        """Ends the recording in good order; frames that were delivered and not kept."""
+        self.process.terminate()
+        self.process.wait()
+        return sum(int(number) for number in re.findall(r": (\d+) frames (?:lost|not recorded)", open(self.log.name).read()))
 
-def start_driver(bench, picture, count, rate):
-    driver = Driver(bench, picture.channel.replace("Framerate='1001'", f"Framerate='{rate}'"), count)
+
+def driver_cpu(bench, picture, count, rate, seconds, *keep_in):
+    """Of the host without a job, or of one that writes what it gets into a folder."""
+    channel = picture.channel.replace("Framerate='1001'", f"Framerate='{rate}'")
+    driver = Driver(bench, channel, count, keep_in=keep_in)
     driver.wait_for("streaming")
-    return driver
+    cpu, _ = window(driver, seconds)
+    driver.end()
+    return cpu
 
 
 def window(contender, seconds):
@@ -63,19 +75,18 @@ def window(contender, seconds):
 
 
 def bare_write(bench, folder, count, pieces, size):
-    os.mkdir(f"{folder}/bare")
     out = subprocess.run([f"{bench.build}/bench/bare_write", f"{folder}/bare", str(count), str(pieces), str(size)],
                          check=True, capture_output=True, preexec_fn=pinned(CLIENT_CORE))
     return float(out.stdout)
 
 
 def round_of(bench, where, picture, count, rate, seconds):
-    """CPU milliseconds a second of recording at the same rate: driver, recorder, bare write."""
+    """CPU milliseconds a second at the same rate: driver, bare write, host that writes, recorder; MB a second."""
     folder = tempfile.mkdtemp(prefix="plendix-bench-", dir=where)
     try:
-        driver = start_driver(bench, picture, count, rate)
-        driver_cpu, _ = window(driver, seconds)
-        driver.end()
+        driver = driver_cpu(bench, picture, count, rate, seconds)
+        os.mkdir(f"{folder}/bare")
+        writer = driver_cpu(bench, picture, count, rate, seconds, f"{folder}/bare")
         recorder = Recorder(bench, picture, count, rate, folder)
         time.sleep(0.5)
         written = recorder.bytes()
@@ -87,22 +98,94 @@ def round_of(bench, where, picture, count, rate, seconds):
         size = round(written / took / rate / count)
         bare_cpu = bare_write(bench, folder, count, pieces, size) / (pieces * count * size) * written / took
         per_second = received / seconds
-        return (driver_cpu * per_second * 1e3, recorder_cpu * per_second * 1e3, bare_cpu * 1e3, written / took / 1e6)
+        return (driver * per_second * 1e3, bare_cpu * 1e3, writer * per_second * 1e3, recorder_cpu * per_second * 1e3,
+                written / took / 1e6)
     finally:
         shutil.rmtree(folder)
 
 
-def measure(bench, rounds, seconds, say):
+def compare(bench, rounds, seconds, say):
+    """Driver, recorder and bare write, in milliseconds of CPU per second of the same video."""
     rows = []
     for label, count, rate, picture in CASES:
         cameras = bench.picture_cameras(picture, count)
-        for where, name in (("/dev/shm", "memory"), (f"{bench.build}", "disk")):
+        for where, name in (("/dev/shm", "memory"), (bench.build, "disk")):
             values = [round_of(bench, where, picture, count, rate, seconds) for _ in range(rounds)]
-            driver, recorder, bare, rate_mb = (Spread(column) for column in zip(*values))
-            share = Spread([b / (a + c) for a, b, c, _ in values])
-            rows.append((label, name, driver, recorder, bare, share, rate_mb))
-            say(f"{label} {name}: driver {driver.text(1)} recorder {recorder.text(1)} bare write {bare.text(1)} "
-                f"ms/s, ratio {share.text()}, {rate_mb.median:.1f} MB/s")
+            driver, bare, writer, recorder, written = (Spread(column) for column in zip(*values))
+            shares = (Spread([own / (alone + write) for alone, write, _, own, _ in values]),
+                      Spread([own / both for _, _, both, own, _ in values]))
+            rows.append([label, name, f"{written.median:.1f}", driver.text(0), bare.text(1), writer.text(0),
+                         recorder.text(0), *(share.text() for share in shares)])
+            say(", ".join(rows[-1]))
         cameras.terminate()
         cameras.wait()
     return rows
+
+
+def limits(bench, seconds, say):
+    """What one recorder takes of 255 cameras that send as fast as they can: its core is full."""
+    rows = []
+    for picture in [case[3] for case in CASES]:
+        cameras = bench.picture_cameras(picture, 255)
+        folder = tempfile.mkdtemp(prefix="plendix-bench-", dir="/dev/shm")
+        try:
+            recorder = Recorder(bench, picture, 255, 60, folder)
+            time.sleep(1)
+            before = recorder.bytes(), cpu_seconds(recorder.pid), time.monotonic()
+            time.sleep(seconds)
+            written, cpu, took = (after - old for after, old in zip(
+                (recorder.bytes(), cpu_seconds(recorder.pid), time.monotonic()), before))
+            movies = len(recorder.movies())
+            lost = recorder.lost()
+            rows.append([f"{picture.codec} {picture.width}x{picture.height}", f"{picture.bytes / 1000:.0f}",
+                         f"{written / took / picture.bytes:.0f}", f"{written / took / 1e6:.0f}",
+                         f"{cpu / took * 100:.0f}", lost])
+            say(f"{rows[-1]}, {movies} files")
+        finally:
+            shutil.rmtree(folder)
+            cameras.terminate()
+            cameras.wait()
+    return rows
+
+
+def sizes(bench, say):
+    """Bytes of a picture of the generated scene, which moves a little, by size and quality."""
+    rows = []
+    for width, height in ((640, 480), (1280, 960), (1920, 1440)):
+        cameras = bench.cameras(1, f"{width}x{height}")
+        for codec in ("jpeg", "h264"):
+            row = [f"{codec} {width}x{height}"]
+            for quality in (1, 4, 7, 10):
+                row.append(f"{bytes_of_pictures(bench, codec, width, height, quality) / 1000:.1f}")
+            rows.append(row)
+            say(" ".join(row))
+        cameras.terminate()
+        cameras.wait()
+    return rows
+
+
+def bytes_of_pictures(bench, codec, width, height, quality):
+    """On average, of a recording that contains several key frames."""
+    folder = tempfile.mkdtemp(prefix="plendix-bench-", dir="/dev/shm")
+    try:
+        out = subprocess.run(
+            [f"{bench.build}/tools/plendix", "record", FIRST_ADDRESS, "--codec", codec, "--size", f"{width}x{height}",
+             "--rate", "30", "--quality", str(quality), "--duration", "4", "--no-check", "--output", folder + "/files"],
+            preexec_fn=pinned(CLIENT_CORE), capture_output=True, text=True).stdout
+        row = next(line.split() for line in out.splitlines() if re.match(r" +1 ", line))
+        movie = next(f"{root}/{name}" for root, _, names in os.walk(folder) for name in names if name.endswith(".mkv"))
+        return os.path.getsize(movie) / int(row[3])
+    finally:
+        shutil.rmtree(folder)
+
+
+def markdown(bench, quick, say):
+    rounds, seconds = (1, 0.5) if quick else (5, 2)
+    return "\n".join([
+        report.machine(rounds, seconds),
+        report.table(["cameras", "files in", "MB/s", "driver", "bare write", "driver whose callback writes", "recorder",
+                      "ratio to driver + write", "ratio to driver that writes"],
+                     compare(bench, rounds, seconds, say)),
+        report.table(["255 cameras", "KB a frame", "frames/s", "MB/s", "% of a core", "frames lost"],
+                     limits(bench, seconds, say)),
+        report.table(["KB a frame, generated scene", "quality 1", "4", "7", "10"], sizes(bench, say))])

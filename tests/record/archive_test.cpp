@@ -227,7 +227,7 @@ TEST(Retention, RemovesTheOldestClosedSegmentsAndNothingElse) {
         Retention retention(".", row.limits);
         put(open + ".mkv", 100, noon - 20 * hour);
         put(other + "09-00-00.mkv", 100, noon - 2 * hour);
-        retention.added(other + "09-00-00");
+        retention.added(other + "09-00-00", 1);
         EXPECT_EQ(retention.bytes(), 1330U);
         const Removed removed = retention.sweep(noon, {open});
         EXPECT_EQ(removed.segments, row.removed);
@@ -248,12 +248,17 @@ TEST(Retention, MakesRoomFollowsTheClockAndLivesWithWhatItCannotRemove) {
     constexpr std::uintmax_t terabyte = std::uintmax_t{1} << 40U;
     const FolderLock lock("r");
     Retention::Stems stems;
-    for (int i = 0; i < 6; ++i) {
+    std::optional<Retention> kept;
+    for (int i = 0; i < 6; ++i) {  // the first was there before
         stems.emplace_back("camera-1/1970-01-01/00-0" + std::to_string(i) + "-00");
         put("r/" + stems.back().string() + ".mkv", terabyte, 60000 * (i + 1));
+        if (i == 0) kept.emplace("r", RetentionLimits{1h, 0, false});
+        if (i > 0) kept->added(stems.back(), 1000000 + 60000 * (i + 1));
     }
-    Retention retention("r", {1h, 0, false});
-    retention.shift(std::chrono::milliseconds(noon), {stems.begin() + 1, stems.end()});
+    Retention& retention = *kept;
+    for (int twice = 0; twice < 2; ++twice)
+        retention.follow_clock(noon + 400000, 1000000 + 400000);
+    EXPECT_EQ(retention.newest_ms(), noon + 360000);
     EXPECT_EQ(retention.sweep(noon + 60000, {}).segments, 1U) << "the only one that ended in 1970";
     EXPECT_EQ(Retention("r", {1h, 0, false}).sweep(noon + 60000, {}).segments, 0U)
         << "by the files' own times";
@@ -361,7 +366,7 @@ TEST(SegmentRepair, LeavesWholePicturesWhereverTheFileWasCut) {
     for (std::size_t length = 0; length < closed.size(); length += length < 700 ? 1 : 97) {
         // Killed while recording, and, from the last picture on, while closing.
         std::string bytes = length <= open.size() ? open.substr(0, length) : closed.substr(0, length);
-        bytes.append(length % 2 == 0 ? 0 : 50, '\0');
+        if (length % 2 != 0) bytes.resize(length < 64 ? length + 50 : std::max(length + 50, open.size()));
         std::ofstream(today + "12-00-00.mkv") << bytes;
         std::ofstream(today + "12-00-00.motion") << "PMot";
         const std::string before = content(today + "12-00-00.mkv");

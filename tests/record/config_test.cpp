@@ -70,6 +70,7 @@ TEST(ConfigFile, IsRefusedWithTheLineAndWhatWouldBeRight) {
     for (const auto& one : cases)
         EXPECT_THAT([&] { read_text(one.first); },
                     testing::ThrowsMessage<UsageError>(testing::HasSubstr(one.second)));
+    EXPECT_EQ(read_text(camera + "enabled = false\n" + camera).cameras.size(), 2U) << "one at a time";
     EXPECT_THROW(read_config("nothing.toml"), UsageError);
     EXPECT_THROW(read_config("."), UsageError);
 }

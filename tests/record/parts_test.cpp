@@ -5,7 +5,7 @@
 #include "host/command_values.h"
 #include "host/document_builder.h"
 #include "host/document_reader.h"
-#include "host/event_log.h"
+#include "host/event_json.h"
 #include "record/camera_recorder.h"
 #include "record/decode_check.h"
 #include "record/event_text.h"

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "host/diagnosis.h"
-#include "host/event_log.h"
+#include "host/event_json.h"
 #include "host/plain_text.h"
 #include "record/report.h"
 #include "support/camera_bench.h"

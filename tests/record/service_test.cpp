@@ -26,8 +26,9 @@ std::string text(const fs::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Starts the built command, with the descriptor `output` (or none) as its standard ones.
-pid_t start_command(std::vector<std::string> words, int output) {
+/// Starts the built command, with the descriptor `output` (or none) as its standard ones, or `error` for
+/// that.
+pid_t start_command(std::vector<std::string> words, int output, int error = -1) {
     std::vector<char*> arguments;
     for (auto& word : words)
         arguments.push_back(word.data());
@@ -38,6 +39,7 @@ pid_t start_command(std::vector<std::string> words, int output) {
         if (output < 0) posix_spawn_file_actions_addclose(&actions, standard);
         if (output >= 0) posix_spawn_file_actions_adddup2(&actions, output, standard);
     }
+    if (error >= 0) posix_spawn_file_actions_adddup2(&actions, error, STDERR_FILENO);
     pid_t child = -1;
     EXPECT_EQ(posix_spawn(&child, PLENDIX_COMMAND, &actions, nullptr, arguments.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
@@ -54,17 +56,24 @@ class Command : public CameraBench {
     TemporaryFolder folder_;
 };
 
-TEST_F(Command, RecordsWholeFilesWithoutStandardDescriptorsAndWithABrokenPipe) {
-    int pipe_ends[2];
+TEST_F(Command, RecordsWholeFilesWithoutStandardDescriptorsAndWithPipesThatNobodyReads) {
+    int pipe_ends[2], full[2];
     ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
     close(pipe_ends[0]);
+    ASSERT_EQ(pipe2(full, O_CLOEXEC | O_NONBLOCK), 0);
+    while (write(full[1], "x", 1) == 1)
+        continue;
+    fcntl(full[1], F_SETFL, 0);
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
     start(sensor(640, 480));
-    const std::pair<int, int> cases[] = {{-1, SIGTERM}, {pipe_ends[1], SIGHUP}};
-    for (const auto& [output, signal] : cases) {
-        const fs::path folder = output < 0 ? "closed" : "broken";
+    const std::tuple<const char*, int, int, int> cases[] = {{"closed", -1, -1, SIGTERM},
+                                                            {"broken", pipe_ends[1], -1, SIGHUP},
+                                                            {"full", nowhere, full[1], SIGTERM}};
+    for (const auto& [folder, output, error, signal] : cases) {
         const std::uint64_t before = fleet->counters(0).frames;
         const pid_t child = start_command(
-            {"plendix", "record", own_address(1), "--plugin", PLENDIX_LIBRARY, "--output", folder}, output);
+            {"plendix", "record", own_address(1), "--plugin", PLENDIX_LIBRARY, "--output", folder}, output,
+            error);
         const auto end = std::chrono::steady_clock::now() + 60s;
         while (fleet->counters(0).frames < before + 20 && std::chrono::steady_clock::now() < end)
             std::this_thread::sleep_for(5ms);
@@ -75,7 +84,7 @@ TEST_F(Command, RecordsWholeFilesWithoutStandardDescriptorsAndWithABrokenPipe) {
         kill(child, signal);
         if (signal == SIGHUP) kill(child, signal);  // the shell's and the terminal's
         EXPECT_EQ(exit_code(child), 0) << folder;
-        EXPECT_THAT(text(folder / "driver.log"), HasSubstr("sensor 640x480"));
+        EXPECT_THAT(text(fs::path(folder) / "driver.log"), HasSubstr("sensor 640x480"));
         std::uint64_t frames = 0;
         for (const auto& entry : fs::recursive_directory_iterator(folder)) {
             if (entry.path().extension() != ".mkv") continue;
@@ -86,7 +95,8 @@ TEST_F(Command, RecordsWholeFilesWithoutStandardDescriptorsAndWithABrokenPipe) {
         }
         EXPECT_GE(frames, 19U) << folder;
     }
-    close(pipe_ends[1]);
+    for (const int descriptor : {pipe_ends[1], full[0], full[1], nowhere})
+        close(descriptor);
 }
 
 TEST_F(Command, NamesWhatItDoesNotKnow) {

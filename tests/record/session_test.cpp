@@ -120,6 +120,14 @@ TEST_F(SessionTest, KnowsEachCameraAndTouchesOnlyThoseThatChange) {
     cameras.erase(cameras.begin() + 3);
     session.change(cameras);
     EXPECT_TRUE(await(session, 3, CameraCondition::live));
+    for (const auto& [enabled, condition] :
+         {std::pair{false, CameraCondition::off}, {true, CameraCondition::live}}) {
+        cameras[2].enabled = enabled;
+        session.change(cameras);
+        EXPECT_TRUE(await(session, 3, condition));
+    }
+    for (const Event& event : events)
+        EXPECT_FALSE(event.camera == 3 && event.values.value("state", "") == "refused") << "that was off";
     const auto states = session.states();
     EXPECT_EQ(states.size(), 4U);
     EXPECT_EQ(states.front().connections, connections);

@@ -42,6 +42,16 @@ const char* condition_name(CameraCondition condition) {
     return "";
 }
 
+/// What was known before it was switched off is no word on how it is now.
+void CameraWatch::begin_again(Camera& camera, Time now) {
+    camera.enabled = true;
+    camera.state.last_frame.reset();
+    camera.state.condition = CameraCondition::connecting;
+    camera.state.since = now;
+    camera.state.since_ms = 0;
+    camera.state.refusal.clear();
+}
+
 void CameraWatch::watch(const std::vector<CameraSettings>& cameras, Time now) {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::map<int, Camera> before;
@@ -50,6 +60,7 @@ void CameraWatch::watch(const std::vector<CameraSettings>& cameras, Time now) {
         const auto known = before.find(settings.number);
         if (known != before.end() && known->second.settings.address == settings.address) {
             Camera& camera = cameras_.insert(*known).first->second;
+            if (settings.enabled && !camera.settings.enabled) begin_again(camera, now);
             camera.settings = settings;
             camera.state.name = settings.name;
             continue;

@@ -41,6 +41,7 @@ private:
         bool marked = false;  // for recording
     };
 
+    static void begin_again(Camera& camera, Time now);
     void learn_configuration(Camera& camera, const Event& event);
 
     mutable std::mutex mutex_;

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 
 #include "host/event.h"
 
@@ -17,6 +18,22 @@ inline std::int64_t utc_ms() {
 /// Monotonic clock, since some moment before the process.
 inline std::int64_t milliseconds_of(std::chrono::steady_clock::time_point time) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+/// Both clocks at one moment.
+struct ClockReading {
+    std::int64_t wall_ms = 0;
+    std::int64_t monotonic_ms = 0;
+};
+
+/// Nothing when the thread was held up between the two: their distance would tell of a clock that
+/// nobody set. The next reading does.
+inline std::optional<ClockReading> read_clocks() {
+    constexpr std::int64_t longest_ms = 100;
+    const std::int64_t before_ms = milliseconds_of(std::chrono::steady_clock::now());
+    const ClockReading reading{utc_ms(), milliseconds_of(std::chrono::steady_clock::now())};
+    if (reading.monotonic_ms - before_ms > longest_ms) return std::nullopt;
+    return reading;
 }
 
 /// The wall clock was set by so many milliseconds and shows `time_ms` now.

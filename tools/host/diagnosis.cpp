@@ -1,6 +1,7 @@
 #include "host/diagnosis.h"
 
 #include <cerrno>
+#include <exception>
 #include <map>
 
 #include "host/plain_text.h"
@@ -44,7 +45,25 @@ bool begins(const std::string& text, const char* begin) {
     return text.rfind(begin, 0) == 0;
 }
 
+std::string diagnose_if_possible(const std::string& address, std::chrono::milliseconds patience) {
+    try {
+        return diagnose(address, patience);
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 }  // namespace
+
+std::future<std::string> diagnose_aside(const std::string& address, std::chrono::milliseconds patience) {
+    try {
+        return std::async(std::launch::async, diagnose_if_possible, address, patience);
+    } catch (const std::exception&) {
+        std::promise<std::string> nothing;
+        nothing.set_value({});
+        return nothing.get_future();
+    }
+}
 
 bool is_refusal(const std::string& driver_words) {
     return (begins(driver_words, "Model ") || begins(driver_words, "Version ")) &&

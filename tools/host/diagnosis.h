@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,10 @@ namespace plendix {
 /// of it. Blocks, but never longer than `patience`; any thread. A camera gives up the transfer that it
 /// has under way for this one: only for cameras that deliver nothing.
 std::string diagnose(const std::string& address, std::chrono::milliseconds patience);
+
+/// The same on a thread of its own. No word where the machine has none, or no memory, left for it: nothing
+/// is thrown, here or by the answer.
+std::future<std::string> diagnose_aside(const std::string& address, std::chrono::milliseconds patience);
 
 /// "camera 3 'Gate' (10.0.0.9)"
 std::string title_of(const CameraState& state);

@@ -1,5 +1,6 @@
 #include "host/output_queue.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace plendix {
@@ -21,7 +22,19 @@ std::size_t bytes_of(const Delivery& delivery) {
 
 }  // namespace
 
-OutputQueue::OutputQueue(std::size_t limit_bytes) : limit_bytes_(limit_bytes) {}
+OutputQueue::OutputQueue(std::size_t limit_bytes, std::chrono::milliseconds linger)
+    : limit_bytes_(limit_bytes), linger_(linger) {}
+
+/// Requires mutex_: whether the output is to be woken at once.
+bool OutputQueue::enough() const {
+    if (linger_.count() == 0) return !waiting_.empty();
+    return waiting_bytes_ > limit_bytes_ / 4;
+}
+
+/// Requires mutex_.
+void OutputQueue::wake() {
+    if (enough()) filled_.notify_one();
+}
 
 void OutputQueue::push(const FramePointer& frame) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -35,7 +48,7 @@ void OutputQueue::push(const FramePointer& frame) {
     loss.needs_key = false;
     waiting_bytes_ += frame->data.size();
     waiting_.emplace_back(frame);
-    filled_.notify_one();
+    wake();
 }
 
 void OutputQueue::push(const Event& event) {
@@ -47,12 +60,15 @@ void OutputQueue::push(const Event& event) {
     }
     waiting_bytes_ += bytes;
     waiting_.emplace_back(event);
-    filled_.notify_one();
+    wake();
 }
 
 std::optional<Delivery> OutputQueue::pop(std::chrono::milliseconds patience) {
     std::unique_lock<std::mutex> lock(mutex_);
-    filled_.wait_for(lock, patience, [this] { return !waiting_.empty() || finished_; });
+    if (waiting_.empty()) {
+        const auto longest = linger_.count() > 0 ? std::min(patience, linger_) : patience;
+        filled_.wait_for(lock, longest, [this] { return enough() || finished_; });
+    }
     if (waiting_.empty()) return std::nullopt;
     Delivery delivery = std::move(waiting_.front());
     waiting_.pop_front();

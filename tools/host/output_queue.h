@@ -22,15 +22,17 @@ using Delivery = std::variant<FramePointer, Event>;
 /// nobody else's. Any thread may push; the output's thread pops.
 class OutputQueue {
 public:
-    /// Frames are lost while `limit_bytes` are waiting, events only 8 MiB later.
-    explicit OutputQueue(std::size_t limit_bytes);
+    /// Frames are lost while `limit_bytes` are waiting, events only 8 MiB later. With `linger` what
+    /// comes may wait so long: the output is woken once for many frames, which costs less.
+    explicit OutputQueue(std::size_t limit_bytes,
+                         std::chrono::milliseconds linger = std::chrono::milliseconds(0));
 
     /// Never waits. A frame that is lost takes those with it that cannot be decoded without it:
     /// the camera's next one is a key frame.
     void push(const FramePointer& frame);
     void push(const Event& event);
 
-    /// Waits up to `patience`.
+    /// Waits up to `patience`, where nothing is there.
     std::optional<Delivery> pop(std::chrono::milliseconds patience);
 
     /// Nothing more comes: `pop` does not wait any longer.
@@ -47,7 +49,11 @@ private:
         bool needs_key = false;
     };
 
+    void wake();
+    bool enough() const;
+
     const std::size_t limit_bytes_;
+    const std::chrono::milliseconds linger_;
     mutable std::mutex mutex_;
     std::condition_variable filled_;
     // Guarded by mutex_:

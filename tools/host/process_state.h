@@ -39,7 +39,7 @@ public:
 
     /// Puts what was printed into the file. One that has grown beyond so many bytes is kept with
     /// ".1" at its name, in place of the one before, and begun anew; so is one that was taken away.
-    /// What cannot be done now is left for the next call: once a minute is often enough.
+    /// What cannot be done now is left for the next call, some seconds later.
     void rotate_if_large(std::uintmax_t largest = 10U << 20U);
 
 private:

@@ -58,11 +58,10 @@ bool Session::take_frame(const _EventParmsIn& event) {
     const auto frame = pool_->copy(event);
     if (!frame) return false;
     const auto now = Clock::now();
-    const std::int64_t wall_ms = utc_ms();
     frame->arrival_ms = milliseconds_of(now);
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (const auto jump = clock_.look(wall_ms, frame->arrival_ms)) add(clock_event(wall_ms, *jump));
+        look_at_clocks();
         frame->clock_epoch = clock_.epoch();
     }
     if (watch_.frame(*frame, now)) {
@@ -108,6 +107,14 @@ void Session::add(Event event) {
     own_events_.push_back(std::move(event));
 }
 
+/// Requires mutex_: of two threads that look, none comes with an older reading than the other.
+void Session::look_at_clocks() {
+    const auto clocks = read_clocks();
+    if (!clocks) return;
+    const auto jump_ms = clock_.look(clocks->wall_ms, clocks->monotonic_ms);
+    if (jump_ms) add(clock_event(clocks->wall_ms, *jump_ms));
+}
+
 // --- On the host's thread ---
 
 std::deque<Session::Document> Session::documents(std::chrono::milliseconds patience) {
@@ -122,14 +129,13 @@ std::vector<Event> Session::serve(std::chrono::milliseconds patience) {
     for (const Document& document : documents(patience))
         read(document, events);
     const auto now = Clock::now();
-    const std::int64_t wall_ms = utc_ms();
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (const auto jump = clock_.look(wall_ms, milliseconds_of(now))) add(clock_event(wall_ms, *jump));
+        look_at_clocks();
         events.insert(events.end(), own_events_.begin(), own_events_.end());
         own_events_.clear();
     }
-    for (Event& event : watch_.settle(now, wall_ms))
+    for (Event& event : watch_.settle(now, utc_ms()))
         events.push_back(std::move(event));
     for (OutputQueue* output : outputs_)
         for (const Event& event : events)

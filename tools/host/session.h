@@ -77,6 +77,7 @@ private:
     bool take_document(const _EventParmsIn& event);
     void restore_picture(int camera);
     void add(Event event);
+    void look_at_clocks();
     std::deque<Document> documents(std::chrono::milliseconds patience);
     void read(const Document& document, std::vector<Event>& events);
     void wish(const std::vector<CameraSettings>& cameras);

@@ -39,11 +39,14 @@ void hang_up() {
     requests.compare_exchange_strong(none, 1);
 }
 
-void stop() {
-    ++requests;
-    if (!again_ends) return;
+void end_by_next() {
     for (const int signal : {SIGINT, SIGTERM})
         set_action(signal, SIG_DFL);
+}
+
+void stop() {
+    ++requests;
+    if (again_ends) end_by_next();
 }
 
 void on_signal(int signal) {
@@ -87,6 +90,10 @@ void StopSignals::handle(int signal) {
 
 int StopSignals::count() const {
     return requests;
+}
+
+void StopSignals::release() {
+    end_by_next();
 }
 
 bool StopSignals::take_reload() {

@@ -29,6 +29,8 @@ public:
     int count() const;
     /// Whether SIGHUP asked for a reload since the last call.
     bool take_reload();
+    /// From now on the next SIGINT or SIGTERM ends the process.
+    void release();
     /// Returns at the first signal since the last call, at the latest after this time.
     void wait(std::chrono::milliseconds longest) const;
 

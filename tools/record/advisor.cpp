@@ -1,6 +1,7 @@
 #include "record/advisor.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/clocks.h"
 #include "host/diagnosis.h"
@@ -19,18 +20,28 @@ constexpr std::ptrdiff_t most_a_minute = 5;
 }  // namespace
 
 std::vector<Event> Advisor::advise(const std::vector<CameraState>& cameras, Time now) {
+    const auto answered = [](const auto& answer) { return answer.wait_for(0s) == std::future_status::ready; };
+    unwanted_.erase(std::remove_if(unwanted_.begin(), unwanted_.end(), answered), unwanted_.end());
     std::vector<Event> events;
     for (const CameraState& camera : cameras) {
+        forget_others(camera);
         const std::string answer = answer_of(camera.number);
         if (!answer.empty() && camera.condition != CameraCondition::live) {
             events.push_back({utc_ms(), camera.number, EventKind::state});
             events.back().values["diagnosis"] = answer;
         }
         if (!due(camera, now) || busy(now)) continue;
-        const auto ask = [address = camera.address] { return diagnose(address, patience); };
-        questions_[camera.number] = {std::async(std::launch::async, ask), now};
+        questions_[camera.number] = {camera.address, diagnose_aside(camera.address, patience), now};
     }
     return events;
+}
+
+/// What was asked of another address is nothing to this camera.
+void Advisor::forget_others(const CameraState& camera) {
+    const auto asked = questions_.find(camera.number);
+    if (asked == questions_.end() || asked->second.address == camera.address) return;
+    if (asked->second.answer.valid()) unwanted_.push_back(std::move(asked->second.answer));
+    questions_.erase(asked);
 }
 
 std::string Advisor::answer_of(int camera) {

@@ -25,15 +25,18 @@ public:
 
 private:
     struct Question {
+        std::string address;
         std::future<std::string> answer;  // invalid once it was told
         Time asked{};
     };
 
+    void forget_others(const CameraState& camera);
     std::string answer_of(int camera);
     bool due(const CameraState& camera, Time now) const;
     bool busy(Time now) const;
 
-    std::map<int, Question> questions_;  // by camera number
+    std::map<int, Question> questions_;               // by camera number
+    std::vector<std::future<std::string>> unwanted_;  // under way: to let go of one would be to wait for it
 };
 
 }  // namespace plendix

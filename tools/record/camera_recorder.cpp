@@ -143,7 +143,10 @@ void CameraRecorder::retry() {
 }
 
 bool CameraRecorder::check(Time now) {
-    if (!movie_) return true;
+    if (!movie_) {
+        if (now - now_ > longest_pause) refusal_ = {};  // nothing comes that could be refused
+        return true;
+    }
     if (!movie_->in_place()) {
         now_ = now;
         close();

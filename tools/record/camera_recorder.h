@@ -49,8 +49,6 @@ public:
     std::uint64_t open_bytes() const;
     /// Of the open segment: relative to the folder, without extension.
     std::optional<std::filesystem::path> open_stem() const;
-    /// When the last one was written.
-    Time last_frame() const { return last_frame_; }
     /// Segments closed since the last call, the same.
     std::vector<std::filesystem::path> take_closed();
 

@@ -5,7 +5,7 @@
 #include <ctime>
 #include <regex>
 
-#include "host/event_log.h"
+#include "host/event_json.h"
 #include "usage.h"
 
 namespace plendix {

@@ -19,16 +19,23 @@ namespace plendix {
 namespace {
 
 namespace fs = std::filesystem;
+using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds patience{1000};  // with an address at which nobody answers
+constexpr milliseconds patience{1000};  // with an address at which nobody answers
 constexpr std::size_t most_questions = 8;
-constexpr std::chrono::seconds time_for_stills{5};  // with hundreds of cameras not all of them get one
+
+/// With its disk, or by the retention.
+bool is_gone(const fs::path& file) {
+    std::error_code ignored;
+    return !fs::exists(file, ignored);
+}
 
 class Conclusion {
 public:
-    Conclusion(const RecordingPlan& plan, const Recorder& recorder, const StopSignals& signals)
-        : plan_(plan), recorder_(recorder), signals_(signals) {}
+    Conclusion(const RecordingPlan& plan, const Recorder& recorder, StopSignals& signals,
+               const Ending& ending)
+        : plan_(plan), recorder_(recorder), signals_(signals), ending_(ending) {}
 
     void add(const CameraState& state, const RecordTotals& totals) {
         rows_.push_back({state, totals, std::nullopt, {}});
@@ -36,21 +43,29 @@ public:
 
     int run() {
         const auto end = Clock::now();
-        ask_for_missing();
+        if (!is_service()) {
+            ask_for_missing();
+            make_stills();
+        }
         if (plan_.check) check();
-        const std::vector<fs::path> stills = make_stills();
         const bool good = judge();
+        signals_.release();  // a table that nobody reads must not keep the process
         if (!plan_.screen.quiet || !good) print_remarks(std::cerr, rows_, end, columns());
         if (good && checked())
             std::cerr << "all " << decoded() << " recorded frames decoded without an error\n";
         print_table(std::cout, rows_, end);
-        print_files(stills);
+        print_files();
         return good ? exit_done : exit_failed;
     }
 
 private:
-    /// A first request ended the recording, unless its time was over.
-    bool impatient() const { return signals_.count() > (plan_.duration.count() > 0 ? 0 : 1); }
+    /// It has nobody who looks, and a manager who waits for its end.
+    bool is_service() const { return static_cast<bool>(plan_.reload); }
+    /// Somebody asked again.
+    bool impatient() const { return signals_.count() > ending_.signals; }
+    milliseconds time_left() const {
+        return std::chrono::duration_cast<milliseconds>(ending_.deadline - Clock::now());
+    }
 
     /// Of the terminal, if it is one.
     std::optional<std::size_t> columns() const {
@@ -61,12 +76,13 @@ private:
     /// Why nothing came from the first few cameras that sent nothing: recordings may be too short for
     /// anything to have been said of it.
     void ask_for_missing() {
+        const milliseconds wait = std::min(patience, time_left());
+        if (wait.count() <= 0) return;
         std::vector<std::pair<Row*, std::future<std::string>>> questions;
         for (Row& row : rows_) {
             const bool missing = row.state.condition == CameraCondition::connecting;
             if (!missing || questions.size() == most_questions) continue;
-            const auto ask = [&row] { return diagnose(row.state.address, patience); };
-            questions.emplace_back(&row, std::async(std::launch::async, ask));
+            questions.emplace_back(&row, diagnose_aside(row.state.address, wait));
         }
         for (auto& [row, answer] : questions)
             row->diagnosis = answer.get();
@@ -84,8 +100,7 @@ private:
     DecodeResult check(const std::vector<fs::path>& files, Progress& progress) const {
         DecodeResult sum;
         for (const auto& file : files) {
-            std::error_code ignored;
-            if (plan_.rules.limits.any() && !fs::exists(file, ignored)) continue;  // it had its time
+            if (plan_.rules.limits.any() && is_gone(file)) continue;  // it had its time
             progress.begin(shown(file));
             const DecodeResult result = check(file, progress);
             sum.packets += result.packets;
@@ -110,15 +125,13 @@ private:
         return result;
     }
 
-    std::vector<fs::path> make_stills() const {
-        std::vector<fs::path> stills;
-        const auto end = Clock::now() + time_for_stills;
-        std::error_code gone;  // with its disk, or by the retention
+    /// With hundreds of cameras not all of them get one.
+    void make_stills() {
         for (const Row& row : rows_) {
-            if (row.totals.files.empty() || impatient() || Clock::now() > end) continue;
-            if (!fs::exists(row.totals.files.back(), gone)) continue;
+            if (row.totals.files.empty() || impatient() || time_left().count() <= 0) continue;
+            if (is_gone(row.totals.files.back())) continue;
             try {
-                stills.push_back(write_still(row.totals.files.back()));
+                stills_.push_back(write_still(row.totals.files.back()));
             } catch (const WriteFailure& failure) {
                 std::cerr << "no still picture: " << failure.what() << '\n';
                 break;  // nor of the others
@@ -126,7 +139,6 @@ private:
                 std::cerr << "no still picture: " << failure.what() << '\n';
             }
         }
-        return stills;
     }
 
     bool judge() const {
@@ -136,15 +148,17 @@ private:
     /// Whether the camera's recording is as it should be.
     bool judge(const Row& row) const {
         if (row.state.condition == CameraCondition::off) return true;
-        if (row.state.frames == 0 || (row.totals.recorded == 0 && row.totals.unwritten > 0)) return false;
-        const bool readable = row.totals.unreadable == 0 || plan_.faults_expected;
-        if (!row.decode || row.decode->ended) return readable;
-        const bool complete = row.decode->packets == row.totals.recorded || plan_.rules.limits.any();
+        const RecordTotals& totals = row.totals;
+        if (row.state.frames == 0 || (totals.recorded == 0 && totals.unwritten > 0)) return false;
+        const bool whole = totals.unreadable + totals.unwritten + totals.lost == 0 || plan_.faults_expected;
+        if (!row.decode || row.decode->ended) return whole;
+        const bool removed = std::any_of(totals.files.begin(), totals.files.end(), is_gone);
+        const bool complete = row.decode->packets == totals.recorded || removed;
         if (!complete) {
             std::cerr << "camera " << row.state.number << ": " << row.decode->packets << " of "
-                      << row.totals.recorded << " recorded frames are in the files\n";
+                      << totals.recorded << " recorded frames are in the files\n";
         }
-        return complete && (plan_.faults_expected || (row.decode->clean() && readable));
+        return complete && (plan_.faults_expected || (row.decode->clean() && whole));
     }
 
     bool checked() const {
@@ -164,16 +178,13 @@ private:
         return (plan_.output / file.lexically_relative(recorder_.root())).string();
     }
 
-    void print_files(std::vector<fs::path> files) const {
+    void print_files() const {
+        std::vector<fs::path> files = stills_;
         for (const char* name : {"events.jsonl", "driver.log"})
             files.push_back(recorder_.root() / name);
         for (const Row& row : rows_)
             files.insert(files.end(), row.totals.files.begin(), row.totals.files.end());
-        const auto gone = [](const fs::path& file) {
-            std::error_code ignored;
-            return !fs::exists(file, ignored);
-        };
-        files.erase(std::remove_if(files.begin(), files.end(), gone), files.end());
+        files.erase(std::remove_if(files.begin(), files.end(), is_gone), files.end());
         std::sort(files.begin(), files.end());
         std::cout << "\nfiles:\n";
         for (const auto& file : files)
@@ -183,15 +194,17 @@ private:
 
     const RecordingPlan& plan_;
     const Recorder& recorder_;
-    const StopSignals& signals_;
+    StopSignals& signals_;
+    const Ending ending_;
     std::vector<Row> rows_;
+    std::vector<fs::path> stills_;
 };
 
 }  // namespace
 
 int conclude(const RecordingPlan& plan, const std::vector<CameraState>& cameras, const Recorder& recorder,
-             const OutputQueue& queue, const StopSignals& signals) {
-    Conclusion conclusion(plan, recorder, signals);
+             const OutputQueue& queue, StopSignals& signals, const Ending& ending) {
+    Conclusion conclusion(plan, recorder, signals, ending);
     auto recorded = recorder.totals();
     for (const CameraState& camera : cameras) {
         RecordTotals& totals = recorded[camera.number];

@@ -162,7 +162,8 @@ CameraSettings read_camera(const ConfigTable& table, const CameraSettings& defau
     return camera;
 }
 
-/// Two cameras need two numbers and two addresses; the driver's log lines tell cameras apart by name only.
+/// Two cameras need two numbers and, as long as they are on, two addresses; the driver's log lines tell
+/// cameras apart by name only.
 void require_new(const ConfigTable& table, const CameraSettings& camera,
                  const std::vector<CameraSettings>& others) {
     for (const auto& other : others) {
@@ -171,7 +172,9 @@ void require_new(const ConfigTable& table, const CameraSettings& camera,
             table.refuse("number", "number " + std::to_string(camera.number) + " is taken by camera '" +
                                        other.name + "': numbers differ, without one it is the position");
         }
-        if (camera.address == other.address) table.refuse("address", "address " + camera.address + with);
+        const bool both_on = camera.enabled && other.enabled;
+        if (both_on && camera.address == other.address)
+            table.refuse("address", "address " + camera.address + with);
         if (camera.name == other.name) table.refuse("name", "name '" + camera.name + "'" + with);
     }
 }

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/event_log.h"
+#include "host/event_json.h"
 #include "record/write_failure.h"
 
 namespace plendix {

@@ -61,7 +61,7 @@ Bytes info(std::int64_t start_ms, const std::optional<MatroskaEnd>& end) {
         put_real(content, id_duration, static_cast<double>(end->duration_ms));
     else
         put_void(content, duration_bytes);
-    put_number(content, id_date, static_cast<std::uint64_t>((start_ms - since_2001_ms) * 1'000'000));
+    put_number(content, id_date, static_cast<std::uint64_t>(start_ms - since_2001_ms) * 1'000'000U);
     put_text(content, id_muxing_app, "Plendix");
     put_text(content, id_writing_app, "Plendix");
     put_element(element, id_info, content);

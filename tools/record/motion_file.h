@@ -26,9 +26,6 @@ public:
     /// whole records, and the next record may be tried again.
     void write(const MotionRecord& record);
 
-    bool created() const { return static_cast<bool>(file_); }
-    const std::filesystem::path& path() const { return path_; }
-
 private:
     std::filesystem::path path_;
     int camera_;

@@ -1,5 +1,7 @@
 #include "record/movie_file.h"
 
+#include <limits>
+
 extern "C" {
 #include <libavutil/parseutils.h>
 }
@@ -26,6 +28,11 @@ bool MovieFile::read(AVPacket& packet) {
         if (result < 0) throw Failure("'" + path_.string() + "' is damaged: " + libav_text(result));
         if (packet.stream_index == stream_->index) return true;
     }
+}
+
+bool MovieFile::seek_end() {
+    constexpr std::int64_t far_away = std::numeric_limits<std::int64_t>::max();
+    return av_seek_frame(context_.get(), stream_->index, far_away, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
 std::int64_t MovieFile::start_ms() const {

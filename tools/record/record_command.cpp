@@ -203,7 +203,8 @@ void add_record_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix record 127.0.1.1 --size 800x600 --output test    with 'plendix camera' running\n"
         "What happens goes to standard error, the table and the names of the files to standard output.\n"
         "The first Ctrl-C ends the recording, the next one the check. Exit code 1: a camera delivered no\n"
-        "frame, or one did not decode without an error; with --config only what ended the recording.");
+        "frame, or one was lost, not taken by the disk, or not decoded without an error; with --config\n"
+        "only what ended the recording.");
     add_camera_options(*command, *line);
     add_file_options(*command, *line);
     add_screen_options(*command, *line);

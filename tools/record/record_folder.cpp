@@ -54,6 +54,7 @@ std::string RecordFolder::missing() {
 std::string RecordFolder::take_again() {
     try {
         lock_.emplace(root_);
+        ++generation_;
         return {};
     } catch (const Failure& failure) {
         return failure.what();

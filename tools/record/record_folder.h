@@ -36,6 +36,8 @@ public:
 
     /// Absolute.
     const std::filesystem::path& root() const { return root_; }
+    /// Another number: another folder has its place.
+    unsigned generation() const { return generation_; }
 
 private:
     std::string take_again();
@@ -43,6 +45,7 @@ private:
     std::filesystem::path root_;
     TimeNames names_;
     std::optional<FolderLock> lock_;
+    unsigned generation_ = 0;
     dev_t device_ = 0;  // at the start
 };
 

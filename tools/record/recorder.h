@@ -1,8 +1,9 @@
 // The recording as an output of the host: takes frames and events from its queue and keeps them.
 #pragma once
 
-#include <atomic>
+#include <array>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -21,7 +22,8 @@
 #include "record/event_file.h"
 #include "record/record_folder.h"
 #include "record/replacement.h"
-#include "record/retention.h"
+#include "record/segment_repair.h"
+#include "record/upkeep.h"
 
 namespace plendix {
 
@@ -69,9 +71,14 @@ private:
     void take(const Delivery& delivery);
     void take(const Frame& frame);
     void take(const Event& event);
+    template <class Work>
+    void guarded(Work work);
+    void finish();
     void keep_house(Clock::time_point now);
+    void write_due(Clock::time_point now);
+    void tell_of_losses(Clock::time_point now);
+    void tell_of_repairs();
     void note_closed(CameraRecorder& camera);
-    bool make_room(bool refused, const Retention::Stems& open);
     void tell_of(const Removed& removed);
     Retention::Stems open_stems() const;
     void follow_clock();
@@ -82,27 +89,27 @@ private:
     void tell(Event event);
     void tell_of_events();
     std::string words_of(const Refusal& refusal) const;
-    std::optional<std::uint64_t> room() const;
     void publish(bool there);
 
     OutputQueue& queue_;
     const RecorderRules rules_;
     RecordFolder folder_;
+    std::vector<RepairedSegment> repaired_;     // until it is told
     std::unique_ptr<Replacement> replacement_;  // until the first frame is recorded
-    Retention retention_;
+    Upkeep upkeep_;
     EventFile events_;
     MotionHold hold_;
     EventDigest digest_;
     std::map<int, CameraRecorder> cameras_;
     std::map<int, std::vector<std::filesystem::path>> files_;  // by camera
-    std::vector<SegmentName> recent_;  // closed in this recording: the clock may be wrong
-    ClockWatch clock_;
     bool events_refused_ = false;
     std::set<int> paused_;  // cameras, as far as it was told
     Clock::time_point next_housekeeping_{};
     Clock::time_point room_made_{};  // after a refusal, by the retention
-    std::int64_t doubt_ms_ = 0;      // how far the wall clock was set forward
-    Clock::time_point doubted_until_{};
+    std::uint64_t faults_ = 0;       // of this thread, since they were told
+    std::array<char, 128> fault_{};  // the last one's words
+    std::uint64_t lost_events_ = 0;  // as told
+    Clock::time_point next_losses_{};
     std::thread thread_;
 
     mutable std::mutex mutex_;

@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <iostream>
+#include <optional>
 
 #include "ffmpeg.h"
+#include "host/lossy_output.h"
 #include "host/process_state.h"
 #include "host/service_notice.h"
 #include "host/session.h"
@@ -23,10 +26,12 @@ using Clock = Session::Clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t queue_bytes = 128U << 20U;  // about two seconds of eight large JPEG cameras
+constexpr auto queue_linger = 50ms;               // frames that a killed process takes with it
 constexpr auto longest_wait = 50ms;               // signals and the screen wait no longer
 constexpr auto look_period = 250ms;               // at all cameras
-constexpr auto disk_patience = 8s;                // for the last frames: a service is killed after ten
+constexpr auto time_to_end = 8s;                  // a service is killed after ten
 constexpr auto log_period = 10s;
+constexpr auto loss_period = 1min;
 
 /// "25 of 30 cameras live"
 std::string summary(const std::vector<CameraState>& cameras) {
@@ -48,8 +53,8 @@ public:
           inside_(inside),
           signals_(signals) {}
 
-    /// False when the disk did not answer at the end.
-    bool go(OutputToFile& driver_log) {
+    /// Nothing when the disk did not answer at the end.
+    std::optional<Ending> go(OutputToFile& driver_log) {
         recorder_.start();
         session_.start();
         start_ = Clock::now();
@@ -102,6 +107,16 @@ private:
         }
         screen_.update(cameras, recorder_.numbers(), now);
         keep_alive(cameras, now);
+        if (now >= next_loss_) tell_of_lost_documents(now);
+    }
+
+    void tell_of_lost_documents(Clock::time_point now) {
+        next_loss_ = now + loss_period;
+        const std::uint64_t lost = session_.lost_documents();
+        if (lost > lost_told_)
+            screen_.say(std::to_string(lost - lost_told_) +
+                        " documents of the driver were lost: they were not read in time");
+        lost_told_ = lost;
     }
 
     void keep_alive(const std::vector<CameraState>& cameras, Clock::time_point now) {
@@ -123,14 +138,16 @@ private:
         notice_.ready(status_);
     }
 
-    bool finish() {
+    std::optional<Ending> finish() {
+        const Ending ending{signals_.count(), Clock::now() + time_to_end};
         notice_.stopping();
         show(session_.stop(), Clock::now());
-        const bool kept = recorder_.stop(disk_patience);
+        const auto patience = std::chrono::duration_cast<milliseconds>(ending.deadline - Clock::now());
+        const bool kept = recorder_.stop(std::max(patience, milliseconds(0)));
         show({}, Clock::now());
         look(Clock::now());
         screen_.finish();
-        return kept;
+        return kept ? std::optional(ending) : std::nullopt;
     }
 
     const RecordingPlan& plan_;
@@ -144,6 +161,8 @@ private:
     Clock::time_point start_;
     Clock::time_point next_look_;
     Clock::time_point last_call_;
+    Clock::time_point next_loss_;
+    std::uint64_t lost_told_ = 0;  // documents
     std::string status_;
 };
 
@@ -151,24 +170,25 @@ private:
 
 int record(const RecordingPlan& plan) {
     av_log_set_level(AV_LOG_ERROR);
+    const LossyOutput standard_error(std::cerr, STDERR_FILENO);
+    OutputQueue queue(queue_bytes, queue_linger);
     Session session(plan.plugin, plan.cameras);
-    OutputQueue queue(queue_bytes);
     Recorder recorder(queue, plan.output, plan.rules);
     const WorkingDirectory inside(plan.state.empty() ? recorder.root() : plan.state);
     session.attach(queue);
     Screen screen(std::cerr, plan.screen);
     StopSignals signals(StopSignals::Again::counts,
                         plan.reload ? StopSignals::HangUp::reloads : StopSignals::HangUp::stops);
-    bool kept = false;
+    std::optional<Ending> ending;
     {
         OutputToFile driver_log(recorder.root() / "driver.log");
-        kept = Run(plan, session, recorder, screen, inside, signals).go(driver_log);
+        ending = Run(plan, session, recorder, screen, inside, signals).go(driver_log);
     }
-    if (!kept) {
+    if (!ending) {
         std::cerr << "plendix: the disk of '" << recorder.root().string() << "' does not answer\n";
         _exit(exit_failed);  // the thread that waits for it cannot be ended
     }
-    return conclude(plan, session.states(), recorder, queue, signals);
+    return conclude(plan, session.states(), recorder, queue, signals, *ending);
 }
 
 }  // namespace plendix

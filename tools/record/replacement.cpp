@@ -77,17 +77,6 @@ void move_day(const fs::path& from, const fs::path& to, int camera, int day) {
     }
 }
 
-void move_recording(const fs::path& from, const fs::path& to) {
-    make(to);
-    for (const int camera : recorded_cameras(from)) {
-        for (const int day : recorded_days(from, camera))
-            move_day(from, to, camera, day);
-        remove_if_empty(from / camera_folder(camera));
-    }
-    for (const std::string& name : names_in(from))
-        if (is_ours(name)) move(from / name, to / name);
-}
-
 /// Puts a day's files back; a name that is in use by now is not taken away from its file.
 void move_day_back(const fs::path& aside, const fs::path& folder, int camera, int day) {
     const fs::path path = day_folder(camera, day);
@@ -99,20 +88,26 @@ void move_day_back(const fs::path& aside, const fs::path& folder, int camera, in
     remove_if_empty(aside / path);
 }
 
+using DayMover = void (*)(const fs::path& from, const fs::path& to, int camera, int day);
+
+void move_recording(const fs::path& from, const fs::path& to, DayMover move_one_day) {
+    make(to);
+    for (const int camera : recorded_cameras(from)) {
+        for (const int day : recorded_days(from, camera))
+            move_one_day(from, to, camera, day);
+        remove_if_empty(from / camera_folder(camera));
+    }
+    for (const std::string& name : names_in(from))
+        if (is_ours(name)) move(from / name, to / name);
+}
+
 void move_back(const fs::path& folder) {
     const fs::path aside = folder / unfinished;
-    for (const int camera : recorded_cameras(aside)) {
-        for (const int day : recorded_days(aside, camera))
-            move_day_back(aside, folder, camera, day);
-        remove_if_empty(aside / camera_folder(camera));
-    }
-    for (const std::string& name : names_in(aside))
-        if (is_ours(name)) move(aside / name, folder / name);
+    move_recording(aside, folder, move_day_back);
     remove_if_empty(aside);
     if (fs::exists(aside))
-        throw Failure(
-            "'" + aside.string() +
-            "' holds files of an earlier recording whose names are in use: " + "move them elsewhere");
+        throw Failure("'" + aside.string() +
+                      "' holds files of an earlier recording whose names are in use: move them elsewhere");
 }
 
 /// Whether there is a segment with a picture.
@@ -138,7 +133,7 @@ void settle_replacement(const fs::path& folder) {
 Replacement::Replacement(fs::path folder) : folder_(std::move(folder)) {
     settle_replacement(folder_);
     try {
-        move_recording(folder_, folder_ / unfinished);
+        move_recording(folder_, folder_ / unfinished, move_day);
         move(folder_ / unfinished, folder_ / replaced);
         pending_ = true;
     } catch (...) {

@@ -21,10 +21,11 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t most_failures = 3;            // in one call: the disk may refuse them all
-constexpr std::chrono::minutes retry_period{10};    // until what could not be removed is tried again
-constexpr std::chrono::seconds measure_period{5};   // between looks at the sizes of open segments
-constexpr std::chrono::hours event_file_period{1};  // between looks at the files of events
+constexpr std::size_t most_failures = 3;                  // in one call: the disk may refuse them all
+constexpr std::chrono::minutes retry_period{10};          // until what could not be removed is tried again
+constexpr std::chrono::seconds measure_period{5};         // between looks at the sizes of open segments
+constexpr std::chrono::milliseconds smallest_step{2000};  // less is the time between end and `added`
+constexpr std::chrono::hours event_file_period{1};        // between looks at the files of events
 
 bool look(const fs::path& file, struct stat& status) {
     return ::lstat(file.c_str(), &status) == 0;
@@ -65,7 +66,7 @@ std::vector<std::string> names_or_none(const fs::path& folder) {
 
 Retention::Retention(fs::path folder, RetentionLimits limits)
     : folder_(std::move(folder)), limits_(limits), marked_(has_mark(folder_)) {
-    scan();
+    if (limits_.any()) scan();
 }
 
 void Retention::scan() {
@@ -77,7 +78,7 @@ void Retention::scan() {
                 const std::int64_t end_ms = changed_ms(file.status);
                 camera.bytes += bytes;
                 if (camera.segments.empty() || !(camera.segments.back().name == file.name)) {
-                    camera.segments.push_back({end_ms, bytes, file.name});
+                    camera.segments.push_back({end_ms, bytes, file.name, 0});
                     continue;
                 }
                 Segment& segment = camera.segments.back();  // .jpg, .mkv, .motion, .png: in this order
@@ -96,11 +97,11 @@ void Retention::insert(const Segment& segment) {
     camera.bytes += segment.bytes;
 }
 
-void Retention::added(const fs::path& stem) {
+void Retention::added(const fs::path& stem, std::int64_t monotonic_ms) {
     const auto name = parse_stem(stem);
     if (!name) return;
     const auto [bytes, end_ms] = measure_segment(folder_ / stem);
-    if (end_ms > 0) insert({end_ms, bytes, *name});
+    if (end_ms > 0) insert({end_ms, bytes, *name, monotonic_ms});
 }
 
 Removed Retention::sweep(std::int64_t now_ms, const Stems& open) {
@@ -108,11 +109,9 @@ Removed Retention::sweep(std::int64_t now_ms, const Stems& open) {
     if (!limits_.any() || !reachable(removed)) return removed;
     retry_failed();
     look_at_open(open);
-    if (limits_.keep.count() > 0) {
-        remove_aged(now_ms, removed);
-        remove_event_files(now_ms, removed);
-    }
+    if (limits_.keep.count() > 0) remove_aged(now_ms, removed);
     if (limits_.keep_bytes > 0) remove_surplus(removed);
+    remove_event_files(now_ms, removed);
     return removed;
 }
 
@@ -134,16 +133,26 @@ Removed Retention::free_space(std::uint64_t wanted, const Stems& open) {
     return removed;
 }
 
-void Retention::shift(milliseconds step, const Stems& stems) {
-    const Names names = sorted_names(stems);
-    for (const SegmentName& name : names)
-        move_segment_times(folder_ / stem_path(name), step);
+void Retention::follow_clock(std::int64_t now_ms, std::int64_t monotonic_ms) {
     for (auto& [number, camera] : cameras_) {
-        for (Segment& segment : camera.segments)
-            if (contains(names, segment.name))
-                segment.end_ms = std::max<std::int64_t>(segment.end_ms + step.count(), 0);
+        for (Segment& segment : camera.segments) {
+            if (segment.monotonic_ms == 0) continue;
+            const std::int64_t end_ms =
+                std::max<std::int64_t>(now_ms - (monotonic_ms - segment.monotonic_ms), 0);
+            const milliseconds step(end_ms - segment.end_ms);
+            if (step < smallest_step && step > -smallest_step) continue;
+            segment.end_ms = end_ms;
+            move_segment_times(folder_ / stem_path(segment.name), step);
+        }
         std::sort(camera.segments.begin(), camera.segments.end());
     }
+}
+
+std::int64_t Retention::newest_ms() const {
+    std::int64_t newest_ms = 0;
+    for (const auto& [number, camera] : cameras_)
+        if (!camera.segments.empty()) newest_ms = std::max(newest_ms, camera.segments.back().end_ms);
+    return newest_ms;
 }
 
 std::size_t Retention::segments() const {
@@ -223,15 +232,20 @@ void Retention::remove_surplus(Removed& removed) {
             remove_oldest(camera, removed);
 }
 
+/// Those of days that are older than the limit or, with a limit of size only, than all segments.
 void Retention::remove_event_files(std::int64_t now_ms, Removed& removed) {
     const auto now = Clock::now();
     if (now < next_event_files_) return;
     next_event_files_ = now + event_file_period;
+    const Camera* first = oldest();
+    std::int64_t limit_ms = limits_.keep.count() > 0 ? now_ms - limits_.keep.count() : 0;
+    if (limits_.keep_bytes > 0 && first != nullptr)
+        limit_ms = std::max(limit_ms, first->segments.front().end_ms);
     for (const std::string& name : names_or_none(folder_)) {
         const fs::path file = folder_ / name;
         struct stat status {};
         if (parse_event_file(name) == 0 || !look(file, status) || !S_ISREG(status.st_mode)) continue;
-        if (changed_ms(status) >= now_ms - limits_.keep.count()) continue;
+        if (changed_ms(status) >= limit_ms) continue;
         if (::unlink(file.c_str()) != 0) tell(errno, file, removed);
     }
 }

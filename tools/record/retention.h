@@ -41,25 +41,27 @@ public:
     /// Reads the folder: all segments in it count as closed. Throws Failure when it cannot be read.
     Retention(std::filesystem::path folder, RetentionLimits limits);
 
-    /// A segment has been closed.
-    void added(const std::filesystem::path& stem);
+    /// A segment has been closed, by the monotonic clock just now.
+    void added(const std::filesystem::path& stem, std::int64_t monotonic_ms);
     /// Removes what the limits do not allow, the oldest first, with the folders of days that became
     /// empty. Without anything to remove it costs microseconds; the sizes of open segments are looked up
     /// anew when others are open, and every five seconds. Does not throw.
     Removed sweep(std::int64_t now_ms, const Stems& open);
     /// Removes the oldest until the file system has so many bytes available: only with a limit set.
     Removed free_space(std::uint64_t wanted, const Stems& open);
-    /// The wall clock was set by `step`: moves the ends of segments that ended by the old time.
-    void shift(std::chrono::milliseconds step, const Stems& stems);
+    /// The wall clock was set: what was `added` gets the end that it has by the right one, also on the disk.
+    void follow_clock(std::int64_t now_ms, std::int64_t monotonic_ms);
 
     std::size_t segments() const;
     std::uint64_t bytes() const;
+    std::int64_t newest_ms() const;  // end of the newest segment; 0: there is none
 
 private:
     struct Segment {
         std::int64_t end_ms;
         std::uint64_t bytes;
         SegmentName name;
+        std::int64_t monotonic_ms;  // of the end; 0: another process saw it
         bool operator<(const Segment& other) const {
             return std::tie(end_ms, name) < std::tie(other.end_ms, other.name);
         }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/event_log.h"
+#include "host/event_json.h"
 #include "record/clock_text.h"
 #include "record/motion_search.h"
 #include "usage.h"

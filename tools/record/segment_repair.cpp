@@ -1,6 +1,7 @@
 #include "record/segment_repair.h"
 
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,10 +9,6 @@
 #include <cerrno>
 #include <deque>
 #include <optional>
-
-extern "C" {
-#include <libavutil/crc.h>
-}
 
 #include "record/descriptor.h"
 #include "record/segment_files.h"
@@ -31,7 +28,7 @@ constexpr std::uint32_t id_checksum = 0xBF;
 constexpr std::uint8_t id_void = 0xEC;
 
 constexpr std::uint64_t unknown_size = ~std::uint64_t{0};
-constexpr std::uint64_t segment_size_bytes = 8;  // as libavformat writes it, to fill it in later
+constexpr std::uint64_t segment_size_bytes = 8;  // always, to be filled in later
 constexpr std::size_t checksum_bytes = 4;
 constexpr std::size_t most_checked = 10'000;               // clusters that a power cut can have spoilt
 constexpr std::uint64_t most_cluster_bytes = 256U << 20U;  // far more than a picture
@@ -85,14 +82,13 @@ std::optional<Element> element_at(int file, std::uint64_t at) {
 bool intact(int file, const Element& cluster) {
     const auto checksum = element_at(file, cluster.content);
     if (!checksum || checksum->end() > cluster.end()) return false;
-    if (checksum->id != id_checksum || checksum->size != checksum_bytes) return true;
-    if (cluster.size > most_cluster_bytes) return false;
+    if (checksum->id != id_checksum) return true;
+    if (checksum->size != checksum_bytes || cluster.size > most_cluster_bytes) return false;
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(cluster.end() - checksum->content));
     const ssize_t got = ::pread(file, bytes.data(), bytes.size(), static_cast<off_t>(checksum->content));
     if (got != static_cast<ssize_t>(bytes.size())) return false;
-    const AVCRC* table = av_crc_get_table(AV_CRC_32_IEEE_LE);
     const std::uint32_t sum =
-        ~av_crc(table, ~std::uint32_t{0}, bytes.data() + checksum_bytes, bytes.size() - checksum_bytes);
+        libdeflate_crc32(0, bytes.data() + checksum_bytes, bytes.size() - checksum_bytes);
     for (std::size_t i = 0; i < checksum_bytes; ++i)
         if (bytes[i] != static_cast<std::uint8_t>(sum >> (8 * i))) return false;
     return true;

@@ -19,6 +19,7 @@ void require(bool done, const fs::path& movie) {
     if (!done) throw Failure("cannot make a still picture of '" + movie.string() + "'");
 }
 
+/// From where the movie stands to its end; without data when there is none.
 LibavPointer<AVPacket> last_key_frame(MovieFile& movie) {
     LibavPointer<AVPacket> packet(av_packet_alloc());
     LibavPointer<AVPacket> last(av_packet_alloc());
@@ -28,7 +29,19 @@ LibavPointer<AVPacket> last_key_frame(MovieFile& movie) {
         av_packet_unref(last.get());
         av_packet_move_ref(last.get(), packet.get());
     }
-    require(last->size > 0, movie.path());
+    return last;
+}
+
+/// A file without an index is read as a whole.
+LibavPointer<AVPacket> last_key_frame(const fs::path& file) {
+    MovieFile movie(file);
+    if (movie.seek_end()) {
+        LibavPointer<AVPacket> last = last_key_frame(movie);
+        if (last->size > 0) return last;
+    }
+    MovieFile whole(file);
+    LibavPointer<AVPacket> last = last_key_frame(whole);
+    require(last->size > 0, file);
     return last;
 }
 
@@ -86,8 +99,8 @@ fs::path save(const AVPacket& picture, fs::path file, const char* extension) {
 }  // namespace
 
 fs::path write_still(const fs::path& file) {
-    MovieFile movie(file);
-    const auto key_frame = last_key_frame(movie);
+    const auto key_frame = last_key_frame(file);
+    const MovieFile movie(file);
     if (movie.video().codecpar->codec_id == AV_CODEC_ID_MJPEG) return save(*key_frame, file, ".jpg");
     const auto rgb = to_rgb(*decode(movie, *key_frame), file);
     return save(*encode_png(*rgb, file), file, ".png");

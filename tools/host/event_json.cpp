@@ -1,10 +1,9 @@
-#include "host/event_log.h"
+#include "host/event_json.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
-
-#include "usage.h"
 
 namespace plendix {
 
@@ -55,15 +54,6 @@ std::string json_line(const Event& event) {
                                       {"values", event.values}};
     // A camera's name need not be UTF-8: bytes that are none become U+FFFD.
     return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
-EventLog::EventLog(const std::filesystem::path& file) : path_(file), file_(file, std::ios::trunc) {
-    if (!file_) throw Failure("cannot write '" + path_.string() + "'");
-}
-
-void EventLog::write(const Event& event) {
-    file_ << json_line(event) << '\n' << std::flush;
-    if (!file_) throw Failure("cannot write '" + path_.string() + "'");
 }
 
 }  // namespace plendix
