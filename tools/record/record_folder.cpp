@@ -46,8 +46,8 @@ std::string RecordFolder::missing() {
     std::error_code ignored;
     const bool marked = fs::exists(root_ / folder_mark, ignored);
     if (!marked && device_of(root_) != device_)
-        return "the disk of " + name +
-               " is gone: mount it again, or start anew to record on what is there now";
+        return "the disk of " + name + " is gone: mount it again; 'touch " + (root_ / folder_mark).string() +
+               "' makes a new one known";
     return take_again();
 }
 
