@@ -43,7 +43,7 @@ const char* condition_name(CameraCondition condition) {
 }
 
 /// What was known before it was switched off is no word on how it is now.
-void CameraWatch::begin_again(Camera& camera, Time now) {
+void CameraWatch::begin_again(Camera& camera, Time now) const {
     camera.enabled = true;
     camera.refusals_before = refusal_count_;
     camera.state.last_frame.reset();

@@ -42,7 +42,7 @@ private:
         bool marked = false;                // for recording
     };
 
-    static void begin_again(Camera& camera, Time now);
+    void begin_again(Camera& camera, Time now) const;
     Event change(CameraState& state, CameraCondition condition, Time now, std::int64_t time_ms) const;
     std::string refusal_of(const CameraState& state) const;
     void learn_configuration(Camera& camera, const Event& event);
