@@ -36,9 +36,11 @@ void Upkeep::closed(const std::filesystem::path& stem) {
 }
 
 std::optional<std::int64_t> Upkeep::follow_clock() {
-    const auto jump_ms = clock_.look(utc_ms(), monotonic_ms());
+    const auto now = read_clocks();
+    if (!now) return std::nullopt;
+    const auto jump_ms = clock_.look(now->wall_ms, now->monotonic_ms);
     if (!jump_ms) return std::nullopt;
-    retention_->follow_clock(utc_ms(), monotonic_ms());
+    retention_->follow_clock(now->wall_ms, now->monotonic_ms);
     doubt(*jump_ms);
     return jump_ms;
 }
