@@ -188,7 +188,7 @@ class Night:
                 with open(f"/proc/{process}/task/{thread}/schedstat") as file:
                     self.waits[thread] = int(file.read().split()[1])
         longest = max(waited - before.get(thread, waited) for thread, waited in self.waits.items())
-        if longest > 3e8:
+        if longest > 5e8:
             self.busy.append((self.samples[-1][0] if self.samples else 0, self.now(), longest / 1e9))
 
     def sample(self):
