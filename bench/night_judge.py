@@ -31,6 +31,7 @@ def causes_of(night):
     """By camera: what may keep its pictures away, from when until when."""
     common = [(0, START, "start")] + [(begin, started + START, "kill") for begin, started in night.kills]
     common += [(begin, end + RETRY, "disk full") for begin, end, _ in night.fills]
+    common += [(begin, end + 1, "busy machine") for begin, end, _ in night.busy]
     causes = collections.defaultdict(lambda: list(common))
     for moment, camera, kind in night.camera_faults:
         if kind in LASTING:
@@ -137,6 +138,7 @@ def judge(night):
     print(f"{sent} pictures sent whole, {sum(len(movie.times) for movie in movies)} recorded")
     print(f"{len(night.kills)} kills, {len(night.fills)} times a full disk, {len(night.steps) - 1} clock steps, "
           f"{len(night.camera_faults)} faults of the cameras")
+    print(f"in {len(night.busy)} of the seconds recorder or cameras waited 0.5 s and more for a processor")
     for cause, lengths in sorted(table.items()):
         print(f"gaps by {cause}: {len(lengths)}, the longest {max(lengths):.1f} s")
     faults = bad + faults + judge_process(night)

@@ -34,6 +34,7 @@ class Night:
         self.disk_bytes = (400 << 20) if self.long else 8 << 20
         self.begun = time.monotonic()
         self.samples, self.steps, self.kills, self.fills, self.camera_faults = [], [], [], [], []
+        self.waits, self.busy = {}, []  # nanoseconds for a processor by thread; from when until when, seconds
         self.movies, self.latest, self.here = {}, {}, set()  # by inode, which count up; the youngest by camera
         self.full_until, self.greedy, self.seed, self.copies = None, False, chosen.seed, random.Random(0)
 
@@ -179,7 +180,19 @@ class Night:
         except FileNotFoundError:
             movie.copy = None
 
+    def note_waiting(self):
+        """Cameras and recorder may have to wait for a processor: then pictures come late, or not."""
+        before, self.waits = self.waits, {}
+        for process in self.recorder.pid, self.fleet.pid:
+            for thread in os.listdir(f"/proc/{process}/task"):
+                with open(f"/proc/{process}/task/{thread}/schedstat") as file:
+                    self.waits[thread] = int(file.read().split()[1])
+        longest = max(waited - before.get(thread, waited) for thread, waited in self.waits.items())
+        if longest > 5e8:
+            self.busy.append((self.samples[-1][0] if self.samples else 0, self.now(), longest / 1e9))
+
     def sample(self):
+        self.note_waiting()
         process = f"/proc/{self.recorder.pid}"
         resident = int(open(f"{process}/statm").read().split()[1]) * os.sysconf("SC_PAGESIZE") // 1024
         targets = []

@@ -17,6 +17,7 @@
 #include "record/motion_file.h"
 #include "record/motion_search.h"
 #include "record/movie_file.h"
+#include "record/open_segments.h"
 #include "record/replacement.h"
 #include "record/retention.h"
 #include "record/segment_name.h"
@@ -386,6 +387,9 @@ TEST(SegmentRepair, LeavesWholePicturesWhereverTheFileWasCut) {
     std::ofstream(today + "12-00-00.mkv") << open.substr(0, open.size() - 1);
     movie("camera-7/2026-11-23/12-00-00", noon, false, 2);
     put("camera-7/2026-11-22/12-00-00.mkv", 5000, noon);
+    note_open_segment(".", 1, today + "12-00-00");
+    for (const char* newer : {"13-00-00", "13-00-10"})  // since then the clock was set back
+        movie(today + newer, noon, false, 2);
     const auto repaired = repair_newest_segments(".");
     ASSERT_EQ(repaired.size(), 2U);
     EXPECT_EQ(repaired[0].repair, Repair::cut);

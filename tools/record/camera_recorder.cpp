@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "record/open_segments.h"
 #include "record/write_failure.h"
 
 namespace plendix {
@@ -90,6 +91,7 @@ void CameraRecorder::begin(const PictureFormat& format, const Frame& frame) {
     try {
         stem_ = folder_.free_stem(number_, frame.time_ms);
         const std::string file = (folder_.root() / stem_).string();
+        note_open_segment(folder_.root(), number_, stem_);
         movie_.emplace(file + ".mkv", format, frame.time_ms);
         motion_.emplace(file + ".motion", number_, frame.time_ms);
         began_ms_ = frame.arrival_ms;

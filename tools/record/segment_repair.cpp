@@ -9,8 +9,10 @@
 #include <cerrno>
 #include <deque>
 #include <optional>
+#include <set>
 
 #include "record/descriptor.h"
+#include "record/open_segments.h"
 #include "record/segment_files.h"
 #include "usage.h"
 
@@ -203,6 +205,19 @@ std::vector<Changed> newest_stems(const fs::path& folder, int camera) {
     return found;
 }
 
+/// Of all cameras: what was changed last, and what was being written. The clock may have been set back
+/// meanwhile, so that what an earlier process wrote looks newer.
+std::set<std::string> suspects(const fs::path& folder) {
+    std::set<std::string> stems;
+    for (const int camera : recorded_cameras(folder))
+        for (const auto& [changed, stem] : newest_stems(folder, camera))
+            stems.insert(stem);
+    std::error_code ignored;
+    for (const fs::path& stem : noted_segments(folder))
+        if (fs::exists(folder / (stem.string() + ".mkv"), ignored)) stems.insert(stem.string());
+    return stems;
+}
+
 }  // namespace
 
 Repair repair_segment(const fs::path& stem) {
@@ -224,16 +239,14 @@ Repair repair_segment(const fs::path& stem) {
 
 std::vector<RepairedSegment> repair_newest_segments(const fs::path& folder) {
     std::vector<RepairedSegment> repaired;
-    for (const int camera : recorded_cameras(folder)) {
-        for (const auto& [changed, stem] : newest_stems(folder, camera)) {
-            RepairedSegment segment{stem, Repair::none, ""};
-            try {
-                segment.repair = repair_segment(folder / stem);
-            } catch (const Failure& failure) {
-                segment.error = failure.what();
-            }
-            if (segment.repair != Repair::none || !segment.error.empty()) repaired.push_back(segment);
+    for (const std::string& stem : suspects(folder)) {
+        RepairedSegment segment{stem, Repair::none, ""};
+        try {
+            segment.repair = repair_segment(folder / stem);
+        } catch (const Failure& failure) {
+            segment.error = failure.what();
         }
+        if (segment.repair != Repair::none || !segment.error.empty()) repaired.push_back(segment);
     }
     return repaired;
 }

@@ -26,8 +26,9 @@ struct RepairedSegment {
     std::string error;  // one line: it could not be repaired
 };
 
-/// The same for the segments that each camera of a folder can have left open: those that were changed
-/// last in the days that were changed last. Tells of those that were not whole. The folder must be locked.
+/// The same for the segments that each camera of a folder can have left open: the one that was noted, and
+/// those that were changed last in the days that were changed last. Tells of those that were not whole. The
+/// folder must be locked.
 std::vector<RepairedSegment> repair_newest_segments(const std::filesystem::path& folder);
 
 struct Playable {
