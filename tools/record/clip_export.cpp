@@ -139,6 +139,14 @@ void require_one_format(const ClipPlan& plan, const std::vector<Source>& sources
     }
 }
 
+/// A clip among the segments would take the place of one, or look like one.
+void require_outside(const ClipPlan& plan) {
+    const fs::path place = fs::absolute(plan.output).lexically_normal().lexically_relative(
+        fs::absolute(plan.folder).lexically_normal());
+    if (!place.empty() && parse_camera_folder(place.begin()->string()) != 0)
+        throw UsageError("'" + plan.output.string() + "' is among the segments: name a file elsewhere");
+}
+
 /// The output under its temporary name, which goes when nothing comes of it.
 class TemporaryOutput {
 public:
@@ -213,6 +221,7 @@ private:
 }  // namespace
 
 Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped) {
+    require_outside(plan);
     const TemporaryOutput output(plan);
     std::vector<Source> sources = sources_of(plan);
     std::optional<std::int64_t> key_ms;
