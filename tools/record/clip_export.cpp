@@ -141,8 +141,9 @@ void require_one_format(const ClipPlan& plan, const std::vector<Source>& sources
 
 /// A clip among the segments would take the place of one, or look like one.
 void require_outside(const ClipPlan& plan) {
-    const fs::path place = fs::absolute(plan.output).lexically_normal().lexically_relative(
-        fs::absolute(plan.folder).lexically_normal());
+    const fs::path place = fs::absolute(plan.output)
+                               .lexically_normal()
+                               .lexically_relative(fs::absolute(plan.folder).lexically_normal());
     if (!place.empty() && parse_camera_folder(place.begin()->string()) != 0)
         throw UsageError("'" + plan.output.string() + "' is among the segments: name a file elsewhere");
 }

@@ -180,8 +180,8 @@ private:
 
     void print_files() const {
         std::vector<fs::path> files = stills_;
-        for (const char* name : {"events.jsonl", "driver.log"})
-            files.push_back(recorder_.root() / name);
+        files.push_back(recorder_.root() / "events.jsonl");
+        if (plan_.state.empty()) files.push_back(recorder_.root() / "driver.log");
         for (const Row& row : rows_)
             files.insert(files.end(), row.totals.files.begin(), row.totals.files.end());
         files.erase(std::remove_if(files.begin(), files.end(), is_gone), files.end());

@@ -182,7 +182,7 @@ void add_file_options(CLI::App& command, CommandLine& line) {
                      "in place of the recording in the output folder, which goes when the first frame is "
                      "recorded; without it the new files come beside the old ones");
     command.add_option("--state", line.state,
-                       "folder for the plug-in's settings; without it the output folder");
+                       "folder for the plug-in's settings and log; without it the output folder");
     command.add_option("--plugin", line.plugin,
                        "the plug-in to load; without it Plendix.so beside this command, in ../src "
                        "(build tree) or below ../lib (installed)");

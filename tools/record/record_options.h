@@ -11,7 +11,7 @@ namespace plendix {
 struct RecordOptions {
     std::filesystem::path plugin;  // empty: default_plugin()
     std::filesystem::path output = "plendix-recording";
-    std::filesystem::path state;  // where the plug-in keeps its settings; empty: output
+    std::filesystem::path state;  // for the plug-in's settings and log; empty: output
 
     std::chrono::milliseconds duration{0};  // 0: until a signal
     std::chrono::milliseconds segment{0};   // of each file; 0: files end only where the stream changes

@@ -198,14 +198,16 @@ int record(const RecordingPlan& plan) {
     OutputQueue queue(queue_bytes, queue_linger);
     Session session(plan.plugin, plan.cameras);
     Recorder recorder(queue, plan.output, plan.rules);
-    const WorkingDirectory inside(plan.state.empty() ? recorder.root() : plan.state);
+    const std::filesystem::path state =
+        plan.state.empty() ? recorder.root() : std::filesystem::absolute(plan.state);
+    const WorkingDirectory inside(state);
     session.attach(queue);
     Screen screen(std::cerr, plan.screen);
     StopSignals signals(StopSignals::Again::counts,
                         plan.reload ? StopSignals::HangUp::reloads : StopSignals::HangUp::stops);
     std::optional<Ending> ending;
     {
-        OutputToFile driver_log(recorder.root() / "driver.log");
+        OutputToFile driver_log(state / "driver.log");
         ending = Run(plan, session, recorder, screen, inside, signals).go(driver_log);
     }
     if (!ending) {

@@ -23,7 +23,7 @@ struct Step {
 struct RecordingPlan {
     std::filesystem::path plugin;  // empty: default_plugin()
     std::filesystem::path output;  // made when missing
-    std::filesystem::path state;   // where the plug-in keeps its settings; empty: the output folder
+    std::filesystem::path state;   // for the plug-in's settings and log; empty: the output folder
     std::vector<CameraSettings> cameras;
     std::chrono::milliseconds duration{0};  // 0: until SIGINT or SIGTERM
     RecorderRules rules;
