@@ -12,6 +12,7 @@
 #include "host/process_state.h"
 #include "host/signals.h"
 #include "nearest_word.h"
+#include "probe/probe_command.h"
 #include "record/config_command.h"
 #include "record/export_command.h"
 #include "record/record_command.h"
@@ -55,6 +56,7 @@ int run(int argc, char** argv) {
 
     std::function<int()> chosen;
     plendix::add_demo_command(app, chosen);
+    plendix::add_probe_command(app, chosen);
     plendix::add_record_command(app, chosen);
     plendix::add_config_command(app, chosen);
     plendix::add_search_command(app, chosen);
