@@ -7,8 +7,8 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
-#include <string>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "host/command_values.h"
@@ -31,7 +31,7 @@ constexpr milliseconds progress_period{500};
 
 struct ProbeOptions {
     std::vector<std::string> words;
-    std::string timeout = "2s";
+    std::string timeout = "4s";
     ProbeWish wish;
     bool json = false;
     bool all = false;
