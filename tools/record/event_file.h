@@ -7,7 +7,7 @@
 #include <string>
 
 #include "host/event.h"
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 
 namespace plendix {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "host/picture_format.h"
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 
 namespace plendix {
 

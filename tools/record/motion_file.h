@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "host/frame.h"
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 
 namespace plendix {
 

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <new>
 
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 #include "record/movie_file.h"
 #include "record/write_failure.h"
 
