@@ -108,15 +108,12 @@ Run::Run(const CapturePlan& plan)
 void Run::introduce() {
     screen_.say("capturing " + names_of(plan_.addresses) + " on " +
                 (plan_.interface == "any" ? "all interfaces" : "'" + plan_.interface + "'") +
-                ", Ctrl-C ends it");
-    std::string where = plan_.output == "-" ? "standard output" : "'" + plan_.output.string() + "'";
-    if (plan_.ring.count() > 0)
-        where += ", of the last " + span_words(std::chrono::duration_cast<std::chrono::seconds>(plan_.ring)) +
-                 " and at most " + byte_words(plan_.ring_bytes) + "; until then in '" +
-                 output_->place().string() + "'";
-    screen_.say((plan_.pictures ? "it will contain pictures (not with --no-pictures), in "
-                                : "it will contain no pictures, in ") +
-                where);
+                (plan_.pictures ? ", with pictures (--no-pictures leaves them out)" : ", without pictures"));
+    const std::string file = plan_.output == "-" ? "standard output" : "'" + plan_.output.string() + "'";
+    if (plan_.ring.count() == 0) return screen_.say("to " + file + ", until Ctrl-C");
+    screen_.say("the last " + span_words(std::chrono::duration_cast<std::chrono::seconds>(plan_.ring)) +
+                ", at most " + byte_words(plan_.ring_bytes) + ", will be in " + file +
+                " after Ctrl-C; until then they are in '" + output_->place().string() + "'");
 }
 
 void Run::go() {

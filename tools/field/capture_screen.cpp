@@ -24,9 +24,11 @@ std::size_t columns_of_terminal(int descriptor) {
 }  // namespace
 
 std::string kept_words(const CaptureOutput::Kept& kept) {
-    const std::chrono::nanoseconds span(std::max<std::int64_t>(kept.last_ns - kept.first_ns, 0));
+    const std::int64_t span_ms = std::max<std::int64_t>(kept.last_ns - kept.first_ns, 0) / 1'000'000;
+    const std::string span = span_ms < 10'000 ? fixed(static_cast<double>(span_ms) / 1000, 1) + " s"
+                                              : span_words(std::chrono::seconds(span_ms / 1000));
     return std::to_string(kept.packets) + (kept.packets == 1 ? " packet, " : " packets, ") +
-           byte_words(kept.bytes) + ", " + span_words(std::chrono::duration_cast<std::chrono::seconds>(span));
+           byte_words(kept.bytes) + ", " + span;
 }
 
 std::string loss_words(const CaptureTotals& totals) {
