@@ -20,7 +20,7 @@ public:
     std::size_t block_size() const { return block_size_; }
     std::size_t next() const { return next_; }  // the number that is due
     bool gaps() const { return !early_.empty(); }
-    bool ended() const { return ended_; }                  // a short block is in, and all in front of it
+    bool ended() const { return ended_; }  // a short block is in, and all in front of it
     bool short_seen() const { return ended_ || short_seen_; }
     std::size_t full() const { return payload_.size() / (block_size_ == 0 ? 1 : block_size_); }
     std::size_t count() const { return full() + early_.size(); }

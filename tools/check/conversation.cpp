@@ -44,7 +44,9 @@ int open_socket() {
 }  // namespace
 
 Datagram::Datagram(Clock::time_point arrival, link::Bytes content)
-    : at(arrival), bytes(std::move(content)), packet(link::parse_packet(view_of(bytes)).value_or(link::Packet{})) {}
+    : at(arrival),
+      bytes(std::move(content)),
+      packet(link::parse_packet(view_of(bytes)).value_or(link::Packet{})) {}
 
 Conversation::Conversation(Examination& examination) : examination_(examination), socket_(open_socket()) {
     inet_pton(AF_INET, examination.options.address.c_str(), &camera_);
@@ -93,8 +95,8 @@ std::optional<Datagram> Conversation::receive() {
         link::Bytes bytes(longest_datagram);
         sockaddr_in sender{};
         socklen_t size = sizeof sender;
-        const ssize_t length = recvfrom(socket_, bytes.data(), bytes.size(), 0,
-                                        reinterpret_cast<sockaddr*>(&sender), &size);
+        const ssize_t length =
+            recvfrom(socket_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&sender), &size);
         if (length < 0) return std::nullopt;
         bytes.resize(static_cast<std::size_t>(length));
         if (from_camera(sender, bytes)) return Datagram(Clock::now(), std::move(bytes));

@@ -38,9 +38,9 @@ public:
 
     const CheckOptions options;
     Findings findings{};
-    bool heard = false;               // anything, from the camera's address
-    int silences = 0;                 // requests without an answer, one behind the other
-    bool restoring = false;           // what was changed is put back, whatever has happened
+    bool heard = false;                    // anything, from the camera's address
+    int silences = 0;                      // requests without an answer, one behind the other
+    bool restoring = false;                // what was changed is put back, whatever has happened
     std::vector<Clock::duration> waits{};  // for a packet, from what asked for it
 
 private:

@@ -10,8 +10,8 @@ namespace plendix::check {
 namespace {
 
 constexpr std::size_t picture_room = 2U * 1024 * 1024;  // bytes of the driver's buffer
-constexpr std::size_t no_size = 512;                     // stands for "no acknowledgement came"
-constexpr milliseconds repetition{100};                  // what comes again sooner was sent twice
+constexpr std::size_t no_size = 512;                    // stands for "no acknowledgement came"
+constexpr milliseconds repetition{100};                 // what comes again sooner was sent twice
 constexpr milliseconds longest_transfer{20'000};
 
 std::string text_of(const Datagram& datagram) {
@@ -157,7 +157,8 @@ private:
     /// Sooner than a camera could know that its packet was lost.
     void repeated(const Datagram& datagram, bool same) {
         if (!same) fail(Rule::answers_once, text_of(datagram), "the same bytes as before");
-        if (same && datagram.at - arrived_ < repetition) fail(Rule::answers_once, text_of(datagram), "it once");
+        if (same && datagram.at - arrived_ < repetition)
+            fail(Rule::answers_once, text_of(datagram), "it once");
     }
 
     /// A short block that is no trailer: do others follow?
@@ -209,9 +210,9 @@ private:
     }
 
     void praise() {
-        for (const Rule rule : {Rule::answers_all, Rule::answers_refused, Rule::answers_port,
-                                Rule::answers_sender, Rule::answers_packets, Rule::answers_once,
-                                Rule::blocks_acks, Rule::blocks_end})
+        for (const Rule rule :
+             {Rule::answers_all, Rule::answers_refused, Rule::answers_port, Rule::answers_sender,
+              Rule::answers_packets, Rule::answers_once, Rule::blocks_acks, Rule::blocks_end})
             findings_.pass(rule);
         if (!request_.picture) return;
         for (const Rule rule :

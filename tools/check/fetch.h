@@ -16,7 +16,7 @@ struct Request {
     std::string name;
     link::Bytes packet;
     bool picture = false;
-    bool optional = false;  // the camera may refuse it, or say nothing
+    bool optional = false;                            // the camera may refuse it, or say nothing
     std::size_t block_size = link::usual_block_size;  // that is asked for
     Rule size_rule = Rule::options_size;              // of what is granted
 };

@@ -51,9 +51,9 @@ std::optional<std::uint16_t> Interview::value(const std::string& name) {
     }
     const std::size_t size = fetched.payload.size() + fetched.last.size();
     trouble_ = "a register was answered with " + std::to_string(size) + " bytes";
-    findings().fail(Rule::registers_bytes,
-                    {"RRQ " + name, std::to_string(size) + " bytes: " + hex_text(view_of(fetched.last)),
-                     "2 bytes"});
+    findings().fail(
+        Rule::registers_bytes,
+        {"RRQ " + name, std::to_string(size) + " bytes: " + hex_text(view_of(fetched.last)), "2 bytes"});
     return std::nullopt;
 }
 

@@ -52,7 +52,8 @@ std::string hex_text(link::View bytes, std::size_t most) {
     std::string text;
     for (std::size_t i = 0; i < std::min(bytes.size, most); ++i) {
         std::array<char, 4> pair{};
-        std::snprintf(pair.data(), pair.size(), i == 0 ? "%02x" : " %02x", static_cast<unsigned>(bytes.data[i]));
+        std::snprintf(pair.data(), pair.size(), i == 0 ? "%02x" : " %02x",
+                      static_cast<unsigned>(bytes.data[i]));
         text += pair.data();
     }
     return bytes.size > most ? text + " ..." : text;

@@ -33,8 +33,8 @@ std::string request_text(const Shot& shot) {
 }
 
 std::string area_text(const link::Area& area) {
-    return '(' + std::to_string(area.x0) + ", " + std::to_string(area.y0) + ") to (" + std::to_string(area.x1) +
-           ", " + std::to_string(area.y1) + ')';
+    return '(' + std::to_string(area.x0) + ", " + std::to_string(area.y0) + ") to (" +
+           std::to_string(area.x1) + ", " + std::to_string(area.y1) + ')';
 }
 
 std::size_t content_size(const Shot& shot) {
@@ -43,7 +43,8 @@ std::size_t content_size(const Shot& shot) {
         const std::size_t end = scan_jpeg({payload.data(), payload.size()}).end;
         if (end > 0) return end;
     }
-    const auto last = std::find_if(payload.rbegin(), payload.rend(), [](std::uint8_t byte) { return byte != 0; });
+    const auto last =
+        std::find_if(payload.rbegin(), payload.rend(), [](std::uint8_t byte) { return byte != 0; });
     return static_cast<std::size_t>(payload.rend() - last);
 }
 
@@ -59,11 +60,12 @@ void Album::judge(const Shot& shot) {
     const auto behind = payload.begin() + static_cast<std::ptrdiff_t>(content);
     const auto other = std::find_if(behind, payload.end(), [](std::uint8_t byte) { return byte != 0; });
     const bool full = payload.size() - content < shot.fetched.block_size;
-    std::string came = std::to_string(payload.size() - content) + " bytes behind a picture of " +
-                       std::to_string(content);
+    std::string came =
+        std::to_string(payload.size() - content) + " bytes behind a picture of " + std::to_string(content);
     if (other != payload.end()) came += ", with " + hex_text({&*other, 1}) + " among them";
-    findings().judge(Rule::pictures_padding, other == payload.end() && full,
-                     {request_text(shot), came, "zeros, fewer than " + std::to_string(shot.fetched.block_size)});
+    findings().judge(
+        Rule::pictures_padding, other == payload.end() && full,
+        {request_text(shot), came, "zeros, fewer than " + std::to_string(shot.fetched.block_size)});
 }
 
 void Album::judge_mac(const Shot& shot) {
@@ -94,7 +96,8 @@ void Album::judge_half(Rule rule, const Shot& shot) {
 }
 
 void Album::judge_sizes(Rule rule, const Shot& fine, const Shot& coarse) {
-    if (!fine.good() || !coarse.good()) return findings().skip(rule, fine.good() ? coarse.trouble : fine.trouble);
+    if (!fine.good() || !coarse.good())
+        return findings().skip(rule, fine.good() ? coarse.trouble : fine.trouble);
     const std::size_t more = content_size(fine), less = content_size(coarse);
     const std::string sizes = std::to_string(more) + " and " + std::to_string(less) + " bytes";
     const bool followed = fine.trailer.h264 || fine.trailer.quality != coarse.trailer.quality;
@@ -118,8 +121,9 @@ void check_row(Interview& interview, const link::FileName& picture) {
         if (!fetched.whole() && !over.empty()) return interview.findings().skip(Rule::stream_row, over);
         if (!fetched.whole())
             return interview.findings().fail(
-                Rule::stream_row, {"RRQ " + request.name,
-                                   "picture " + std::to_string(i + 1) + ": " + fetched.trouble, "the picture"});
+                Rule::stream_row,
+                {"RRQ " + request.name, "picture " + std::to_string(i + 1) + ": " + fetched.trouble,
+                 "the picture"});
         longest = std::max(longest, Clock::now() - asked);
         next.key = false;
     }

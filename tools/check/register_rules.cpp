@@ -46,7 +46,9 @@ constexpr std::array<Setting, 6> settings{
      {Rule::registers_109, 109, 65535, [](std::uint16_t before) { return combined((before & 0x7FFF) ^ 1); },
       anything},
      {Rule::registers_110, 110, 0,
-      [](std::uint16_t before) { return combined((before & 0xF0FF) | ((before >> 8 & 15) == 7 ? 6 : 7) << 8); },
+      [](std::uint16_t before) {
+          return combined((before & 0xF0FF) | ((before >> 8 & 15) == 7 ? 6 : 7) << 8);
+      },
       anything},
      {Rule::registers_111, 111, 0,
       [](std::uint16_t before) { return combined((before & 0xFF00) | ((before & 0xFF) == 16 ? 19 : 16)); },
@@ -153,10 +155,11 @@ Sensor check_sensor(Interview& interview) {
     }
     Sensor sensor{{sides[0], sides[1], sides[2], sides[3]}, false};
     sensor.known = sensor.area.width() > 0 && sensor.area.height() > 0;
-    findings.judge(Rule::registers_sensor, sensor.known,
-                   {"RRQ getreg?page=3;reg=70; to 73",
-                    text_of(sides[0]) + ", " + text_of(sides[1]) + ", " + text_of(sides[2]) + ", " + text_of(sides[3]),
-                    "left, top, right and bottom, the last two greater"});
+    findings.judge(
+        Rule::registers_sensor, sensor.known,
+        {"RRQ getreg?page=3;reg=70; to 73",
+         text_of(sides[0]) + ", " + text_of(sides[1]) + ", " + text_of(sides[2]) + ", " + text_of(sides[3]),
+         "left, top, right and bottom, the last two greater"});
     return sensor;
 }
 
@@ -189,7 +192,8 @@ KeptRegister::KeptRegister(Interview& interview) : interview_(interview) {
     restored_ = std::make_unique<Restored>(interview, kept, *before);
     const auto answered = interview.write(kept, settings.back().other(*before));
     trouble_ = interview.trouble();
-    if (answered && *answered != settings.back().other(*before)) trouble_ = "111 does not hold what is written";
+    if (answered && *answered != settings.back().other(*before))
+        trouble_ = "111 does not hold what is written";
     written_ = answered.value_or(0);
 }
 

@@ -10,8 +10,8 @@ namespace {
 
 constexpr int model = 122;
 constexpr std::size_t other_size = 1024;
-constexpr milliseconds withheld{200};  // an acknowledgement; a camera that does not wait is quicker
-constexpr milliseconds abandoned{1000};
+constexpr milliseconds withheld{150};  // an acknowledgement; a camera that does not wait is quicker
+constexpr milliseconds abandoned{500};
 constexpr milliseconds prompt{100};
 constexpr const char* too_short = "the picture did not come so far";
 
@@ -41,8 +41,9 @@ void check_other_way(Interview& interview, Rule rule, const std::vector<std::vec
         const Fetched fetched = interview.ask(request);
         const std::string over = interview.examination().over();
         if (!over.empty()) return interview.findings().skip(rule, over);
-        interview.findings().judge(rule, fetched.whole() && fetched.last.size() == 2,
-                                   {"RRQ " + text, fetched.trouble, "the model, as with netascii and blksize"});
+        interview.findings().judge(
+            rule, fetched.whole() && fetched.last.size() == 2,
+            {"RRQ " + text, fetched.trouble, "the model, as with netascii and blksize"});
     }
 }
 
@@ -56,8 +57,9 @@ void check_unknown(Interview& interview, Rule rule, const std::string& name) {
     if (interview.read(model)) return interview.findings().pass(rule);
     const std::string over = interview.examination().over();
     if (!over.empty()) return interview.findings().skip(rule, over);
-    interview.findings().fail(rule, {"RRQ " + name + ", then " + link::register_name(model),
-                                     came + ", then nothing", "an ERROR, an answer or nothing, then the model"});
+    interview.findings().fail(
+        rule, {"RRQ " + name + ", then " + link::register_name(model), came + ", then nothing",
+               "an ERROR, an answer or nothing, then the model"});
 }
 
 struct Packets {
@@ -111,10 +113,9 @@ private:
         const auto end = Clock::now() + withheld;
         while (const auto datagram = conversation_.next(end)) {
             if (datagram->packet.opcode != link::Opcode::data || datagram->packet.number < early) continue;
-            interview_.findings().fail(rule, {conversation_.sent(),
-                                              packet_text({datagram->bytes.data(), datagram->bytes.size()}),
-                                              "nothing before the acknowledgement of block " +
-                                                  std::to_string(early - 1)});
+            interview_.findings().fail(
+                rule, {conversation_.sent(), packet_text({datagram->bytes.data(), datagram->bytes.size()}),
+                       "nothing before the acknowledgement of block " + std::to_string(early - 1)});
             return true;
         }
         interview_.findings().pass(rule);
@@ -131,7 +132,8 @@ private:
     const std::string name_;
 };
 
-void check_next_request(Interview& interview, Rule rule, Conversation& conversation, const std::string& sent) {
+void check_next_request(Interview& interview, Rule rule, Conversation& conversation,
+                        const std::string& sent) {
     const Request request = request_for(link::register_name(model), false, true);
     const Fetched fetched = fetch(conversation, request);
     const std::string over = interview.examination().over();
@@ -154,7 +156,8 @@ void check_other_size(Interview& interview, const link::FileName& picture) {
 }  // namespace
 
 void check_requests(Interview& interview) {
-    check_other_way(interview, Rule::requests_mode, {{"octet", "blksize", "1450"}, {"OCTET", "blksize", "1450"}});
+    check_other_way(interview, Rule::requests_mode,
+                    {{"octet", "blksize", "1450"}, {"OCTET", "blksize", "1450"}});
     check_other_way(interview, Rule::requests_options,
                     {{"netascii", "tsize", "0", "blksize", "1450"},
                      {"netascii", "blksize", "1450", "timeout", "3", "colour", "red"}});
@@ -174,7 +177,19 @@ void check_steps(Interview& interview, const link::FileName& picture) {
     Steps second(interview, picture);
     if (!second.options()) return interview.findings().skip(Rule::requests_silence, too_short);
     second.conversation().next(Clock::now() + abandoned);
-    check_next_request(interview, Rule::requests_silence, interview.open(), "nothing for a second");
+    check_next_request(interview, Rule::requests_silence, interview.open(), "nothing for half a second");
+}
+
+void check_unknown_keys(Interview& interview, const link::FileName& picture) {
+    std::string name = link::picture_name(picture);
+    name.insert(name.find('?') + 1, "colour=red;");
+    Request request = request_for(name + "zoom=3;", true, true);
+    const Fetched fetched = interview.ask(request);
+    const std::string over = interview.examination().over();
+    if (!fetched.whole() && !over.empty()) return interview.findings().skip(Rule::requests_keys, over);
+    interview.findings().judge(Rule::requests_keys,
+                               fetched.whole() && fetched.last.size() >= link::trailer_size,
+                               {"RRQ " + request.name, fetched.trouble, "the picture"});
 }
 
 void check_waits(Interview& interview) {
@@ -188,8 +203,9 @@ void check_waits(Interview& interview) {
         return number.substr(0, number.find('.') + 2) + " ms";
     };
     const std::size_t most = waits.size() * 19 / 20;
-    const std::string summary = "median " + text(waits.size() / 2) + ", 95 % " + text(most < waits.size() ? most : 0) +
-                                ", longest " + text(waits.size() - 1) + " of " + std::to_string(waits.size());
+    const std::string summary = "median " + text(waits.size() / 2) + ", 95 % " +
+                                text(most < waits.size() ? most : 0) + ", longest " + text(waits.size() - 1) +
+                                " of " + std::to_string(waits.size());
     interview.findings().judge(Rule::answers_prompt, waits[most] <= prompt,
                                {"requests and acknowledgements", summary, "95 % within 100 ms"});
     interview.findings().pass(Rule::answers_prompt, summary);

@@ -9,6 +9,7 @@ namespace plendix::check {
 void check_requests(Interview& interview);
 /// `picture` is one that the camera serves.
 void check_steps(Interview& interview, const link::FileName& picture);
+void check_unknown_keys(Interview& interview, const link::FileName& picture);
 /// At the end: how long packets were waited for.
 void check_waits(Interview& interview);
 
