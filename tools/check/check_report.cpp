@@ -1,8 +1,9 @@
 #include "check/check_report.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <nlohmann/json.hpp>
+
+#include "host/words.h"
 
 namespace plendix::check {
 namespace {
@@ -41,13 +42,8 @@ void print_evidence(std::ostream& out, const Finding& finding) {
     out << indent << "sent      " << finding.evidence.sent << '\n'
         << indent << "came      " << finding.evidence.came << '\n'
         << indent << "expected  " << finding.evidence.expected << '\n';
-    if (finding.failures > 1) out << indent << "and " << finding.failures - 1 << " times more\n";
-}
-
-std::string seconds_text(const CheckReport& report) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f s", report.took.count());
-    return text;
+    if (finding.failures == 2) out << indent << "and once more\n";
+    if (finding.failures > 2) out << indent << "and " << finding.failures - 1 << " times more\n";
 }
 
 }  // namespace
@@ -67,7 +63,8 @@ void print_report(std::ostream& out, const CheckReport& report) {
     }
     out << '\n'
         << report.findings.count(Verdict::pass) << " PASS, " << report.findings.count(Verdict::fail)
-        << " FAIL, " << report.findings.count(Verdict::skip) << " SKIP in " << seconds_text(report) << '\n';
+        << " FAIL, " << report.findings.count(Verdict::skip) << " SKIP in " << fixed(report.took.count(), 1)
+        << " s" << '\n';
 }
 
 void print_report_json(std::ostream& out, const CheckReport& report) {

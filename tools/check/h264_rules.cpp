@@ -117,13 +117,14 @@ private:
     }
 
     void judge_stream(const std::vector<Shot>& shots) {
-        PictureDecoder decoder(AV_CODEC_ID_H264);
         std::size_t predicted = 0;
         for (std::size_t i = 0; i < shots.size(); ++i) {
-            const Shot& shot = shots[i];
-            if (steps()[i].rule != Rule::count) expect_key(steps()[i].rule, shot);
-            judge_slice(shot);
-            predicted += shot.trailer.key ? 0 : 1;
+            if (steps()[i].rule != Rule::count) expect_key(steps()[i].rule, shots[i]);
+            judge_slice(shots[i]);
+            predicted += shots[i].trailer.key ? 0 : 1;
+        }
+        PictureDecoder decoder(AV_CODEC_ID_H264);
+        for (const Shot& shot : shots) {
             const std::string complaint = decoder.feed(shot.file);
             if (!complaint.empty()) return judge_decoding(shot, complaint, decoder, 0);
         }

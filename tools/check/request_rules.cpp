@@ -1,9 +1,9 @@
 #include "check/request_rules.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "check/packet_text.h"
+#include "host/words.h"
 
 namespace plendix::check {
 namespace {
@@ -197,15 +197,11 @@ void check_waits(Interview& interview) {
     if (waits.empty()) return interview.findings().skip(Rule::answers_prompt, "no packet was waited for");
     std::sort(waits.begin(), waits.end());
     const auto text = [&](std::size_t index) {
-        const double ms = std::chrono::duration<double, std::milli>(waits[index]).count();
-        const double tenths = std::round(ms * 10) / 10;
-        std::string number = std::to_string(tenths);
-        return number.substr(0, number.find('.') + 2) + " ms";
+        return fixed(std::chrono::duration<double, std::milli>(waits[index]).count(), 1) + " ms";
     };
     const std::size_t most = waits.size() * 19 / 20;
-    const std::string summary = "median " + text(waits.size() / 2) + ", 95 % " +
-                                text(most < waits.size() ? most : 0) + ", longest " + text(waits.size() - 1) +
-                                " of " + std::to_string(waits.size());
+    const std::string summary = "median " + text(waits.size() / 2) + ", 95 % " + text(most) + ", longest " +
+                                text(waits.size() - 1) + " of " + std::to_string(waits.size());
     interview.findings().judge(Rule::answers_prompt, waits[most] <= prompt,
                                {"requests and acknowledgements", summary, "95 % within 100 ms"});
     interview.findings().pass(Rule::answers_prompt, summary);

@@ -8,6 +8,15 @@
 #include "usage.h"
 
 namespace plendix {
+namespace {
+
+/// "[h264 @ 0x55732f8c7b80] " tells nobody anything.
+std::string without_prefix(const std::string& line) {
+    const std::size_t end = line.find("] ");
+    return line.rfind('[', 0) == 0 && end != std::string::npos ? line.substr(end + 2) : line;
+}
+
+}  // namespace
 
 PictureDecoder::PictureDecoder(AVCodecID codec) : decoder_(strict_decoder(codec)) {
     if (!decoder_) throw Failure("this libavcodec has no decoder for the camera's pictures");
@@ -34,7 +43,7 @@ std::string PictureDecoder::decode(const AVPacket* packet) {
         damaged = damaged || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame->decode_error_flags != 0;
         pictures_.push_back(std::move(frame));
     }
-    if (complaints_.count() > 0) return complaints_.first();
+    if (complaints_.count() > 0) return without_prefix(complaints_.first());
     if (damaged) return "a damaged picture";
     return result == AVERROR(EAGAIN) || result == AVERROR_EOF ? "" : libav_text(result);
 }

@@ -23,6 +23,7 @@ public:
 
     /// What came out so far, in order.
     const std::vector<LibavPointer<AVFrame>>& pictures() const { return pictures_; }
+    std::vector<LibavPointer<AVFrame>> take_pictures() { return std::move(pictures_); }
 
 private:
     std::string decode(const AVPacket* packet);
