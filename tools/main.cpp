@@ -15,6 +15,7 @@
 #include "live/snapshot_command.h"
 #include "live/stream_command.h"
 #include "nearest_word.h"
+#include "probe/probe_command.h"
 #include "record/config_command.h"
 #include "record/export_command.h"
 #include "record/record_command.h"
@@ -58,6 +59,7 @@ int run(int argc, char** argv) {
 
     std::function<int()> chosen;
     plendix::add_demo_command(app, chosen);
+    plendix::add_probe_command(app, chosen);
     plendix::add_record_command(app, chosen);
     plendix::add_config_command(app, chosen);
     plendix::add_search_command(app, chosen);
