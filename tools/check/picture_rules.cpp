@@ -5,6 +5,7 @@
 
 #include "check/packet_text.h"
 #include "decode/jpeg_scan.h"
+#include "link/driver_rules.h"
 
 namespace plendix::check {
 namespace {
@@ -15,9 +16,8 @@ constexpr int pictures_in_a_row = 20;
 }  // namespace
 
 link::Area whole_area(const link::Area& sensor) {
-    const int width = sensor.width() / step_across * step_across;
-    const int height = sensor.height() / step_down * step_down;
-    return {sensor.x0, sensor.y0, sensor.x0 + width, sensor.y0 + height};
+    const PictureSize size = largest_picture({sensor.width(), sensor.height()});
+    return {sensor.x0, sensor.y0, sensor.x0 + size.width, sensor.y0 + size.height};
 }
 
 link::Area part_of(const link::Area& whole) {

@@ -2,11 +2,12 @@
 
 #include <array>
 
+#include "link/driver_rules.h"
+
 namespace plendix::check {
 namespace {
 
-constexpr int model = 122, firmware = 123, setup = 79, io = 25, kept = 111;
-constexpr int last_supported_model = 5, first_supported_firmware = 61705;
+constexpr int setup = 79, kept = 111;
 constexpr std::uint16_t setup_value = 12308, io_sample = 48, io_low = 16, io_high = 32;
 
 std::string reading(int number) {
@@ -27,7 +28,6 @@ std::uint16_t combined(int value) {
 struct Setting {
     Rule rule;
     int number;
-    std::uint16_t unread;
     std::uint16_t (*other)(std::uint16_t before);
     bool (*at_rest)(std::uint16_t value);
 };
@@ -37,20 +37,20 @@ bool anything(std::uint16_t) {
 }
 
 constexpr std::array<Setting, 6> settings{
-    {{Rule::registers_2, 2, 0, [](std::uint16_t before) { return combined(before == 99 ? 97 : 99); },
+    {{Rule::registers_2, 2, [](std::uint16_t before) { return combined(before == 99 ? 97 : 99); },
       [](std::uint16_t value) { return value % 2 == 1 && value < 200; }},
-     {Rule::registers_15, 15, 65535, [](std::uint16_t before) { return combined(before == 3 ? 2 : 3); },
+     {Rule::registers_15, 15, [](std::uint16_t before) { return combined(before == 3 ? 2 : 3); },
       [](std::uint16_t value) { return value <= 6; }},
-     {Rule::registers_16, 16, 65535, [](std::uint16_t before) { return combined(before == 2 ? 1 : 2); },
+     {Rule::registers_16, 16, [](std::uint16_t before) { return combined(before == 2 ? 1 : 2); },
       [](std::uint16_t value) { return value <= 4; }},
-     {Rule::registers_109, 109, 65535, [](std::uint16_t before) { return combined((before & 0x7FFF) ^ 1); },
+     {Rule::registers_109, 109, [](std::uint16_t before) { return combined((before & 0x7FFF) ^ 1); },
       anything},
-     {Rule::registers_110, 110, 0,
+     {Rule::registers_110, 110,
       [](std::uint16_t before) {
           return combined((before & 0xF0FF) | ((before >> 8 & 15) == 7 ? 6 : 7) << 8);
       },
       anything},
-     {Rule::registers_111, 111, 0,
+     {Rule::registers_111, 111,
       [](std::uint16_t before) { return combined((before & 0xFF00) | ((before & 0xFF) == 16 ? 19 : 16)); },
       anything}}};
 
@@ -58,7 +58,7 @@ void check_setting(Interview& interview, const Setting& setting) {
     Findings& findings = interview.findings();
     const auto before = interview.read(setting.number);
     if (!before) return findings.skip(setting.rule, interview.trouble());
-    findings.judge(Rule::registers_unread, *before != setting.unread,
+    findings.judge(Rule::registers_unread, before != unread_value(setting.number),
                    {reading(setting.number), text_of(before), "another value"});
     const std::uint16_t wanted = setting.other(*before);
     Restored restored(interview, setting.number, *before);
@@ -79,24 +79,25 @@ void check_setting(Interview& interview, const Setting& setting) {
 
 /// Of registers that are answered with a value at all.
 bool check_level(Interview& interview, Rule rule, const std::string& sent) {
-    const auto answered = interview.write(io, io_sample);
-    const auto level = answered ? interview.read(io) : std::nullopt;
+    const auto answered = interview.write(register_io, io_sample);
+    const auto level = answered ? interview.read(register_io) : std::nullopt;
     if (!level) {
         interview.findings().skip(rule, interview.trouble());
         return false;
     }
     const std::string behind = sent.empty() ? "" : sent + ", then ";
     interview.findings().judge(rule, *answered == io_sample,
-                               {behind + writing(io, io_sample), text_of(answered), "48"});
-    interview.findings().judge(rule, *level <= 1,
-                               {behind + writing(io, io_sample) + ", then read", text_of(level), "0 or 1"});
+                               {behind + writing(register_io, io_sample), text_of(answered), "48"});
+    interview.findings().judge(
+        rule, *level <= 1,
+        {behind + writing(register_io, io_sample) + ", then read", text_of(level), "0 or 1"});
     return true;
 }
 
 void check_relay(Interview& interview, bool high_before) {
     std::string sent;
     for (const std::uint16_t level : {high_before ? io_low : io_high, high_before ? io_high : io_low}) {
-        if (!interview.write(io, level))
+        if (!interview.write(register_io, level))
             return interview.findings().skip(Rule::registers_relay, interview.trouble());
         sent += (sent.empty() ? "" : ", then ") + std::to_string(level);
     }
@@ -127,18 +128,18 @@ Restored::~Restored() {
 Identity check_identity(Interview& interview) {
     Findings& findings = interview.findings();
     Identity identity;
-    identity.model = interview.read(model);
+    identity.model = interview.read(register_model);
     if (!identity.model) findings.skip(Rule::registers_model, interview.trouble());
-    identity.firmware = interview.read(firmware);
+    identity.firmware = interview.read(register_firmware);
     if (!identity.firmware) findings.skip(Rule::registers_firmware, interview.trouble());
     if (identity.model) {
-        const bool supported = *identity.model > 0 && *identity.model % 100 <= last_supported_model;
+        const bool supported = *identity.model > 0 && driver_takes_model(*identity.model);
         findings.judge(Rule::registers_model, supported,
-                       {reading(model), text_of(identity.model), "100 to 105, or another such"});
+                       {reading(register_model), text_of(identity.model), "100 to 105, or another such"});
     }
     if (identity.firmware)
-        findings.judge(Rule::registers_firmware, *identity.firmware >= first_supported_firmware,
-                       {reading(firmware), text_of(identity.firmware), "61705 or more"});
+        findings.judge(Rule::registers_firmware, driver_takes_firmware(*identity.firmware),
+                       {reading(register_firmware), text_of(identity.firmware), "61705 or more"});
     return identity;
 }
 
@@ -146,12 +147,13 @@ Sensor check_sensor(Interview& interview) {
     Findings& findings = interview.findings();
     std::array<std::uint16_t, 4> sides{};
     for (int i = 0; i < 4; ++i) {
-        const auto value = interview.read(70 + i);
+        const int number = register_left + i;
+        const auto value = interview.read(number);
         if (!value) findings.skip(Rule::registers_sensor, interview.trouble());
         if (!value) return {};
         sides.at(static_cast<std::size_t>(i)) = *value;
-        findings.judge(Rule::registers_unread, *value != (i < 2 ? 65535 : 0),
-                       {reading(70 + i), text_of(value), "another value"});
+        findings.judge(Rule::registers_unread, value != unread_value(number),
+                       {reading(number), text_of(value), "another value"});
     }
     Sensor sensor{{sides[0], sides[1], sides[2], sides[3]}, false};
     sensor.known = sensor.area.width() > 0 && sensor.area.height() > 0;
@@ -177,7 +179,7 @@ void check_settings(Interview& interview) {
 
 void check_trigger(Interview& interview) {
     Findings& findings = interview.findings();
-    const auto before = interview.read(io);
+    const auto before = interview.read(register_io);
     if (!before) return findings.skip(Rule::registers_trigger, interview.trouble());
     check_level(interview, Rule::registers_trigger, {});
     if (!interview.examination().options.relay)

@@ -4,11 +4,11 @@
 
 #include "check/packet_text.h"
 #include "host/words.h"
+#include "link/driver_rules.h"
 
 namespace plendix::check {
 namespace {
 
-constexpr int model = 122;
 constexpr std::size_t other_size = 1024;
 constexpr milliseconds withheld{150};  // an acknowledgement; a camera that does not wait is quicker
 constexpr milliseconds abandoned{500};
@@ -30,7 +30,7 @@ link::Bytes request_of(const std::string& name, const std::vector<std::string>& 
 
 /// The model, asked for in another way, as the camera told it before.
 void check_other_way(Interview& interview, Rule rule, const std::vector<std::vector<std::string>>& ways) {
-    const std::string name = link::register_name(model);
+    const std::string name = link::register_name(register_model);
     for (const auto& words : ways) {
         std::string text = name;
         for (const std::string& word : words)
@@ -54,11 +54,11 @@ void check_unknown(Interview& interview, Rule rule, const std::string& name) {
     conversation.request(request.packet, name);
     const auto answer = conversation.next(Clock::now() + withheld);
     const std::string came = answer ? packet_text({answer->bytes.data(), answer->bytes.size()}) : "nothing";
-    if (interview.read(model)) return interview.findings().pass(rule);
+    if (interview.read(register_model)) return interview.findings().pass(rule);
     const std::string over = interview.examination().over();
     if (!over.empty()) return interview.findings().skip(rule, over);
     interview.findings().fail(
-        rule, {"RRQ " + name + ", then " + link::register_name(model), came + ", then nothing",
+        rule, {"RRQ " + name + ", then " + link::register_name(register_model), came + ", then nothing",
                "an ERROR, an answer or nothing, then the model"});
 }
 
@@ -134,7 +134,7 @@ private:
 
 void check_next_request(Interview& interview, Rule rule, Conversation& conversation,
                         const std::string& sent) {
-    const Request request = request_for(link::register_name(model), false, true);
+    const Request request = request_for(link::register_name(register_model), false, true);
     const Fetched fetched = fetch(conversation, request);
     const std::string over = interview.examination().over();
     if (!fetched.whole() && !over.empty()) return interview.findings().skip(rule, over);
