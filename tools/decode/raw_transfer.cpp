@@ -11,7 +11,8 @@ namespace plendix {
 namespace {
 
 constexpr std::array<std::size_t, 6> usual_sizes{link::usual_block_size, 512, 1024, 1428, 4096, 8192};
-constexpr std::size_t longest_trailer = 256;  // bytes; nobody sends more than some 100
+constexpr std::size_t longest_trailer = 256;  // bytes
+constexpr std::size_t usual_trailer = 100;    // bytes at most
 
 std::string bytes_text(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
@@ -51,6 +52,13 @@ RawTransfer divided(const link::Bytes& file, std::size_t trailer_size) {
     return transfer;
 }
 
+/// A guess needs more than that nothing speaks against it.
+bool convincing(const RawTransfer& transfer, std::size_t trailer_size) {
+    const link::Trailer& trailer = transfer.trailer;
+    return transfer.trouble.empty() && trailer_size <= usual_trailer && trailer.width() > 0 &&
+           trailer.height() > 0 && trailer.mac != decltype(trailer.mac){};
+}
+
 bool begins_with(const link::Bytes& file, std::initializer_list<std::uint8_t> bytes) {
     return file.size() >= bytes.size() && std::equal(bytes.begin(), bytes.end(), file.begin());
 }
@@ -83,16 +91,15 @@ RawTransfer read_raw_transfer(const link::Bytes& file, const RawHints& hints) {
     const std::size_t first = hints.block_size.value_or(usual_sizes.front());
     transfer = divided(file, file.size() % first);
     if (transfer.trouble.empty()) return transfer;
-    if (!hints.block_size) {
-        for (const std::size_t size : usual_sizes) {
-            RawTransfer other = divided(file, file.size() % size);
-            if (other.trouble.empty()) return other;
-        }
-        if (hints.codec != link::Kind::other) {
-            const bool h264 = hints.codec == link::Kind::h264;
-            RawTransfer other = divided(file, h264 ? link::h264_trailer_size : link::trailer_size);
-            if (other.trouble.empty()) return other;
-        }
+    std::vector<std::size_t> guesses;
+    if (!hints.block_size)
+        for (const std::size_t size : usual_sizes)
+            guesses.push_back(file.size() % size);
+    if (hints.codec != link::Kind::other)
+        guesses.push_back(hints.codec == link::Kind::h264 ? link::h264_trailer_size : link::trailer_size);
+    for (const std::size_t trailer_size : guesses) {
+        RawTransfer guess = divided(file, trailer_size);
+        if (convincing(guess, trailer_size)) return guess;
     }
     transfer.trouble += advice(first);
     return transfer;

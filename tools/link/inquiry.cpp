@@ -53,7 +53,7 @@ void Inquiry::judge(Time now) {
     const bool odd = exchange_.odd().kind != Oddity::none;
     if (!odd || (exchange_.granted() && !exchange_.broken()))
         return;  // what is odd came in front of the answer
-    if (exchange_.broken() || !verdict_) {
+    if (!broken_ && (exchange_.broken() || !verdict_)) {
         odd_ = exchange_.odd();
         verdict_ = now + grace;
     }

@@ -10,14 +10,17 @@
 #include <string>
 #include <vector>
 
+#include "link/file_name.h"
 #include "link/inquiry.h"
-#include "link/picture.h"
 #include "probe/finding.h"
 
 namespace plendix {
+namespace link {
+struct Trailer;
+}
 
 struct ProbeWish {
-    std::chrono::milliseconds timeout{2000};  // for a first answer, and for each packet of a picture
+    std::chrono::milliseconds timeout{4000};  // for a first answer, and for each packet of a picture
     int reads = 100;                          // for the loss
     bool write = false;                       // register 25, so that it samples the input
 };
@@ -66,6 +69,7 @@ private:
     void judge_trailer(const link::Trailer& trailer, bool asked_h264);
     void explain_missing_picture(const Question& question);
     void learn_reading(Time now);
+    void judge_sensor();
     void plan_rest();
     void finish();
     std::optional<std::uint16_t> answer() const;

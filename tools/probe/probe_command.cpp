@@ -32,7 +32,7 @@ constexpr milliseconds progress_period{500};
 
 struct ProbeOptions {
     std::vector<std::string> words;
-    std::string timeout = "2s";
+    std::string timeout = "4s";
     ProbeWish wish;
     bool json = false;
     bool all = false;

@@ -101,11 +101,6 @@ void print_cameras(std::ostream& out, std::vector<Line> lines) {
     }
 }
 
-void print_wrapped(std::ostream& out, const std::string& address, const std::string& words) {
-    for (const std::string& line : wrapped(address + "  " + words, widest_line, address.size() + 2))
-        out << line << '\n';
-}
-
 class Table {
 public:
     explicit Table(const ProbeResult& result) : result_(result) {
@@ -115,8 +110,7 @@ public:
 
     void print(std::ostream& out) const {
         if (!cameras_.empty()) print_cameras(out, cameras_);
-        for (const auto& [address, words] : others_)
-            print_wrapped(out, address, words);
+        print_others(out);
         print_counts(out);
     }
 
@@ -133,6 +127,16 @@ private:
         }
         for (const std::string& remark : finding.remarks)
             others_.emplace_back(name, remark);
+    }
+
+    void print_others(std::ostream& out) const {
+        std::size_t width = 0;
+        for (const auto& [address, words] : others_)
+            width = std::max(width, address.size() + 2);
+        for (const auto& [address, words] : others_)
+            for (const auto& line :
+                 wrapped(address + std::string(width - address.size(), ' ') + words, widest_line, width))
+                out << line << '\n';
     }
 
     void print_counts(std::ostream& out) const {
