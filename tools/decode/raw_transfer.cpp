@@ -52,11 +52,15 @@ RawTransfer divided(const link::Bytes& file, std::size_t trailer_size) {
     return transfer;
 }
 
-/// A guess needs more than that nothing speaks against it.
+/// A guess needs more than that nothing speaks against it: 93 bytes from the middle of a picture may look
+/// like a trailer.
 bool convincing(const RawTransfer& transfer, std::size_t trailer_size) {
+    constexpr int macroblock = 16;
     const link::Trailer& trailer = transfer.trailer;
-    return transfer.trouble.empty() && trailer_size <= usual_trailer && trailer.width() > 0 &&
-           trailer.height() > 0 && trailer.mac != decltype(trailer.mac){};
+    const int unit = trailer.h264 ? macroblock : 1;
+    return transfer.trouble.empty() && trailer_size <= usual_trailer && transfer.payload.back() == 0 &&
+           trailer.width() > 0 && trailer.width() % unit == 0 && trailer.height() > 0 &&
+           trailer.height() % unit == 0 && trailer.mac != decltype(trailer.mac){};
 }
 
 bool begins_with(const link::Bytes& file, std::initializer_list<std::uint8_t> bytes) {
