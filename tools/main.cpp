@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "camera/camera_command.h"
+#include "decode/decode_command.h"
 #include "demo/demo_command.h"
 #include "field/capture_command.h"
 #include "host/process_state.h"
@@ -67,6 +68,7 @@ int run(int argc, char** argv) {
     plendix::add_snapshot_command(app, chosen);
     plendix::add_stream_command(app, chosen);
     plendix::add_capture_command(app, chosen);
+    plendix::add_decode_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {

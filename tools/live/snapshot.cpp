@@ -10,12 +10,12 @@
 #include "host/jpeg_check.h"
 #include "host/lossy_output.h"
 #include "host/signals.h"
+#include "host/still_file.h"
 #include "host/still_image.h"
 #include "host/words.h"
 #include "live/camera_tale.h"
 #include "live/live_camera.h"
 #include "live/outlet.h"
-#include "live/still_file.h"
 #include "usage.h"
 
 namespace plendix {

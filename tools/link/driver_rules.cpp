@@ -1,4 +1,4 @@
-#include "probe/driver_rules.h"
+#include "link/driver_rules.h"
 
 #include <algorithm>
 #include <limits>
