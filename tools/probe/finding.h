@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "link/exchange.h"
-#include "probe/driver_rules.h"
+#include "link/driver_rules.h"
 
 namespace plendix {
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "check/check_run.h"
 #include "host/command_values.h"
 #include "host/signals.h"
 #include "probe/addresses.h"
@@ -35,6 +36,8 @@ struct ProbeOptions {
     ProbeWish wish;
     bool json = false;
     bool all = false;
+    bool check = false;
+    bool relay = false;
 };
 
 ProbeWish wish_of(const ProbeOptions& options) {
@@ -111,6 +114,17 @@ int probe(const ProbeOptions& options) {
     return all_found(asked, result) ? exit_done : exit_failed;
 }
 
+int check(const ProbeOptions& options) {
+    if (options.words.size() != 1)
+        throw UsageError("--check takes one address, not " + std::to_string(options.words.size()));
+    CheckWish wish;
+    wish.address = parse_address(options.words.front());
+    wish.patience = wish_of(options).timeout;
+    wish.relay = options.relay;
+    wish.json = options.json;
+    return check_camera(wish);
+}
+
 }  // namespace
 
 void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
@@ -129,6 +143,7 @@ void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix probe 192.168.1.0/24                 or 192.168.1.20-192.168.1.40; a /16 at most\n"
         "  plendix probe 192.168.1.20 --reads 1000      the loss more exactly\n"
         "  plendix probe 192.168.1.0/24 --json\n"
+        "  plendix probe --check 192.168.1.20           whether it keeps the rules of the camera protocol\n"
         "In a range, addresses without anybody are counted. A camera at which no whole picture comes has no\n"
         "MAC address here. Exit codes: 0 each address is a camera that the driver takes, and each range has\n"
         "one; 1 not so; 2 wrong usage.");
@@ -147,7 +162,16 @@ void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
                       "trigger input");
     command->add_flag("--all", options->all, "list the addresses without anybody, too");
     command->add_flag("--json", options->json, "one JSON object");
-    command->callback([options, &chosen] { chosen = [options] { return probe(*options); }; });
+    auto* check_flag = command->add_flag(
+        "--check", options->check,
+        "put the rules of the camera protocol to one camera, for those who build cameras: PASS, FAIL or SKIP "
+        "for each. It writes registers, restores them, and takes pictures; exit code 1 is a FAIL");
+    command->add_flag("--relay", options->relay, "with --check: switch the relay, too")->needs(check_flag);
+    for (const char* other : {"--reads", "--write", "--all"})
+        command->get_option(other)->excludes(check_flag);
+    command->callback([options, &chosen] {
+        chosen = [options] { return options->check ? check(*options) : probe(*options); };
+    });
 }
 
 }  // namespace plendix
