@@ -17,6 +17,14 @@ link::View payload_of(const Datagram& datagram) {
     return {datagram.payload, datagram.size};
 }
 
+/// A compressed picture has no such ending, but the zeros that fill its last block.
+bool ends_in_zeros(const Datagram& datagram) {
+    constexpr std::size_t enough = 4;
+    if (datagram.size != datagram.original_size || datagram.size < enough) return false;
+    const std::uint8_t* const end = datagram.payload + datagram.size;
+    return std::all_of(end - enough, end, [](std::uint8_t byte) { return byte == 0; });
+}
+
 /// 0 where a clock was set back. A file may tell any times.
 std::uint64_t elapsed_ns(std::int64_t since, std::int64_t now) {
     return now <= since ? 0 : static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(since);
@@ -33,14 +41,14 @@ void TransferReader::add(const Datagram& datagram) {
         if (request) return begin(datagram, *request);
     }
     if (const auto found = open_.find(datagram.from); found != open_.end())
-        return append(found->second, datagram, Step::From::client, datagram.to.port);
+        return append(found->second, datagram, Step::From::client);
     const auto found = open_.find(datagram.to);
     if (found == open_.end()) {
         ++unassigned_;
         return;
     }
     const bool camera = datagram.from.address == found->second.camera;
-    append(found->second, datagram, camera ? Step::From::camera : Step::From::stranger, datagram.from.port);
+    append(found->second, datagram, camera ? Step::From::camera : Step::From::stranger);
 }
 
 void TransferReader::begin(const Datagram& datagram, const link::ReadRequest& request) {
@@ -51,16 +59,18 @@ void TransferReader::begin(const Datagram& datagram, const link::ReadRequest& re
     transfer.client = datagram.from;
     transfer.request = request.name;
     transfer.name = link::parse_file_name(request.name);
-    append(transfer, datagram, Step::From::client, datagram.to.port);
+    append(transfer, datagram, Step::From::client);
 }
 
-void TransferReader::append(Transfer& transfer, const Datagram& datagram, Step::From from,
-                            std::uint16_t port) const {
+void TransferReader::append(Transfer& transfer, const Datagram& datagram, Step::From from) const {
     if (transfer.steps.size() >= most_steps) return;
+    const Endpoint& other = from == Step::From::client ? datagram.to : datagram.from;
     Step& step = transfer.steps.emplace_back();
     step.time_ns = datagram.time_ns;
     step.from = from;
-    step.port = port;
+    step.address = other.address;
+    step.port = other.port;
+    step.zeros = ends_in_zeros(datagram);
     step.ip_id = datagram.ip_id;
     step.size = datagram.original_size;
     const std::size_t kept = std::min(datagram.size, kept_bytes_);
