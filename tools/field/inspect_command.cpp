@@ -11,6 +11,7 @@
 #include "field/capture_file.h"
 #include "field/inspect_report.h"
 #include "field/inspector.h"
+#include "field/second_sight.h"
 #include "host/command_values.h"
 #include "host/plain_text.h"
 #include "usage.h"
@@ -50,13 +51,15 @@ std::optional<std::uint32_t> camera_of(const InspectOptions& options) {
 Findings look_through(CaptureReader& reader, const InspectOptions& options) {
     const Span span = span_of(options);
     Inspector inspector(camera_of(options));
+    SecondSight sight;
     CapturedPacket packet;
     std::optional<std::int64_t> begin;
     while (reader.next(packet)) {
         if (!begin) begin = packet.time_ns;
         const std::int64_t offset = nanoseconds_between(*begin, packet.time_ns);
         if (offset < span.from || offset >= span.to) continue;
-        if (const auto datagram = datagram_of(packet)) inspector.add(*datagram, packet.comment);
+        const auto datagram = datagram_of(packet);
+        if (datagram && !sight.seen(packet, *datagram)) inspector.add(*datagram, packet.comment);
     }
     return inspector.finish();
 }
