@@ -248,10 +248,10 @@ TEST(CaptureRing, KeepsTheLastMinutesWithinItsBoundAndIsReadByOthers) {
     EXPECT_FALSE(kept.short_of_room || fs::exists("time.ring"));
     EXPECT_LT(fill("bytes", 3000).bytes, 3000U);
     EXPECT_THROW(CaptureRing("time", {}, {60s, 1U << 30U}), Failure);
-    // Either precision; "-w -" because it gives up rights before it makes files.
-    for (const auto& [words, rest] : {std::pair{"tcpdump -r time -w - >again 2>log", 0},
-                                      {"tcpdump --nano -r time -w - >again 2>log", 5}}) {
-        ASSERT_EQ(std::system(words), 0);
+    // tcpdump gives up root's rights, which is not possible where there are no other users.
+    for (const auto& [precision, rest] : {std::pair{"--micro", 0}, {"--nano", 5}}) {
+        const std::string words = std::string("tcpdump ") + precision + " -r time -w - >again 2>log";
+        ASSERT_EQ(std::system((words + " || unshare -U --map-user=1 " + words).c_str()), 0);
         const auto again = packets_of("again");
         ASSERT_EQ(again.size(), packets.size());
         for (std::size_t i = 0; i < again.size(); ++i)
