@@ -123,12 +123,10 @@ private:
     /// A camera that waits for each acknowledgement has got those behind which it went on: the capture
     /// missed them.
     void believe_the_camera() {
-        if (flow_.ahead) return;
-        for (const auto& [number, block] : flow_.blocks) {
-            const auto next = static_cast<std::uint16_t>(number + 1);
-            const bool went_on = flow_.blocks.count(next) != 0 || (over() && flow_.end_number == next);
-            if (went_on && flow_.acknowledged.insert(number).second) ++flow_.unseen_acknowledgements;
-        }
+        if (flow_.ahead || flow_.acknowledged.empty()) return;
+        const std::uint16_t last = *flow_.acknowledged.rbegin();
+        for (const auto& [number, block] : flow_.blocks)
+            if (number < last && flow_.acknowledged.insert(number).second) ++flow_.unseen_acknowledgements;
     }
 
     Flow flow_;

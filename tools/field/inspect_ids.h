@@ -1,5 +1,6 @@
-// What the identification numbers of a camera's IP packets (RFC 791) tell: many cameras count them up, so
-// a gap is a datagram that was sent and did not come, and no gap is none that was sent. One thread.
+// What the identification numbers of a camera's IP packets (RFC 791) tell: simple network stacks count
+// them up, so a gap is a datagram that was sent and did not come, and no gap is none that was sent. Packets
+// that must not be fragmented are left out: their numbers may be anything (RFC 6864). One thread.
 #pragma once
 
 #include <cstdint>

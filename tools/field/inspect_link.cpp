@@ -96,17 +96,17 @@ void Link::count(const Transfer& transfer, const Verdict& verdict) {
 
 void Link::note_connection(const Transfer& transfer, const Verdict& verdict) {
     const auto found =
-        std::find_if(connections_.rbegin(), connections_.rend(),
+        std::find_if(connections_.begin(), connections_.end(),
                      [&](const Connection& connection) { return connection.port == transfer.client.port; });
-    if (found == connections_.rend()) {
-        if (!connections_.empty() && transfer.name.number == model_register) {
-            Incident again = incident(transfer.begin_ns(), Kind::reconnected);
-            again.block = transfer.client.port;
-            again.last = connections_.back().port;
-            capture_.incidents.add(std::move(again));
-        }
-        connections_.push_back(
-            {transfer.client.port, transfer.begin_ns(), verdict.end_ns, verdict.timing.answer});
+    if (found == connections_.end()) {
+        const auto later = [](std::int64_t begin_ns, const Connection& other) {
+            return begin_ns < other.begin_ns;
+        };
+        const auto place =
+            std::upper_bound(connections_.begin(), connections_.end(), transfer.begin_ns(), later);
+        const bool identified = transfer.name.number == model_register;
+        connections_.insert(place, {transfer.client.port, transfer.begin_ns(), verdict.end_ns,
+                                    verdict.timing.answer, identified});
         if (connections_.size() > most_connections) connections_.pop_front();
         return;
     }
@@ -114,9 +114,24 @@ void Link::note_connection(const Transfer& transfer, const Verdict& verdict) {
     connection.last_ns = verdict.end_ns;
     if (transfer.name.picture()) connection.pictures = true;
     const bool again = writes_settings(transfer.name) && counts_.whole > 0 && !connection.pictures;
-    if (!again || connection.restarted || &connection == &connections_.front()) return;
+    if (!again || connection.restarted || found == connections_.begin()) return;
     connection.restarted = true;
     capture_.incidents.add(incident(transfer.begin_ns(), Kind::restarted));
+}
+
+/// Once all those before are known.
+void Link::tell_connections(std::int64_t now_ns, bool end) {
+    for (std::size_t i = 0; i < connections_.size(); ++i) {
+        Connection& connection = connections_[i];
+        if (connection.told) continue;
+        if (!end && nanoseconds_between(connection.begin_ns, now_ns) <= settled_ns) return;
+        connection.told = true;
+        if (i == 0 || !connection.identified) continue;
+        Incident again = incident(connection.begin_ns, Kind::reconnected);
+        again.block = connection.port;
+        again.last = connections_[i - 1].port;
+        capture_.incidents.add(std::move(again));
+    }
 }
 
 void Link::note_oddities(const Transfer& transfer, const Verdict& verdict) {
@@ -229,6 +244,14 @@ void Link::decide(const Open& open, std::int64_t now_ns, const IdLedger& ids) {
     lose(std::move(lost), open.picture);
 }
 
+/// Whoever asked next may have been somebody else on the same machine.
+bool Link::restarted_after(const Open& open) const {
+    return std::any_of(connections_.begin(), connections_.end(), [&](const Connection& connection) {
+        const std::int64_t after = nanoseconds_between(open.since_ns, connection.begin_ns);
+        return connection.restarted && after > 0 && after < patience_ns + patience_ns / 2;
+    });
+}
+
 /// The client waited, and then asked from another port.
 void Link::decide_alive(const Open& open, const Connection& next, const IdLedger& ids, Incident lost) {
     lost.why = open.why;
@@ -239,7 +262,7 @@ void Link::decide_alive(const Open& open, const Connection& next, const IdLedger
         return lose(std::move(lost), open.picture);
     }
     const bool prompt = next.answer_ns >= 0 && next.answer_ns <= prompt_ns;
-    if (!prompt || next.restarted) {
+    if (!prompt || restarted_after(open)) {
         lost.cause = Loss::stalled;
         lost.why = prompt ? Why::restarted : Why::no_next_answer;
         return lose(std::move(lost), open.picture);

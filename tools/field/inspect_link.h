@@ -66,7 +66,7 @@ private:
         std::uint16_t port = 0;
         std::int64_t begin_ns = 0, last_ns = 0;
         std::int64_t answer_ns = -1;  // how long that took; -1: nothing came
-        bool pictures = false, restarted = false;
+        bool identified = false, pictures = false, restarted = false, told = false;
     };
     /// A transfer that was silent from some moment on.
     struct Open {
@@ -86,6 +86,8 @@ private:
     void lose(Incident incident, bool picture);
     void decide(const Open& open, std::int64_t now_ns, const IdLedger& ids);
     void decide_alive(const Open& open, const Connection& next, const IdLedger& ids, Incident incident);
+    void tell_connections(std::int64_t now_ns, bool end);
+    bool restarted_after(const Open& open) const;
     const Connection* next_connection(const Open& open) const;
     bool dropped_by_kernel(std::uint16_t port, std::int64_t since_ns, std::int64_t until_ns) const;
     Incident incident(std::int64_t time_ns, Incident::Kind kind) const;
@@ -93,7 +95,7 @@ private:
     const std::uint32_t camera_, client_;
     CaptureState& capture_;
     LinkCounts counts_;
-    std::deque<Connection> connections_;  // in order of their first requests
+    std::deque<Connection> connections_;  // in order of their first requests, which are not known in order
     std::deque<Open> open_;
     std::optional<Incident> held_;  // a loss that the client's next request confirms, or not
     std::uint16_t held_port_ = 0;

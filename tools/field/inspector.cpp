@@ -34,7 +34,8 @@ void Inspector::add(const Datagram& datagram, const std::string& comment) {
         if (datagram.size < datagram.original_size) ++findings_.cut_requests;
     }
     const auto camera = cameras_.find(datagram.from.address);
-    if (camera != cameras_.end()) camera->second.ids.add(datagram.ip_id, datagram.time_ns);
+    if (camera != cameras_.end() && !datagram.atomic)
+        camera->second.ids.add(datagram.ip_id, datagram.time_ns);
     reader_.add(datagram);
     take_transfers();
 }
