@@ -87,7 +87,7 @@ def run_alone(chosen):
         for fault in words[1].split(",") if words[0] == "--faults" else ():
             file.write(f"{chosen.seconds - 13}s * {fault.split('=')[0]} 0%\n")
     fleet = subprocess.Popen(
-        [chosen.command, "camera", "--count", str(cameras), "--sensor", "1600x1200" if late else "320x240", "--model", "100" if late else "100,105", "--json",
+        [chosen.command, "camera", "--count", str(cameras), "--sensor", "2560x1920" if late else "320x240", "--model", "100" if late else "100,105", "--json",
          "--duration", str(chosen.seconds + 2), "--scenario", f"{folder}/scenario"] + words, stdout=open(f"{folder}/cameras.json", "w"), stderr=log)
     time.sleep(0.5)
     recorder = subprocess.Popen(

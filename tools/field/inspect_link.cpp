@@ -113,7 +113,7 @@ void Link::note_connection(const Transfer& transfer, const Verdict& verdict) {
     Connection& connection = *found;
     connection.last_ns = verdict.end_ns;
     if (transfer.name.picture()) connection.pictures = true;
-    const bool again = writes_settings(transfer.name) && counts_.whole > 0 && !connection.pictures;
+    const bool again = writes_settings(transfer.name) && counts_.pictures > 0 && !connection.pictures;
     if (!again || connection.restarted || found == connections_.begin()) return;
     connection.restarted = true;
     capture_.incidents.add(incident(transfer.begin_ns(), Kind::restarted));
@@ -244,12 +244,14 @@ void Link::decide(const Open& open, std::int64_t now_ns, const IdLedger& ids) {
     lose(std::move(lost), open.picture);
 }
 
-/// Whoever asked next may have been somebody else on the same machine.
+/// Whoever asked next may have been somebody else on the same machine, or was interrupted before the
+/// registers were gone through.
 bool Link::restarted_after(const Open& open) const {
-    return std::any_of(connections_.begin(), connections_.end(), [&](const Connection& connection) {
-        const std::int64_t after = nanoseconds_between(open.since_ns, connection.begin_ns);
-        return connection.restarted && after > 0 && after < patience_ns + patience_ns / 2;
-    });
+    const auto through =
+        std::find_if(connections_.begin(), connections_.end(), [&](const Connection& connection) {
+            return connection.begin_ns > open.since_ns && (connection.restarted || connection.pictures);
+        });
+    return through != connections_.end() && through->restarted;
 }
 
 /// The client waited, and then asked from another port.

@@ -7,8 +7,9 @@ namespace plendix {
 namespace {
 
 constexpr std::uint64_t second_ns = 1'000'000'000;
-// A driver gives a transfer up after ten seconds of silence, and goes on from another port.
-constexpr std::uint64_t longest_silence_ns = 30 * second_ns;
+// A driver gives a transfer up after ten seconds of silence, and goes on from another port. The system may
+// give the one that it had to somebody else then.
+constexpr std::uint64_t patience_ns = 10 * second_ns, longest_silence_ns = 3 * patience_ns;
 // Of one transfer: a camera that never ends it is cut here. A picture has at most some 1,450 blocks.
 constexpr std::size_t most_steps = 20'000;
 constexpr std::size_t most_clients = 4096;
@@ -52,7 +53,8 @@ void TransferReader::add(const Datagram& datagram) {
 }
 
 void TransferReader::begin(const Datagram& datagram, const link::ReadRequest& request) {
-    if (const auto found = open_.find(datagram.from); found != open_.end()) end(found, true);
+    if (const auto found = open_.find(datagram.from); found != open_.end())
+        end(found, elapsed_ns(found->second.steps.back().time_ns, datagram.time_ns) <= patience_ns);
     if (open_.size() >= most_clients) finish();
     Transfer& transfer = open_[datagram.from];
     transfer.camera = datagram.to.address;

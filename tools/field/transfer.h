@@ -34,7 +34,7 @@ struct Transfer {
     std::string request;  // the file's name, as it was asked for; whoever asked may have sent anything
     link::FileName name;
     std::vector<Step> steps;  // in order of time; the first is the request
-    bool ended = false;       // the client made another request, and did not just stop
+    bool ended = false;       // the client made another request, and had not given this one up
     std::int64_t begin_ns() const { return steps.front().time_ns; }
 };
 
