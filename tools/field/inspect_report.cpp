@@ -4,10 +4,8 @@
 #include <array>
 #include <ctime>
 #include <ostream>
-#include <set>
 
 #include "field/datagram.h"
-#include "host/event_json.h"
 #include "host/plain_text.h"
 #include "host/words.h"
 
