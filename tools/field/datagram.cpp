@@ -133,6 +133,7 @@ std::optional<Datagram> datagram_of(const CapturedPacket& packet) {
     datagram.size = std::min(ip->size, length) - udp_header;
     datagram.original_size = length - udp_header;
     datagram.ip_id = ip->id;
+    datagram.position = packet.position + ip->payload + udp_header;
     return datagram;
 }
 

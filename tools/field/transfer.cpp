@@ -63,6 +63,8 @@ void TransferReader::append(Transfer& transfer, const Datagram& datagram, Step::
     step.port = port;
     step.ip_id = datagram.ip_id;
     step.size = datagram.original_size;
+    step.captured = datagram.size;
+    step.position = datagram.position;
     const std::size_t kept = std::min(datagram.size, kept_bytes_);
     step.bytes.assign(datagram.payload, datagram.payload + kept);
 }
