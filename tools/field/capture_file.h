@@ -34,7 +34,7 @@ struct CapturedPacket {
     std::size_t original_size = 0;  // on the wire; `data` may be less
     Bytes data;
     std::uint64_t position = 0;  // of `data` in the file
-    std::string comment;  // several are lines of it
+    std::string comment;         // several are lines of it
 };
 
 constexpr std::size_t largest_captured_packet = 256U << 10U;
