@@ -9,6 +9,7 @@
 
 #include "camera/camera_command.h"
 #include "demo/demo_command.h"
+#include "field/capture_command.h"
 #include "field/replay_command.h"
 #include "host/process_state.h"
 #include "host/signals.h"
@@ -60,8 +61,9 @@ int run(int argc, char** argv) {
     plendix::add_config_command(app, chosen);
     plendix::add_search_command(app, chosen);
     plendix::add_export_command(app, chosen);
-    plendix::add_camera_command(app, chosen);
+    plendix::add_capture_command(app, chosen);
     plendix::add_replay_command(app, chosen);
+    plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {
         app.parse(argc, argv);

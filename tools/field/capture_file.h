@@ -83,6 +83,9 @@ struct CaptureCounts {
     std::uint64_t received = 0, missed = 0;
 };
 
+/// Throws Failure when there is something of this name: nothing is written over.
+void require_new(const std::filesystem::path& file);
+
 /// Writes pcapng: little-endian, nanoseconds, one section. Only whole blocks reach the file, so that it can
 /// be read however the writer ended; each link type is an interface of its own.
 class CaptureWriter {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 
 #include "field/capture_file.h"
 #include "usage.h"
@@ -81,16 +82,38 @@ void begin_section(Bytes& to, const std::string& comment) {
     block.end();
 }
 
-int opened(const std::filesystem::path& file) {
-    if (file == "-") return fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    return open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+/// Root by way of sudo makes files for whoever asked.
+void give_to_sudo_user(int file) {
+    const auto number = [](const char* name) {
+        const char* const text = std::getenv(name);
+        return text == nullptr ? 0UL : std::strtoul(text, nullptr, 10);
+    };
+    const unsigned long user = number("SUDO_UID"), group = number("SUDO_GID");
+    if (geteuid() != 0 || user == 0) return;
+    [[maybe_unused]] const int ignored = fchown(file, static_cast<uid_t>(user), static_cast<gid_t>(group));
+}
+
+/// For nobody else to read: it shows what cameras see.
+Descriptor opened(const std::filesystem::path& file) {
+    if (file == "-") return Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+    require_new(file);
+    Descriptor made(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!made) throw Failure("cannot make '" + file.string() + "': " + error_text(errno));
+    give_to_sudo_user(made.get());
+    return made;
 }
 
 }  // namespace
 
+void require_new(const std::filesystem::path& file) {
+    std::error_code ignored;
+    if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored)))
+        throw Failure("'" + file.string() + "' exists, and is not written over");
+}
+
 CaptureWriter::CaptureWriter(const std::filesystem::path& file, CaptureDescription description)
     : file_(file), description_(std::move(description)), descriptor_(opened(file)) {
-    if (!descriptor_) throw Failure("cannot make '" + file.string() + "': " + error_text(errno));
+    if (!descriptor_) throw Failure("standard output is closed");
     begin_section(pending_, description_.comment);
 }
 

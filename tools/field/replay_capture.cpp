@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "field/capture_file.h"
+#include "field/second_sight.h"
 #include "usage.h"
 
 namespace plendix {
@@ -73,8 +74,11 @@ void ReplayCapture::read(const std::filesystem::path& file, std::map<std::uint32
         for (Transfer transfer; transfers.take(transfer);)
             found[transfer.camera][transfer.client.address].push_back(replay_of(transfer));
     };
-    for (CapturedPacket packet; reader.next(packet); take())
-        if (const auto datagram = datagram_of(packet)) transfers.add(*datagram);
+    SecondSight sight;
+    for (CapturedPacket packet; reader.next(packet); take()) {
+        const auto datagram = datagram_of(packet);
+        if (datagram && !sight.seen(packet, *datagram)) transfers.add(*datagram);
+    }
     transfers.finish();
     take();
     remark_ = reader.cut_short() ? "cut short" : reader.damage();

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "host/event.h"
 #include "host/descriptor.h"
+#include "host/event.h"
 
 namespace plendix {
 

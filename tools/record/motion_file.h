@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "host/frame.h"
 #include "host/descriptor.h"
+#include "host/frame.h"
 
 namespace plendix {
 
