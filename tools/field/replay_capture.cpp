@@ -25,7 +25,7 @@ bool answers(const std::vector<ReplayTransferPointer>& transfers) {
 void put_in_order(std::vector<ReplayTransferPointer>& transfers) {
     std::stable_sort(transfers.begin(), transfers.end(),
                      [](const auto& a, const auto& b) { return a->begin_ns < b->begin_ns; });
-    if (!transfers.back()->taken) transfers.pop_back();
+    if (!transfers.back()->taken && !transfers.back()->ended) transfers.pop_back();
 }
 
 CapturedCamera camera_of(std::uint32_t address, std::vector<ReplayTransferPointer> transfers) {

@@ -40,6 +40,7 @@ public:
             step.size - data_header >= block_size_)
             return;
         last_ = packet->number;
+        transfer_.ended = true;
         if (const auto trailer = link::parse_trailer(packet->rest)) transfer_.key = trailer->key;
         if (packet->rest.size == 2 && transfer_.value < 0)
             transfer_.value = packet->rest.data[0] << 8 | packet->rest.data[1];

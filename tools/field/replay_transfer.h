@@ -38,6 +38,7 @@ struct ReplayTransfer {
     std::vector<ReplaySend> sends;  // in the order of the capture
     link::Bytes made;               // of a transfer that no capture has
     bool taken = false;             // the client got what it waits for; a driver reconnects otherwise
+    bool ended = false;             // the camera sent the last block
     bool answered = false;          // by the camera, not only by strangers
     bool key = false;               // a picture that a decoder can begin with
     bool cut = false;               // some bytes are not in the file
