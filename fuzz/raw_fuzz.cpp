@@ -1,4 +1,6 @@
 // Files that may be raw transfers, and the pictures in them, up to the decoder.
+#include <algorithm>
+
 #include "decode/jpeg_scan.h"
 #include "decode/picture_group.h"
 
@@ -10,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         plendix::RawHints hints;
         hints.codec = codecs[data[0] % 3];
         if (data[1] > 0) hints.block_size = 93U + data[1];
-        const std::size_t length = std::min<std::size_t>(data[2] << 8U | data[3], size - 4);
+        const std::size_t length = std::min(std::size_t{data[2]} << 8U | data[3], size - 4);
         const plendix::link::Bytes file(data + 4, data + 4 + length);
         data += 4 + length, size -= 4 + length;
         const plendix::RawTransfer transfer = plendix::read_raw_transfer(file, hints);

@@ -85,8 +85,7 @@ public:
         return quiet(Rule::blocks_wait, 2);
     }
     bool second_block() {
-        if (interview_.findings().of(Rule::blocks_wait).verdict == Verdict::fail)
-            return missing(Rule::blocks_repeat, "its blocks do not wait");
+        if (!waits_) return missing(Rule::blocks_repeat, "its blocks do not wait");
         conversation_.acknowledge(1);
         if (!until(link::Opcode::data, 2)) return missing(Rule::blocks_repeat);
         conversation_.acknowledge(1);
@@ -113,6 +112,7 @@ private:
         const auto end = Clock::now() + interview_.examination().options.withheld;
         while (const auto datagram = next(end)) {
             if (datagram->packet.opcode != link::Opcode::data || datagram->packet.number < early) continue;
+            waits_ = false;
             interview_.findings().fail(
                 rule, {conversation_.sent(), packet_text({datagram->bytes.data(), datagram->bytes.size()}),
                        "nothing before the acknowledgement of block " + std::to_string(early - 1)});
@@ -131,6 +131,7 @@ private:
     const milliseconds patience_;
     const std::string name_;
     std::set<Seen> seen_;
+    bool waits_ = true;
 };
 
 void check_next_request(Interview& interview, Rule rule, Conversation& conversation,
