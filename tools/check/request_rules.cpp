@@ -77,19 +77,22 @@ public:
     bool options() {
         conversation_.request(link::read_request(name_), name_);
         if (!until(link::Opcode::options, 0)) return missing(Rule::options_wait);
-        return quiet(Rule::options_wait, 1);
+        quiet(Rule::options_wait, 1);
+        return true;
     }
     bool first_block() {
         conversation_.acknowledge(0);
         if (!until(link::Opcode::data, 1)) return missing(Rule::blocks_wait);
-        return quiet(Rule::blocks_wait, 2);
+        quiet(Rule::blocks_wait, 2);
+        return true;
     }
     bool second_block() {
         if (!waits_) return missing(Rule::blocks_repeat, "its blocks do not wait");
         conversation_.acknowledge(1);
         if (!until(link::Opcode::data, 2)) return missing(Rule::blocks_repeat);
         conversation_.acknowledge(1);
-        return quiet(Rule::blocks_repeat, 3);
+        quiet(Rule::blocks_repeat, 3);
+        return true;
     }
     Conversation& conversation() { return conversation_; }
 
@@ -108,7 +111,7 @@ private:
         return true;
     }
     /// Nothing but repetitions come while an acknowledgement is held back.
-    bool quiet(Rule rule, std::uint16_t early) {
+    void quiet(Rule rule, std::uint16_t early) {
         const auto end = Clock::now() + interview_.examination().options.withheld;
         while (const auto datagram = next(end)) {
             if (datagram->packet.opcode != link::Opcode::data || datagram->packet.number < early) continue;
@@ -116,10 +119,9 @@ private:
             interview_.findings().fail(
                 rule, {conversation_.sent(), packet_text({datagram->bytes.data(), datagram->bytes.size()}),
                        "nothing before the acknowledgement of block " + std::to_string(early - 1)});
-            return true;
+            return;
         }
         interview_.findings().pass(rule);
-        return true;
     }
     bool missing(Rule rule, const char* reason = too_short) {
         interview_.findings().skip(rule, reason);
