@@ -10,6 +10,7 @@
 #include "camera/camera_command.h"
 #include "decode/decode_command.h"
 #include "demo/demo_command.h"
+#include "field/capture_command.h"
 #include "host/process_state.h"
 #include "host/signals.h"
 #include "live/snapshot_command.h"
@@ -66,6 +67,7 @@ int run(int argc, char** argv) {
     plendix::add_export_command(app, chosen);
     plendix::add_snapshot_command(app, chosen);
     plendix::add_stream_command(app, chosen);
+    plendix::add_capture_command(app, chosen);
     plendix::add_decode_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);

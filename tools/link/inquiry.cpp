@@ -58,12 +58,16 @@ void Inquiry::judge(Time now) {
         verdict_ = now + grace;
     }
     if (!exchange_.broken()) return;
-    if (broken_) {
+    if (broken_ || !worth_asking(now)) {
         end_ = End::odd;
     } else {
         broken_ = true;
         ask(now);
     }
+}
+
+bool Inquiry::worth_asking(Time now) const {
+    return whole_end_ - now >= grace;
 }
 
 void Inquiry::fail(int error) {
@@ -79,7 +83,10 @@ void Inquiry::tick(Time now) {
     } else if (now >= whole_end_) {
         end_ = granted_ ? End::stopped : End::silent;
     } else if (now >= attempt_end_) {
-        ask(now);
+        if (worth_asking(now))
+            ask(now);
+        else
+            attempt_end_ = whole_end_;
     }
 }
 

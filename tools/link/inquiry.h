@@ -59,6 +59,7 @@ public:
 private:
     void ask(Time now);
     void judge(Time now);
+    bool worth_asking(Time now) const;  // an answer would have the time to come
 
     std::string name_;
     std::size_t most_bytes_;

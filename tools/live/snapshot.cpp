@@ -120,9 +120,11 @@ int take_snapshots(const SnapshotPlan& wish) {
     av_log_set_level(AV_LOG_FATAL);  // of a picture that does not decode the next one is taken
     const LossyOutput standard_error(std::cerr, STDERR_FILENO);
     SnapshotPlan plan = wish;
-    if (!to_output(plan)) plan.output = fs::absolute(plan.output);  // the current directory will be another
     still_format(plan);
-    if (!to_output(plan)) require_writable(plan.output);
+    if (!to_output(plan)) {
+        require_writable(plan.output);
+        plan.output = fs::absolute(plan.output);  // the current directory will be another
+    }
     if (plan.every.count() > 0) plan.camera.rate = rate_between;
     Outlet outlet(STDOUT_FILENO);
     LiveCamera camera(plan.plugin, plan.camera);

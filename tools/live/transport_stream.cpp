@@ -70,20 +70,10 @@ const Pieces& TransportStream::write(const Pieces& picture, bool key, std::int64
     packet_->flags = key ? AV_PKT_FLAG_KEY : 0;
     packet_->pts = packet_->dts = av_rescale_q(time_ms, {1, 1000}, context_->streams[0]->time_base);
     require(av_write_frame(context_.get(), packet_.get()));
-    return collected();
-}
-
-const Pieces& TransportStream::end() {
-    if (open_) require(av_write_trailer(context_.get()));
-    return collected();
-}
-
-const Pieces& TransportStream::collected() {
     avio_flush(context_->pb);
     sent_.swap(output_);
     output_.clear();
-    pieces_.clear();
-    if (!sent_.empty()) pieces_.push_back({sent_.data(), sent_.size()});
+    pieces_.assign(1, {sent_.data(), sent_.size()});
     return pieces_;
 }
 

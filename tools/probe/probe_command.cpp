@@ -25,7 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds least_timeout{100}, longest_timeout{60'000};
+constexpr milliseconds least_timeout{300}, longest_timeout{60'000};
 constexpr int most_reads = 10'000;
 constexpr std::size_t worth_a_progress = 512;  // addresses: what takes more than two rounds
 constexpr milliseconds progress_period{500};
@@ -44,7 +44,7 @@ ProbeWish wish_of(const ProbeOptions& options) {
     ProbeWish wish = options.wish;
     wish.timeout = parse_duration(options.timeout);
     if (wish.timeout < least_timeout || wish.timeout > longest_timeout)
-        throw UsageError("--timeout " + options.timeout + " is not from 0.1s to 60s");
+        throw UsageError("--timeout " + options.timeout + " is not from 0.3s to 60s");
     if (wish.reads < 0 || wish.reads > most_reads)
         throw UsageError("--reads " + std::to_string(wish.reads) + " is not from 0 to 10000");
     return wish;
@@ -150,7 +150,7 @@ void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
     command->add_option("address", options->words, "IPv4 addresses and ranges of them")->required();
     command
         ->add_option("--timeout", options->timeout,
-                     "how long a first answer, or a part of a picture, is waited for, 0.1s to 60s")
+                     "how long a first answer, or a part of a picture, is waited for, 0.3s to 60s")
         ->capture_default_str();
     command
         ->add_option("--reads", options->wish.reads,
