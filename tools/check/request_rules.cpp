@@ -203,7 +203,7 @@ void check_waits(Interview& interview) {
     if (waits.empty()) return interview.findings().skip(Rule::answers_prompt, "no packet was waited for");
     std::sort(waits.begin(), waits.end());
     const auto text = [&](std::size_t index) {
-        return fixed(std::chrono::duration<double, std::milli>(waits[index]).count(), 1) + " ms";
+        return fixed(std::chrono::duration<double, std::milli>(waits[index]).count(), 2) + " ms";
     };
     const std::size_t most = waits.size() * 19 / 20;
     const std::string summary = "median " + text(waits.size() / 2) + ", 95 % " + text(most) + ", longest " +
