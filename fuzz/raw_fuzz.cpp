@@ -1,13 +1,13 @@
-// Files that may be raw transfers, and the pictures in them, up to the decoder.
+// Files that may be raw transfers, and what becomes of them in front of the decoder.
 #include <algorithm>
 
+#include "decode/group_order.h"
 #include "decode/jpeg_scan.h"
-#include "decode/picture_group.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr plendix::link::Kind codecs[] = {plendix::link::Kind::other, plendix::link::Kind::jpeg,
                                               plendix::link::Kind::h264};
-    plendix::PictureGroup group;
+    plendix::GroupOrder group;
     while (size > 4) {  // several files: how it was fetched, how long it is, its bytes
         plendix::RawHints hints;
         hints.codec = codecs[data[0] % 3];
@@ -17,11 +17,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         data += 4 + length, size -= 4 + length;
         const plendix::RawTransfer transfer = plendix::read_raw_transfer(file, hints);
         if (!transfer.trouble.empty()) continue;
+        const plendix::link::View payload{transfer.payload.data(), transfer.payload.size()};
+        plendix::link::make_picture(payload, transfer.trailer);
         if (transfer.trailer.h264)
-            group.add(transfer);
+            group.take(transfer);
         else
-            plendix::restart_complaint(plendix::scan_jpeg({transfer.payload.data(), transfer.payload.size()}),
-                                       transfer.trailer.width(), transfer.trailer.height());
+            plendix::restart_complaint(plendix::scan_jpeg(payload), transfer.trailer.width(),
+                                       transfer.trailer.height());
     }
     return 0;
 }
