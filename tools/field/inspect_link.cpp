@@ -95,28 +95,36 @@ void Link::count(const Transfer& transfer, const Verdict& verdict) {
 }
 
 void Link::note_connection(const Transfer& transfer, const Verdict& verdict) {
-    const auto found =
-        std::find_if(connections_.begin(), connections_.end(),
-                     [&](const Connection& connection) { return connection.port == transfer.client.port; });
+    const link::FileName& name = transfer.name;
+    auto found = std::find_if(connections_.begin(), connections_.end(), [&](const Connection& connection) {
+        return connection.port == transfer.client.port;
+    });
     if (found == connections_.end()) {
         const auto later = [](std::int64_t begin_ns, const Connection& other) {
             return begin_ns < other.begin_ns;
         };
-        const auto place =
-            std::upper_bound(connections_.begin(), connections_.end(), transfer.begin_ns(), later);
-        const bool identified = transfer.name.number == model_register;
-        connections_.insert(place, {transfer.client.port, transfer.begin_ns(), verdict.end_ns,
-                                    verdict.timing.answer, identified});
-        if (connections_.size() > most_connections) connections_.pop_front();
-        return;
+        if (connections_.size() >= most_connections) forget_connection();
+        found = connections_.insert(
+            std::upper_bound(connections_.begin(), connections_.end(), transfer.begin_ns(), later),
+            {transfer.client.port, transfer.begin_ns(), verdict.end_ns, verdict.timing.answer,
+             name.number == model_register});
     }
-    Connection& connection = *found;
-    connection.last_ns = verdict.end_ns;
-    if (transfer.name.picture()) connection.pictures = true;
-    const bool again = writes_settings(transfer.name) && counts_.pictures > 0 && !connection.pictures;
-    if (!again || connection.restarted || found == connections_.begin()) return;
-    connection.restarted = true;
-    capture_.incidents.add(incident(transfer.begin_ns(), Kind::restarted));
+    found->last_ns = verdict.end_ns;
+    if (name.picture()) found->pictures = true;
+    if (writes_settings(name) && !found->pictures) found->written = true;
+}
+
+void Link::forget_connection() {
+    streamed_ = streamed_ || connections_.front().pictures;
+    connections_.pop_front();
+}
+
+/// Registers that had been settled were not any more: the camera has forgotten them.
+bool Link::restarted(const Connection& connection) const {
+    return connection.written &&
+           (streamed_ || std::any_of(connections_.begin(), connections_.end(), [&](const Connection& other) {
+                return other.pictures && other.begin_ns < connection.begin_ns;
+            }));
 }
 
 /// Once all those before are known.
@@ -126,11 +134,13 @@ void Link::tell_connections(std::int64_t now_ns, bool end) {
         if (connection.told) continue;
         if (!end && nanoseconds_between(connection.begin_ns, now_ns) <= settled_ns) return;
         connection.told = true;
-        if (i == 0 || !connection.identified) continue;
-        Incident again = incident(connection.begin_ns, Kind::reconnected);
-        again.block = connection.port;
-        again.last = connections_[i - 1].port;
-        capture_.incidents.add(std::move(again));
+        if (i > 0 && connection.identified) {
+            Incident again = incident(connection.begin_ns, Kind::reconnected);
+            again.block = connection.port;
+            again.last = connections_[i - 1].port;
+            capture_.incidents.add(std::move(again));
+        }
+        if (restarted(connection)) capture_.incidents.add(incident(connection.begin_ns, Kind::restarted));
     }
 }
 
@@ -209,7 +219,7 @@ void Link::settle(std::int64_t now_ns, const IdLedger& ids, bool end) {
     }
     while (connections_.size() > 1 &&
            nanoseconds_between(connections_.front().last_ns, now_ns) > remembered_ns)
-        connections_.pop_front();
+        forget_connection();
     if (end && held_) lose(*std::exchange(held_, std::nullopt), true);
 }
 
@@ -249,9 +259,9 @@ void Link::decide(const Open& open, std::int64_t now_ns, const IdLedger& ids) {
 bool Link::restarted_after(const Open& open) const {
     const auto through =
         std::find_if(connections_.begin(), connections_.end(), [&](const Connection& connection) {
-            return connection.begin_ns > open.since_ns && (connection.restarted || connection.pictures);
+            return connection.begin_ns > open.since_ns && (connection.written || connection.pictures);
         });
-    return through != connections_.end() && through->restarted;
+    return through != connections_.end() && through->written && (open.picture || restarted(*through));
 }
 
 /// The client waited, and then asked from another port.
