@@ -248,10 +248,10 @@ TEST(CaptureRing, KeepsTheLastMinutesWithinItsBoundAndIsReadByOthers) {
     EXPECT_FALSE(kept.short_of_room || fs::exists("time.ring"));
     EXPECT_LT(fill("bytes", 3000).bytes, 3000U);
     EXPECT_THROW(CaptureRing("time", {}, {60s, 1U << 30U}), Failure);
-    // Either precision; "-w -" because it gives up rights before it makes files.
-    for (const auto& [words, rest] : {std::pair{"tcpdump -r time -w - >again 2>log", 0},
-                                      {"tcpdump --nano -r time -w - >again 2>log", 5}}) {
-        ASSERT_EQ(std::system(words), 0);
+    // tcpdump gives up root's rights, which is not possible where there are no other users.
+    for (const auto& [precision, rest] : {std::pair{"--micro", 0}, {"--nano", 5}}) {
+        const std::string words = std::string("tcpdump ") + precision + " -r time -w - >again 2>log";
+        ASSERT_EQ(std::system((words + " || unshare -U --map-user=1 " + words).c_str()), 0);
         const auto again = packets_of("again");
         ASSERT_EQ(again.size(), packets.size());
         for (std::size_t i = 0; i < again.size(); ++i)
@@ -350,9 +350,7 @@ TEST_F(Capture, KeepsWhatWasSaidWholeWithoutPicturesInARingAndWhenKilled) {
     Command whole(all), cut({own_address(1), "-o", "cut", "--no-pictures"}),
         ring({own_address(1), "-o", "ring", "--ring", "1h"}), killed({own_address(1), "-o", "killed"});
     for (Command* each : {&whole, &cut, &ring, &killed})
-        ASSERT_TRUE(each->says("Ctrl-C")) << each->said;
-    EXPECT_THAT(whole.said, HasSubstr("with pictures"));
-    EXPECT_THAT(cut.said, HasSubstr("without pictures"));
+        ASSERT_TRUE(each->says("capturing")) << each->said;
 
     std::size_t expected = 0;
     std::string said, pictures;
@@ -374,6 +372,7 @@ TEST_F(Capture, KeepsWhatWasSaidWholeWithoutPicturesInARingAndWhenKilled) {
     for (Command* each : {&whole, &cut, &ring}) {
         EXPECT_EQ(each->end(SIGINT), 0) << each->said;
         EXPECT_THAT(each->said, HasSubstr(std::to_string(expected) + " packets"));
+        EXPECT_THAT(each->said, HasSubstr(each == &cut ? "without pictures" : "with pictures"));
     }
     for (const auto& [file, bytes] : {std::pair{"whole", said}, {"ring", said}, {"cut", pictures}}) {
         std::size_t datagrams = 0;
@@ -390,7 +389,7 @@ TEST_F(Capture, NotesWhatTheSocketsHereDrop) {
     const int little = 1;
     setsockopt(driver.descriptor(), SOL_SOCKET, SO_RCVBUF, &little, sizeof little);
     Command command({own_address(9), "-o", "field"});
-    ASSERT_TRUE(command.says("Ctrl-C")) << command.said;
+    ASSERT_TRUE(command.says("capturing")) << command.said;
     std::vector<std::uint8_t> data(1454);
     camera::Endpoint peer{parse_address(own_address(9)), htons(69)};
     const auto request = link::read_request("image?");

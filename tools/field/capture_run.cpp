@@ -113,7 +113,7 @@ void Run::introduce() {
     if (plan_.ring.count() == 0) return screen_.say("to " + file + ", until Ctrl-C");
     screen_.say("the last " + span_words(std::chrono::duration_cast<std::chrono::seconds>(plan_.ring)) +
                 ", at most " + byte_words(plan_.ring_bytes) + ", will be in " + file +
-                " after Ctrl-C; until then they are in '" + output_->place().string() + "'");
+                " at the end; until then they are in '" + output_->place().string() + "'");
 }
 
 void Run::go() {

@@ -57,8 +57,7 @@ void CaptureScreen::say(const std::string& line) {
 void CaptureScreen::update(const CaptureTotals& totals, const CaptureOutput::Kept& kept, Time now) {
     if (!terminal_ && now < next_line_) return;
     const auto runs = std::chrono::duration_cast<std::chrono::seconds>(now - began_);
-    const std::string text = span_words(runs) + ": " + std::to_string(totals.packets) + " packets, kept " +
-                             kept_words(kept) + loss_words(totals);
+    const std::string text = span_words(runs) + ": kept " + kept_words(kept) + loss_words(totals);
     if (!terminal_) {
         next_line_ += line_period;
         return say(text);

@@ -85,7 +85,7 @@ void begin_section(Bytes& to, const std::string& comment) {
 /// Root by way of sudo makes files for whoever asked.
 void give_to_sudo_user(int file) {
     const auto number = [](const char* name) {
-        const char* const text = std::getenv(name);
+        const char* const text = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody changes it
         return text == nullptr ? 0UL : std::strtoul(text, nullptr, 10);
     };
     const unsigned long user = number("SUDO_UID"), group = number("SUDO_GID");
