@@ -12,6 +12,7 @@
 #include "demo/demo_command.h"
 #include "field/capture_command.h"
 #include "field/inspect_command.h"
+#include "field/replay_command.h"
 #include "host/process_state.h"
 #include "host/signals.h"
 #include "live/snapshot_command.h"
@@ -71,6 +72,7 @@ int run(int argc, char** argv) {
     plendix::add_capture_command(app, chosen);
     plendix::add_inspect_command(app, chosen);
     plendix::add_decode_command(app, chosen);
+    plendix::add_replay_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {

@@ -135,6 +135,7 @@ std::optional<Datagram> datagram_of(const CapturedPacket& packet) {
     datagram.original_size = length - udp_header;
     datagram.ip_id = ip->id;
     datagram.atomic = ip->atomic;
+    datagram.position = packet.position + ip->payload + udp_header;
     return datagram;
 }
 

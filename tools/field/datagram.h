@@ -37,6 +37,7 @@ struct Datagram {
     std::size_t original_size = 0;          // of the payload on the wire
     std::uint16_t ip_id = 0;
     bool atomic = false;  // as below: the number means nothing
+    std::uint64_t position = 0;  // of the payload in the capture's file
 };
 
 /// The IPv4 packet within a captured one: behind Ethernet with up to two VLAN tags, Linux cooked headers,

@@ -75,6 +75,8 @@ void TransferReader::append(Transfer& transfer, const Datagram& datagram, Step::
     step.zeros = ends_in_zeros(datagram);
     step.ip_id = datagram.ip_id;
     step.size = datagram.original_size;
+    step.captured = datagram.size;
+    step.position = datagram.position;
     const std::size_t kept = std::min(datagram.size, kept_bytes_);
     step.bytes.assign(datagram.payload, datagram.payload + kept);
 }

@@ -23,8 +23,10 @@ struct Step {
     std::uint16_t port = 0;     // the same
     bool zeros = false;         // was captured whole and ends in zeros, as the last full block of a picture
     std::uint16_t ip_id = 0;
-    std::size_t size = 0;  // bytes on the wire
-    link::Bytes bytes;     // those that were captured and are kept
+    std::size_t size = 0;        // bytes on the wire
+    std::size_t captured = 0;    // of these, in the capture
+    std::uint64_t position = 0;  // of the captured ones in the capture's file
+    link::Bytes bytes;           // those of them that are kept
 };
 
 /// A request and everything that went to and fro until the client's next one.
