@@ -291,6 +291,8 @@ TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
         {network + " " + nobody, exit_failed, nobody + "  a machine with nothing"},
         {own_address(4) + "-250", exit_failed, "247 addresses: a machine with nothing"},
         {own_address(4) + "-5 --all", exit_failed, own_address(5) + "  a machine with nothing"},
+        {"127.255.255.255", exit_failed, "a broadcast address"},
+        {"--check 224.0.0.1", exit_usage, "from 224.0.0.0 on"},
         {"10.0.0.0/15", exit_usage, "131072 addresses"},
         {camera + " --reads 10001", exit_usage, "--reads 10001 is not from 0 to 10000"},
         {camera + " --timeout 0.2s", exit_usage, "is not from 0.3s to 60s"},
@@ -311,11 +313,12 @@ TEST(ProbeAddresses, AreThoseOfARange) {
     EXPECT_EQ(ends("10.1.2.77/24"), "10.1.2.1 10.1.2.254 254");
     EXPECT_EQ(ends("10.1.0.0/16"), "10.1.0.1 10.1.255.254 65534");
     EXPECT_EQ(ends("10.1.2.6/31"), "10.1.2.6 10.1.2.7 2");
-    EXPECT_EQ(ends("255.255.255.255/32"), "255.255.255.255 255.255.255.255 1");
+    EXPECT_EQ(ends("223.255.255.255/32"), "223.255.255.255 223.255.255.255 1");
     EXPECT_EQ(ends("10.1.2.250-10.1.3.5"), "10.1.2.250 10.1.3.5 12");
     EXPECT_EQ(ends("10.1.2.9-12"), "10.1.2.9 10.1.2.12 4");
     for (const char* wrong : {"gate", "10.0.0.0/33", "10.0.0.0/", "10.0.0.9-8", "10.0.0.1-256",
-                              "0.0.0.0-255.255.255.255", "10.0.0.1-"})
+                              "0.0.0.0-255.255.255.255", "10.0.0.1-", "0.0.0.0", "0.255.255.255-1.0.0.1",
+                              "223.255.255.255-224.0.0.1", "239.1.2.3", "255.255.255.255", "240.0.0.0/24"})
         EXPECT_THROW(parse_addresses({wrong}), UsageError) << wrong;
     EXPECT_THROW(parse_addresses({"10.0.0.0/16", "10.1.0.0/29"}), UsageError);
 }

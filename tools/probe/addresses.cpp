@@ -43,6 +43,15 @@ std::vector<std::uint32_t> span(const std::string& word, std::uint32_t first, st
     return addresses;
 }
 
+/// A datagram there goes to nobody, or to many.
+void require_machines(const AskedFor& asked) {
+    constexpr std::uint32_t first = 1U << 24U, last = 0xDFFFFFFF;  // 0/8, and 224/4 and above
+    if (asked.addresses.front() < first)
+        refuse(asked.word, "has addresses of 0.0.0.0/8, which no machine has");
+    if (asked.addresses.back() > last)
+        refuse(asked.word, "has addresses from 224.0.0.0 on, which are those of groups or of nobody");
+}
+
 std::vector<std::uint32_t> network(const std::string& word, std::size_t slash) {
     const auto base = address_of(word.substr(0, slash));
     const auto prefix = number_of(word.substr(slash + 1), 32);
@@ -81,6 +90,7 @@ std::vector<AskedFor> parse_addresses(const std::vector<std::string>& words) {
     std::uint64_t count = 0;
     for (const std::string& word : words) {
         asked.push_back(parse(word));
+        require_machines(asked.back());
         count += asked.back().addresses.size();
         if (count > most_addresses) refuse(word, "makes them more than 65536 addresses");
     }

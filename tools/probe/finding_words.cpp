@@ -39,6 +39,7 @@ std::string refused_words(const Finding& finding) {
 
 std::string failed_words(int error) {
     if (error == EPERM) return "a firewall of this machine keeps us from it";
+    if (error == EACCES) return "a broadcast address: it is not asked";
     if (error == EMFILE || error == ENFILE)
         return "cannot be asked: no descriptor is left, raise 'ulimit -n'";
     return "cannot be asked: " + error_text(error);
