@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "input/input.h"
+#include "link/words.h"
 #include "probe/addresses.h"
 #include "probe/finding_words.h"
 #include "probe/prober.h"
@@ -292,7 +293,7 @@ TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
         {own_address(4) + "-250", exit_failed, "247 addresses: a machine with nothing"},
         {own_address(4) + "-5 --all", exit_failed, own_address(5) + "  a machine with nothing"},
         {"127.255.255.255", exit_failed, "a broadcast address"},
-        {"--check 224.0.0.1", exit_usage, "from 224.0.0.0 on"},
+        {"--check 0.0.0.0", exit_usage, "which no machine has"},
         {"10.0.0.0/15", exit_usage, "131072 addresses"},
         {camera + " --reads 10001", exit_usage, "--reads 10001 is not from 0 to 10000"},
         {camera + " --timeout 0.2s", exit_usage, "is not from 0.3s to 60s"},
@@ -307,7 +308,7 @@ TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
 TEST(ProbeAddresses, AreThoseOfARange) {
     const auto ends = [](const std::string& word) {
         const auto addresses = parse_addresses({word})[0].addresses;
-        return dotted(addresses.front()) + ' ' + dotted(addresses.back()) + ' ' +
+        return address_text(addresses.front()) + ' ' + address_text(addresses.back()) + ' ' +
                std::to_string(addresses.size());
     };
     EXPECT_EQ(ends("10.1.2.77/24"), "10.1.2.1 10.1.2.254 254");

@@ -1,12 +1,11 @@
 #include "probe/addresses.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <numeric>
 #include <optional>
 
 #include "host/plain_text.h"
+#include "link/words.h"
 #include "usage.h"
 
 namespace plendix {
@@ -18,12 +17,6 @@ constexpr unsigned prefix_with_broadcast = 30;
 
 [[noreturn]] void refuse(const std::string& word, const std::string& why) {
     throw UsageError('\'' + printable(word) + "' " + why);
-}
-
-std::optional<std::uint32_t> address_of(const std::string& text) {
-    in_addr host{};
-    if (inet_pton(AF_INET, text.c_str(), &host) != 1) return std::nullopt;
-    return ntohl(host.s_addr);
 }
 
 std::optional<unsigned> number_of(const std::string& text, unsigned most) {
@@ -95,13 +88,6 @@ std::vector<AskedFor> parse_addresses(const std::vector<std::string>& words) {
         if (count > most_addresses) refuse(word, "makes them more than 65536 addresses");
     }
     return asked;
-}
-
-std::string dotted(std::uint32_t address) {
-    std::string text;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        text += (text.empty() ? "" : ".") + std::to_string(address >> shift & 255U);
-    return text;
 }
 
 }  // namespace plendix

@@ -19,6 +19,4 @@ struct AskedFor {
 /// single machines as far as the numbers tell. Throws UsageError.
 std::vector<AskedFor> parse_addresses(const std::vector<std::string>& words);
 
-std::string dotted(std::uint32_t address);
-
 }  // namespace plendix
