@@ -1,22 +1,15 @@
 #include "field/inspector.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "field/drop_note.h"
+#include "link/words.h"
 
 namespace plendix {
 namespace {
 
 // A capture may hold anything, such as a sweep through all addresses there are.
 constexpr std::size_t most_cameras = 2048, most_clients = 8192, most_links = 4096, most_drops = 4096;
-
-std::string mac_text(const std::array<std::uint8_t, 6>& mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", unsigned{mac[0]}, unsigned{mac[1]},
-                  unsigned{mac[2]}, unsigned{mac[3]}, unsigned{mac[4]}, unsigned{mac[5]});
-    return text;
-}
 
 std::string format_text(const link::Trailer& trailer) {
     return std::to_string(trailer.width()) + 'x' + std::to_string(trailer.height()) +
