@@ -51,13 +51,14 @@ std::string contents_of(const CapturePlan& plan) {
                                ", no pictures";
 }
 
+std::string duration_words(const CapturePlan& plan) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(plan.duration);
+    return seconds.count() > 0 ? span_words(seconds) : std::to_string(plan.duration.count()) + " ms";
+}
+
 /// What it ends with.
 std::string end_words(const CapturePlan& plan) {
-    if (plan.duration.count() == 0) return "until Ctrl-C";
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(plan.duration);
-    return "for " +
-           (seconds.count() > 0 ? span_words(seconds) : std::to_string(plan.duration.count()) + " ms") +
-           ", or until Ctrl-C";
+    return plan.duration.count() == 0 ? "until Ctrl-C" : "for " + duration_words(plan) + " or until Ctrl-C";
 }
 
 std::unique_ptr<CaptureOutput> output_of(const CapturePlan& plan, const std::string& filter,
@@ -125,8 +126,9 @@ void Run::introduce() {
     const std::string file = plan_.output == "-" ? "standard output" : "'" + plan_.output.string() + "'";
     if (plan_.ring.count() == 0) return screen_.say("to " + file + ", " + end_words(plan_));
     screen_.say("the last " + span_words(std::chrono::duration_cast<std::chrono::seconds>(plan_.ring)) +
-                ", at most " + byte_words(plan_.ring_bytes) + ", will be in " + file + " at the end (" +
-                end_words(plan_) + "); until then they are in '" + output_->place().string() + "'");
+                ", at most " + byte_words(plan_.ring_bytes) + ", will be in " + file + " at the end" +
+                (plan_.duration.count() == 0 ? "" : ", in " + duration_words(plan_)) +
+                "; until then they are in '" + output_->place().string() + "'");
 }
 
 void Run::go() {
