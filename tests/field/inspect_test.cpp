@@ -176,7 +176,7 @@ TEST(Inspect, AgreesWithTheCountersOfSimulatedCameras) {
         {"delay 20%/11s", Loss::stalled, std::nullopt},
         {"duplicate 20%", std::nullopt, std::nullopt},
         {"garbage 20%", std::nullopt, Kind::garbage},
-        {"foreign 20%", std::nullopt, Kind::strangers},
+        {"foreign 20%", std::nullopt, std::nullopt},  // the capture is of the cameras' addresses only
         {"corrupt 20%", std::nullopt, std::nullopt},
         {"mac-change 20%", std::nullopt, Kind::other_mac},
         {"delay 20%/1100ms", std::nullopt, Kind::slow_answer}};

@@ -36,7 +36,7 @@ struct Datagram {
     std::size_t size = 0;                   // of the payload as far as it was captured
     std::size_t original_size = 0;          // of the payload on the wire
     std::uint16_t ip_id = 0;
-    bool atomic = false;  // as below: the number means nothing
+    bool atomic = false;         // as below: the number means nothing
     std::uint64_t position = 0;  // of the payload in the capture's file
 };
 

@@ -147,7 +147,7 @@ Verdict& judge_silence(Verdict& verdict, const Flow& flow, std::uint16_t last) {
     } else if (const std::uint32_t number = first_not_taken(flow, last); number <= last) {
         verdict.why = Why::not_taken;
         verdict.block = number;
-    } else if (last > 0 && flow.blocks.at(last).zeros) {
+    } else if (last > 0 && (flow.blocks.at(last).zeros || flow.blocks.at(last).cut)) {
         verdict.why = Why::nothing_at_the_end;
     }
     return verdict;

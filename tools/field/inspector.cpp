@@ -67,7 +67,7 @@ void Inspector::take_transfers() {
 }
 
 void Inspector::take(const Transfer& transfer) {
-    Verdict verdict = judge(transfer);
+    const Verdict verdict = judge(transfer);
     if ((!verdict.answered && led_astray(transfer)) || (only_ && *only_ != transfer.camera)) return;
     const auto camera = cameras_.find(transfer.camera);
     const bool known = links_.count({transfer.camera, transfer.client.address}) != 0;
@@ -78,7 +78,7 @@ void Inspector::take(const Transfer& transfer) {
     if (clients_.size() > most_clients) clients_.clear();
     if (verdict.trailer) note_trailer(transfer, verdict, camera->second);
     unsettled_.insert({transfer.camera, transfer.client.address});
-    link_of(transfer.camera, transfer.client.address).add(transfer, std::move(verdict), camera->second.ids);
+    link_of(transfer.camera, transfer.client.address).add(transfer, verdict, camera->second.ids);
 }
 
 /// The driver answers to whoever sent last: behind a stranger's datagram its next request goes there.
