@@ -11,6 +11,8 @@
 #include "demo/demo_command.h"
 #include "host/process_state.h"
 #include "host/signals.h"
+#include "live/snapshot_command.h"
+#include "live/stream_command.h"
 #include "nearest_word.h"
 #include "record/config_command.h"
 #include "record/export_command.h"
@@ -59,6 +61,8 @@ int run(int argc, char** argv) {
     plendix::add_config_command(app, chosen);
     plendix::add_search_command(app, chosen);
     plendix::add_export_command(app, chosen);
+    plendix::add_snapshot_command(app, chosen);
+    plendix::add_stream_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {

@@ -10,12 +10,12 @@
 
 #include "camera/picture/gallery.h"
 #include "host/clocks.h"
+#include "host/write_failure.h"
 #include "record/decode_check.h"
 #include "record/movie_file.h"
 #include "record/recorder.h"
 #include "record/segment_files.h"
 #include "record/still.h"
-#include "record/write_failure.h"
 #include "support/camera_bench.h"
 #include "support/folder.h"
 

@@ -26,6 +26,11 @@ public:
     explicit OutputQueue(std::size_t limit_bytes,
                          std::chrono::milliseconds linger = std::chrono::milliseconds(0));
 
+    /// For an output that shows the present: of each camera one frame waits at most. It gives way to a
+    /// key frame; any other that finds it there is lost.
+    struct Latest {};
+    explicit OutputQueue(Latest);
+
     /// Never waits. A frame that is lost takes those with it that cannot be decoded without it:
     /// the camera's next one is a key frame.
     void push(const FramePointer& frame) override;
@@ -46,13 +51,17 @@ private:
     struct Loss {
         std::uint64_t total = 0;
         bool needs_key = false;
+        bool waiting = false;  // kept where only the latest is wanted
     };
 
+    bool room_for(const Frame& frame);
+    void drop_waiting(int camera);
     void wake();
     bool enough() const;
 
     const std::size_t limit_bytes_;
     const std::chrono::milliseconds linger_;
+    const bool latest_ = false;
     mutable std::mutex mutex_;
     std::condition_variable filled_;
     // Guarded by mutex_:

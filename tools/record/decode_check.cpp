@@ -4,7 +4,7 @@
 #include <mutex>
 #include <new>
 
-#include "record/jpeg_check.h"
+#include "host/jpeg_check.h"
 #include "record/movie_file.h"
 #include "usage.h"
 

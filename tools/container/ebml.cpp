@@ -1,4 +1,4 @@
-#include "record/ebml.h"
+#include "container/ebml.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "record/jpeg_check.h"
+#include "host/jpeg_check.h"
 
 #include <jpeglib.h>
 

@@ -1,4 +1,4 @@
-#include "record/words.h"
+#include "host/words.h"
 
 #include <array>
 #include <ctime>

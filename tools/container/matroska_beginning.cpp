@@ -1,9 +1,9 @@
-#include "record/matroska_beginning.h"
+#include "container/matroska_beginning.h"
 
 #include <algorithm>
 
-#include "record/ebml.h"
-#include "record/matroska_ids.h"
+#include "container/ebml.h"
+#include "container/matroska_ids.h"
 #include "usage.h"
 
 namespace plendix {
