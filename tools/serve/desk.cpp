@@ -15,11 +15,32 @@ constexpr std::int64_t undo_after_ms = 15000;
 constexpr int alarm_action = 0;
 constexpr double longest_relay_s = 86400;
 
+/// What is not wanted as configured.
+nlohmann::json change_of(const CameraSettings& configured, const CameraSettings& wanted) {
+    const auto all = settings_json(wanted);
+    nlohmann::json change = nlohmann::json::object();
+    for (const std::string& name : changed_names(configured, wanted))
+        change[name] = all.at(name);
+    return change;
+}
+
+CameraSettings patched_if_possible(const CameraSettings& camera, const nlohmann::json& change) {
+    try {
+        return patched(camera, change);
+    } catch (const UsageError&) {
+        return camera;
+    }
+}
+
 }  // namespace
 
-Desk::Desk(std::vector<CameraSettings> cameras) {
-    replace(std::move(cameras));
-    changed_ = false;  // the session begins with them
+Desk::Desk(std::vector<CameraSettings> cameras, const nlohmann::json& changes) {
+    for (CameraSettings& camera : cameras) {
+        Entry& here = entries_[camera.number];
+        here.configured = here.wanted = camera;
+        const auto change = changes.is_object() ? changes.find(std::to_string(camera.number)) : changes.end();
+        if (change != changes.end()) here.wanted = patched_if_possible(camera, *change);
+    }
 }
 
 bool Desk::knows(int camera) const {
@@ -79,7 +100,7 @@ void Desk::change(Entry& here, const CameraSettings& settings, std::int64_t now_
     here.wanted = settings;
     here.changed_ms = now_ms;
     here.delivers = false;
-    changed_ = true;
+    changed_ = unsaved_ = true;
 }
 
 bool Desk::undo(int camera, std::int64_t now_ms) {
@@ -113,18 +134,30 @@ void Desk::set_recording(int camera, bool on) {
     marks_.push_back({camera, on, 0});
 }
 
+nlohmann::ordered_json Desk::take_changes() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!std::exchange(unsaved_, false)) return nullptr;
+    auto changes = nlohmann::ordered_json::object();
+    for (const auto& [number, entry] : entries_)
+        if (const auto change = change_of(entry.configured, entry.wanted); !change.empty())
+            changes[std::to_string(number)] = change;
+    return changes;
+}
+
 void Desk::replace(std::vector<CameraSettings> cameras) {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::map<int, Entry> entries;
     for (CameraSettings& camera : cameras) {
-        const int number = camera.number;
-        const auto old = entries_.find(number);
-        Entry& here = entries[number];
-        if (old != entries_.end() && old->second.wanted.address == camera.address) here = old->second;
-        here.wanted = std::move(camera);
+        const auto old = entries_.find(camera.number);
+        Entry& here = entries[camera.number];
+        if (old != entries_.end() && old->second.configured.address == camera.address) here = old->second;
+        const nlohmann::json change = change_of(here.configured, here.wanted);
+        const bool known = here.configured.number != 0;
+        here.configured = std::move(camera);
+        here.wanted = known ? patched_if_possible(here.configured, change) : here.configured;
     }
     entries_ = std::move(entries);
-    changed_ = true;
+    changed_ = unsaved_ = true;
 }
 
 void Desk::work(Session& session, std::int64_t now_ms) {

@@ -29,7 +29,8 @@ public:
         bool undo = false;                 // no picture came since the last change, for a while
     };
 
-    explicit Desk(std::vector<CameraSettings> cameras);
+    /// `changes`: what `changes` gave in an earlier life of the process; what it cannot use is left out.
+    explicit Desk(std::vector<CameraSettings> cameras, const nlohmann::json& changes = {});
 
     // --- From any thread ---
 
@@ -46,7 +47,10 @@ public:
 
     // --- On the session's thread ---
 
-    /// Other cameras, as a configuration file has them now.
+    /// What is wanted otherwise than configured, by camera and setting, when it is not what it was at the
+    /// last call. Null when it is.
+    nlohmann::ordered_json take_changes();
+    /// Other cameras, as a configuration file has them now; what was changed since stays so.
     void replace(std::vector<CameraSettings> cameras);
     /// Hands over what is to be handed over. Throws Failure where the driver refuses it.
     void work(Session& session, std::int64_t now_ms);
@@ -59,6 +63,7 @@ private:
         std::int64_t since_ms;
     };
     struct Entry {
+        CameraSettings configured;
         CameraSettings wanted;
         std::optional<CameraSettings> before;  // the last change
         std::int64_t changed_ms = 0;
@@ -82,6 +87,7 @@ private:
     // Guarded by mutex_:
     std::map<int, Entry> entries_;
     bool changed_ = false;
+    bool unsaved_ = false;
     std::vector<Switching> relays_;  // still to come
     std::vector<Switching> marks_;
     std::int64_t learnt_ms_ = 0;
