@@ -4,6 +4,7 @@
 
 #include <iostream>
 #include <optional>
+#include <utility>
 
 #include "ffmpeg.h"
 #include "host/jpeg_check.h"
@@ -50,8 +51,13 @@ std::optional<Bytes> still_of(const Frame& frame, StillFormat format) {
 
 class Snapshots {
 public:
-    Snapshots(const SnapshotPlan& plan, LiveCamera& camera, Outlet& outlet)
-        : plan_(plan), camera_(camera), outlet_(outlet), format_(still_format(plan)) {}
+    /// `shown`: the file as it was given.
+    Snapshots(const SnapshotPlan& plan, fs::path shown, LiveCamera& camera, Outlet& outlet)
+        : plan_(plan),
+          shown_(std::move(shown)),
+          camera_(camera),
+          outlet_(outlet),
+          format_(still_format(plan)) {}
 
     /// Until all are taken, somebody asks to stop or the reader has gone.
     void take(const StopSignals& signals) {
@@ -91,13 +97,14 @@ private:
         }
         const fs::path file = plan_.every.count() > 0 ? timed_name(plan_.output, time_ms) : plan_.output;
         write_whole_file(file, content);
-        say(file.string() + ": " + byte_words(still.size()));
+        say((shown_.parent_path() / file.filename()).string() + ": " + byte_words(still.size()));
         return true;
     }
 
     static void say(const std::string& line) { std::cerr << "plendix: " << line << std::endl; }
 
     const SnapshotPlan& plan_;
+    const fs::path shown_;
     LiveCamera& camera_;
     Outlet& outlet_;
     const StillFormat format_;
@@ -120,7 +127,7 @@ int take_snapshots(const SnapshotPlan& wish) {
     Outlet outlet(STDOUT_FILENO);
     LiveCamera camera(plan.plugin, plan.camera);
     const StopSignals signals;
-    Snapshots snapshots(plan, camera, outlet);
+    Snapshots snapshots(plan, wish.output, camera, outlet);
     camera.start();
     snapshots.take(signals);
     return snapshots.taken() > 0 ? exit_done : exit_failed;

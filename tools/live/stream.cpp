@@ -33,13 +33,15 @@ struct Progress {
     std::uint64_t pictures = 0;
     std::uint64_t bytes = 0;
     std::uint64_t unreadable = 0;
+    // Of this format:
+    std::uint64_t pictures_before = 0;
     std::int64_t first_ms = 0;  // arrival
     std::int64_t last_ms = 0;
 
+    std::chrono::milliseconds span() const { return std::chrono::milliseconds(last_ms - first_ms); }
     double rate() const {
-        return pictures < 2 || last_ms <= first_ms
-                   ? 0
-                   : 1000.0 * static_cast<double>(pictures - 1) / static_cast<double>(last_ms - first_ms);
+        return 1000.0 * static_cast<double>(pictures - pictures_before - 1) /
+               static_cast<double>(last_ms - first_ms);
     }
 };
 
@@ -75,10 +77,14 @@ private:
         const std::lock_guard<std::mutex> lock(mutex_);
         progress_.unreadable = stream_.unreadable();
         if (pieces.empty() || !sent) return sent;
-        progress_.format = stream_.format();
+        if (!(progress_.format == stream_.format())) {
+            progress_.format = stream_.format();
+            progress_.pictures_before = progress_.pictures;
+            progress_.first_ms = frame.arrival_ms;
+        }
         for (const Piece& piece : pieces)
             progress_.bytes += piece.size;
-        if (progress_.pictures++ == 0) progress_.first_ms = frame.arrival_ms;
+        ++progress_.pictures;
         progress_.last_ms = frame.arrival_ms;
         return true;
     }
@@ -130,17 +136,16 @@ private:
             for (const std::string& line : tale.look(events, state, now))
                 say(line);
             tale.require_camera(state, now);
-            tell_format(state, now);
+            tell_format(state);
             if (plan_.duration.count() > 0 && state.first_frame && now - *state.first_frame >= plan_.duration)
                 return;
         }
     }
 
     /// What comes, once it is known for how long, and again when it is another.
-    void tell_format(const CameraState& state, Clock::time_point now) {
+    void tell_format(const CameraState& state) {
         const Progress progress = pump_.progress();
-        if (!progress.format.usable() || !state.first_frame) return;
-        if (now - *state.first_frame < time_to_measure) return;
+        if (progress.span() < time_to_measure) return;
         const std::string format = format_text(progress.format);
         if (format == told_) return;
         say(title_of(state) + ": " + (told_.empty() ? "" : "now ") + format + ", " +
