@@ -103,8 +103,12 @@ std::string metrics_text(const CameraBoard& board, const LiveHub& hub, const Pro
         numbers.seconds_since_call);
     put("plendix_driver_lost_documents_total", "counter", "Documents of the driver that found no room",
         static_cast<double>(numbers.lost_documents));
+    put("plendix_http_requests_total", "counter", "Requests", static_cast<double>(numbers.requests));
+    put("plendix_http_refused_total", "counter", "Requests of those who may not ask",
+        static_cast<double>(numbers.refused));
+    put("plendix_http_sent_bytes_total", "counter", "Bytes of responses", static_cast<double>(numbers.bytes));
     put("plendix_http_connections", "gauge", "Connections now", static_cast<double>(numbers.connections));
-    put("plendix_http_requests_total", "counter", "Requests so far", static_cast<double>(numbers.requests));
+    put("plendix_http_streams", "gauge", "Responses that go on, now", static_cast<double>(numbers.streams));
     return text;
 }
 
