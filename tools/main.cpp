@@ -19,6 +19,9 @@
 #include "record/record_command.h"
 #include "record/search_command.h"
 #include "usage.h"
+#ifdef PLENDIX_SERVE
+#include "http/password_command.h"
+#endif
 
 namespace {
 
@@ -64,6 +67,9 @@ int run(int argc, char** argv) {
     plendix::add_snapshot_command(app, chosen);
     plendix::add_stream_command(app, chosen);
     plendix::add_camera_command(app, chosen);
+#ifdef PLENDIX_SERVE
+    plendix::add_password_command(app, chosen);
+#endif
     require_known_commands(app, argc, argv);
     try {
         app.parse(argc, argv);

@@ -19,6 +19,9 @@
 
 namespace plendix {
 
+/// The user of a request with a token.
+constexpr const char* token_user = "token";
+
 struct GuardOptions {
     ListenAddress listen;
     std::vector<std::string> host_names;  // further names of this server
@@ -40,6 +43,9 @@ public:
     /// Nothing: go on, with request.user filled in. Else what to answer. `method` is the client's own.
     std::optional<Response> refuse(Request& request, const std::string& method, const Route* route) const;
 
+    /// Whether who asked then could ask now: a stream goes on for days. Counts as a use of the session.
+    bool still_welcome(const Request& request) const;
+
     /// The routes POST /api/login, POST /api/logout and GET /api/session. They use the guard.
     void add_routes(Router& router, const std::string& version);
 
@@ -52,6 +58,7 @@ private:
     Response session(const Request& request, const std::string& version) const;
     std::string user_of(const Request& request) const;
     std::string cookie(const std::string& value, std::chrono::seconds age) const;
+    std::string admitted(const std::string& name, const std::string& password) const;
 
     GuardOptions options_;
     OwnNames names_;

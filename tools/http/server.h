@@ -19,7 +19,7 @@ struct ServerOptions {
     std::string tls_certificate;  // PEM files; empty: no TLS
     std::string tls_key;
     unsigned connections = 600;              // at a time
-    unsigned connections_per_address = 300;  // a proxy in front has one address for all
+    unsigned connections_per_address = 250;  // a proxy in front has one address for all
     std::size_t body_bytes = 64U << 10U;
     std::chrono::seconds request_time{10};  // for a whole request, from its first byte
     std::chrono::seconds idle_time{60};     // between requests, and for a client to take a plain response
@@ -35,6 +35,8 @@ struct ServerCounts {
     std::uint64_t open_connections = 0;
     std::uint64_t open_streams = 0;
 };
+
+class ServerEngine;
 
 class Server {
 public:
@@ -53,8 +55,7 @@ public:
     void stop();
 
 private:
-    class Engine;
-    std::unique_ptr<Engine> engine_;
+    std::unique_ptr<ServerEngine> engine_;
 };
 
 }  // namespace plendix

@@ -29,7 +29,8 @@ public:
     Stream& operator=(const Stream&) = delete;
 
     /// Up to `size` bytes to `to`; never waits. After "nothing now" the server asks again when somebody
-    /// has called wake(), even while read() ran.
+    /// has called wake(), even while read() ran. Where it throws, the connection is cut: the client is not
+    /// to take for whole what is not.
     virtual StreamRead read(std::uint8_t* to, std::size_t size) = 0;
 
     /// The client has gone, or all was sent: nobody asks any more. The server's thread, once.
