@@ -20,7 +20,9 @@
 #include "record/search_command.h"
 #include "usage.h"
 #ifdef PLENDIX_SERVE
+#include "demo/serve_demo.h"
 #include "http/password_command.h"
+#include "serve/serve_command.h"
 #endif
 
 namespace {
@@ -69,6 +71,7 @@ int run(int argc, char** argv) {
     plendix::add_camera_command(app, chosen);
 #ifdef PLENDIX_SERVE
     plendix::add_password_command(app, chosen);
+    plendix::add_serve_command(app, chosen, plendix::serve_demo_cameras);
 #endif
     require_known_commands(app, argc, argv);
     try {

@@ -148,7 +148,7 @@ ServerEngine::~ServerEngine() {
 void ServerEngine::start(Guard& guard) {
     const bool tls = !options_.tls_certificate.empty();
     const TlsFiles files = tls ? read_tls_files(options_.tls_certificate, options_.tls_key) : TlsFiles{};
-    const int listening = open_listening_socket(options_.listen);
+    const int listening = options_.socket >= 0 ? options_.socket : open_listening_socket(options_.listen);
     port_ = port_of_socket(listening);
     guard.set_port(port_);
     LibraryOptions list;

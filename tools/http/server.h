@@ -16,6 +16,7 @@ namespace plendix {
 
 struct ServerOptions {
     ListenAddress listen;
+    int socket = -1;  // that listens there already, and is the server's from now on; else it opens one
     std::string tls_certificate;  // PEM files; empty: no TLS
     std::string tls_key;
     unsigned connections = 600;              // at a time
