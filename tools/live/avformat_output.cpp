@@ -80,11 +80,6 @@ void AvformatOutput::flush() {
     require(av_write_frame(context_.get(), nullptr));
 }
 
-void AvformatOutput::close() {
-    if (open_) require(av_write_trailer(context_.get()));
-    open_ = false;
-}
-
 const Bytes& AvformatOutput::take() {
     avio_flush(context_->pb);
     taken_.swap(output_);

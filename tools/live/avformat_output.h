@@ -25,7 +25,6 @@ public:
     void write(const Bytes& access_unit, bool key, std::int64_t time_ms, std::int64_t duration_ms = 0);
     /// What the muxer keeps back until a fragment is whole.
     void flush();
-    void close();
 
     /// All that came since the last call; lies here until the next one.
     const Bytes& take();

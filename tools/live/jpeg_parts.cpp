@@ -28,9 +28,4 @@ const Pieces& JpegParts::write(const Pieces& picture, bool /*key*/, std::int64_t
     return pieces_;
 }
 
-const Pieces& JpegParts::end() {
-    pieces_.assign(1, piece_of("--plendix--\r\n"));
-    return pieces_;
-}
-
 }  // namespace plendix

@@ -1,4 +1,5 @@
-// JPEG pictures as parts of one endless message (RFC 2046, 5.1), each in place of the one before.
+// JPEG pictures as parts of one message (RFC 2046, 5.1), each in place of the one before. It has no closing
+// delimiter: readers take that for damage.
 #pragma once
 
 #include "live/live_writer.h"
@@ -10,7 +11,6 @@ public:
     const char* media_type() const override { return "multipart/x-mixed-replace; boundary=plendix"; }
     void begin(const PictureFormat& format, std::int64_t start_ms) override;
     const Pieces& write(const Pieces& picture, bool key, std::int64_t time_ms) override;
-    const Pieces& end() override;
 
 private:
     std::string head_;

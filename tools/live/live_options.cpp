@@ -16,6 +16,10 @@ void add_live_options(CLI::App& command, LiveOptions& options) {
     command.add_option("--size", options.size,
                        "WIDTHxHEIGHT; below the camera's own size the camera sends half resolution");
     command.add_option("--quality", options.quality, "1 to 10, 10 is the finest; without it 4");
+    command.add_flag(
+        "--relay-normally-low", options.relay_normally_low,
+        "the driver holds the camera's relay output at its level without an alarm: low with this, "
+        "else high");
     command
         .add_option("--timeout", options.timeout, "gives up where the first picture takes longer than this")
         ->capture_default_str();
@@ -32,6 +36,7 @@ CameraSettings camera_of(const LiveOptions& options) {
     camera.number = 1;
     camera.name = "Camera 1";
     camera.address = parse_address(options.address);
+    camera.relay_normally_low = options.relay_normally_low;
     if (options.codec) camera.codec = parse_codec(*options.codec);
     if (options.size) std::tie(camera.width, camera.height) = parse_size(*options.size);
     require_range("rate", camera.rate = options.rate.value_or(0), 60);

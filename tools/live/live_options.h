@@ -15,6 +15,7 @@ struct LiveOptions {
     std::string address;
     std::optional<std::string> codec, size;
     std::optional<int> rate, quality;
+    bool relay_normally_low = false;
     std::string timeout = "15s";
     std::string plugin;
 };

@@ -17,7 +17,6 @@ public:
     /// used. It lies here and in the frame, until the next call. Throws Failure where the stream cannot
     /// go on: the camera sends what its format does not carry.
     const Pieces& take(const Frame& frame);
-    const Pieces& end() { return writer_->end(); }
 
     /// Of the picture taken last; not usable before the first.
     const PictureFormat& format() const { return parts_.format(); }

@@ -18,8 +18,9 @@ const char* format_name(StreamFormat format);
 /// Whether it has pictures of this codec.
 bool carries(StreamFormat format, FrameCodec codec);
 
-/// One stream to one reader. Every picture leaves with the call that brings it: nothing is held back.
-/// What is returned lies in the writer and in the picture, until the next call. One thread.
+/// One stream to one reader; it may end behind any picture. Every picture leaves with the call that brings
+/// it: nothing is held back. What is returned lies in the writer and in the picture, until the next call. One
+/// thread.
 class LiveWriter {
 public:
     LiveWriter() = default;
@@ -36,8 +37,6 @@ public:
     /// say before comes with it. `time_ms` counts from the
     /// stream's first picture and is another for each.
     virtual const Pieces& write(const Pieces& picture, bool key, std::int64_t time_ms) = 0;
-    /// What a reader likes to see at the end.
-    virtual const Pieces& end() = 0;
 };
 
 std::unique_ptr<LiveWriter> make_live_writer(StreamFormat format);

@@ -30,9 +30,4 @@ const Pieces& MatroskaStream::write(const Pieces& picture, bool key, std::int64_
     return pieces_;
 }
 
-const Pieces& MatroskaStream::end() {
-    pieces_.clear();
-    return pieces_;
-}
-
 }  // namespace plendix

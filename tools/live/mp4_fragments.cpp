@@ -54,11 +54,6 @@ const Pieces& Mp4Fragments::write(const Pieces& picture, bool key, std::int64_t 
     return collected();
 }
 
-const Pieces& Mp4Fragments::end() {
-    output_.close();
-    return collected();
-}
-
 const Pieces& Mp4Fragments::collected() {
     const Bytes& bytes = output_.take();
     pieces_.clear();

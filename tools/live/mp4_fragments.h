@@ -18,7 +18,6 @@ public:
     /// Throws Failure when parameter sets or size are other ones than before: a browser needs a new stream.
     void begin(const PictureFormat& format, std::int64_t start_ms) override;
     const Pieces& write(const Pieces& picture, bool key, std::int64_t time_ms) override;
-    const Pieces& end() override;
 
     /// "avc1.420020" (RFC 6381), of the parameter sets.
     const std::string& codec_name() const { return codec_name_; }

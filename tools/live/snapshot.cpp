@@ -10,12 +10,12 @@
 #include "host/jpeg_check.h"
 #include "host/lossy_output.h"
 #include "host/signals.h"
+#include "host/still_file.h"
 #include "host/still_image.h"
 #include "host/words.h"
 #include "live/camera_tale.h"
 #include "live/live_camera.h"
 #include "live/outlet.h"
-#include "live/still_file.h"
 #include "usage.h"
 
 namespace plendix {
@@ -120,9 +120,11 @@ int take_snapshots(const SnapshotPlan& wish) {
     av_log_set_level(AV_LOG_FATAL);  // of a picture that does not decode the next one is taken
     const LossyOutput standard_error(std::cerr, STDERR_FILENO);
     SnapshotPlan plan = wish;
-    if (!to_output(plan)) plan.output = fs::absolute(plan.output);  // the current directory will be another
     still_format(plan);
-    if (!to_output(plan)) require_writable(plan.output);
+    if (!to_output(plan)) {
+        require_writable(plan.output);
+        plan.output = fs::absolute(plan.output);  // the current directory will be another
+    }
     if (plan.every.count() > 0) plan.camera.rate = rate_between;
     Outlet outlet(STDOUT_FILENO);
     LiveCamera camera(plan.plugin, plan.camera);

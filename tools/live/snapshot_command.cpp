@@ -48,13 +48,12 @@ void add_snapshot_command(CLI::App& app, std::function<int()>& chosen) {
     command->footer(
         "Examples:\n"
         "  plendix snapshot 192.168.1.20 -o door.jpg\n"
-        "  plendix snapshot 192.168.1.20 -o - | mail -s door -A /dev/stdin me@example.com\n"
-        "  plendix snapshot 192.168.1.20 -o door.jpg --every 10s      door-2026-11-23T14-00-00Z.jpg and so "
-        "on\n"
-        "The camera's own brightness, saturation and sharpness stay as they are. The driver writes its "
-        "motion\n"
-        "registers at each connection. Exit code 0: there is a picture; 1: none came in time, the driver\n"
-        "refuses the camera, or the file cannot be written; 2: wrong usage.");
+        "  plendix snapshot 192.168.1.20 -o - --size 800x600 > door.jpg\n"
+        "  plendix snapshot 192.168.1.20 -o door.jpg --every 10s    door-2026-11-23T14-00-00Z.jpg and so on\n"
+        "The camera's own brightness, saturation and sharpness stay as they are. The driver writes its\n"
+        "motion registers and its relay level, see --relay-normally-low. Exit code 0: there is a picture;\n"
+        "1: none came in time, the driver refuses the camera, or the file cannot be written; 2: wrong "
+        "usage.");
     add_live_options(*command, options->live);
     command
         ->add_option("-o,--output", options->output, "file (.jpg or .png), or - for standard output (JPEG)")

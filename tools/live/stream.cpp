@@ -68,7 +68,6 @@ private:
             const auto* frame = delivery ? std::get_if<FramePointer>(&*delivery) : nullptr;
             if (frame != nullptr && !send(**frame)) return;
         }
-        outlet_.write(stream_.end());
     }
 
     bool send(const Frame& frame) {
@@ -119,7 +118,9 @@ public:
     void tell_total() {
         const Progress progress = pump_.progress();
         const std::uint64_t lost = camera_.frames().lost(plan_.camera.number);
-        std::string line = std::to_string(progress.pictures) + " pictures, " + byte_words(progress.bytes);
+        std::string line = std::to_string(progress.pictures) +
+                           (progress.pictures == 1 ? " picture, " : " pictures, ") +
+                           byte_words(progress.bytes);
         if (progress.pictures > 0 && told_.empty()) line += ", " + format_text(progress.format);
         line += "; " + std::to_string(lost) + " lost because the reader was too slow";
         if (progress.unreadable > 0) line += ", " + std::to_string(progress.unreadable) + " unreadable";

@@ -56,8 +56,7 @@ void add_stream_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix stream 192.168.1.20 --format ts | ffmpeg -i - -c copy -f rtsp rtsp://127.0.0.1:8554/door\n"
         "  plendix stream 192.168.1.20 --codec jpeg --size 800x600 --rate 5 --duration 60 > door.mkv\n"
         "docs/bridges.md has more. What comes, silence, return and the total go to standard error. The\n"
-        "driver writes the camera's motion registers at each connection, and no other setting that it "
-        "keeps.\n"
+        "driver writes the camera's motion registers and its relay level, see --relay-normally-low.\n"
         "Exit code 0: ended by the reader, by a signal or by --duration; 1: no picture came in time, the\n"
         "driver refuses the camera, or its pictures do not fit the format; 2: wrong usage.");
     add_live_options(*command, options->live);

@@ -17,11 +17,6 @@ const Pieces& TransportStream::write(const Pieces& picture, bool key, std::int64
     return collected();
 }
 
-const Pieces& TransportStream::end() {
-    output_.close();
-    return collected();
-}
-
 const Pieces& TransportStream::collected() {
     const Bytes& bytes = output_.take();
     pieces_.clear();

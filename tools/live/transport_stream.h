@@ -13,7 +13,6 @@ public:
     const char* media_type() const override { return "video/mp2t"; }
     void begin(const PictureFormat& format, std::int64_t start_ms) override;
     const Pieces& write(const Pieces& picture, bool key, std::int64_t time_ms) override;
-    const Pieces& end() override;
 
 private:
     const Pieces& collected();

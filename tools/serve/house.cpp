@@ -8,7 +8,7 @@
 #include "host/clocks.h"
 #include "host/process_state.h"
 #include "host/service_notice.h"
-#include "live/still_file.h"
+#include "host/still_file.h"
 #include "usage.h"
 
 namespace plendix {

@@ -1,4 +1,4 @@
-#include "live/still_file.h"
+#include "host/still_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
