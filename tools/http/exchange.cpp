@@ -110,7 +110,7 @@ bool Exchange::answer() {
     if (!worker.has_room())
         return send(
             error_response(503, "too much is asked just now: again in a second").with("Retry-After", "1"));
-    errand_ = std::make_shared<Errand>(route, request_, connection_);
+    errand_ = std::make_shared<Errand>(route, request_, connection_, parts_.bell);
     worker.push([errand = errand_] { errand->run(); });
     return true;
 }
@@ -119,7 +119,8 @@ bool Exchange::send(Response response) try {
     queued_ = true;
     if (is_refusal(response.status)) ++parts_.counters.refused;
     if (response.stream) {
-        seat_ = std::make_unique<StreamSeat>(response.stream, connection_);
+        seat_ =
+            std::make_unique<StreamSeat>(response.stream, connection_, parts_.bell, parts_.counters.bytes);
         ++parts_.counters.open_streams;
     }
     const auto patience = static_cast<unsigned>(response.stream ? 0 : parts_.options.idle_time.count());

@@ -31,6 +31,7 @@ struct ServerParts {
     Worker& worker;
     Worker& login_worker;
     ServerCounters& counters;
+    Bell& bell;  // rung when a connection that slept is to be looked at
 };
 
 /// Made when the request line is there. The server's thread alone. Where a method returns false, the
