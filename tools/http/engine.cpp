@@ -105,7 +105,7 @@ bool client_is_gone(int descriptor) {
     return poll(&socket, 1, 0) > 0 && (socket.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
-/// A copy of the calling thread's signals: what main waits for is not for this thread.
+/// For a thread that is made meanwhile: what main waits for is not for it.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -279,7 +279,9 @@ Exchange* ServerEngine::asked(MHD_Connection* library_connection, const std::str
     return connection.exchange;
 }
 
+/// Once the server stops, nothing may fall asleep any more.
 bool ServerEngine::handle(Exchange& exchange, const char* method, const char* body, std::size_t* size) {
+    if (stopping_) return false;
     if (!exchange.judged()) return exchange.judge(method);
     if (*size == 0) return exchange.answer();
     const bool good = exchange.take_body(body, *size);
