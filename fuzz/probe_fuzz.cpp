@@ -1,6 +1,7 @@
 // Datagrams of anybody, from any port at any time, and the network's errors against the probe of one address.
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <vector>
 
 #include "fuzz.h"
@@ -26,17 +27,16 @@ public:
     }
 
     void play() {
-        ProbeDialog dialog(wish_, now_);
-        dialog_ = &dialog;
-        for (hear(); !input_.empty() && !dialog.done(); hear())
+        dialog_.emplace(wish_, now_);
+        for (hear(); !input_.empty() && !dialog_->done(); hear())
             step();
-        for (int ticks = 0; !dialog.done(); hear()) {
-            now_ = dialog.deadline();
-            dialog.tick(now_);
+        for (int ticks = 0; !dialog_->done(); hear()) {
+            now_ = dialog_->deadline();
+            dialog_->tick(now_);
             require(++ticks < 1000);
         }
         require(now_ - Time{} <= 10 * wish_.timeout + wish_.reads * milliseconds{300} + played_);
-        judge(dialog.finding());
+        judge(dialog_->finding());
     }
 
 private:
@@ -108,7 +108,7 @@ private:
     ProbeWish wish_;
     Time now_{};
     milliseconds played_{0};
-    ProbeDialog* dialog_ = nullptr;
+    std::optional<ProbeDialog> dialog_;
     bool heard_ = false;
     Time requested_at_{};
     Bytes last_request_;

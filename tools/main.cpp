@@ -11,6 +11,8 @@
 #include "decode/decode_command.h"
 #include "demo/demo_command.h"
 #include "field/capture_command.h"
+#include "field/inspect_command.h"
+#include "field/replay_command.h"
 #include "host/process_state.h"
 #include "host/signals.h"
 #include "live/snapshot_command.h"
@@ -71,7 +73,9 @@ int run(int argc, char** argv) {
     plendix::add_snapshot_command(app, chosen);
     plendix::add_stream_command(app, chosen);
     plendix::add_capture_command(app, chosen);
+    plendix::add_inspect_command(app, chosen);
     plendix::add_decode_command(app, chosen);
+    plendix::add_replay_command(app, chosen);
     plendix::add_camera_command(app, chosen);
 #ifdef PLENDIX_SERVE
     plendix::add_password_command(app, chosen);

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "check/check_report.h"
-#include "support/camera_bench.h"
+#include "made_camera.h"
 
 namespace plendix::camera::test {
 namespace {
@@ -36,7 +36,9 @@ class CheckTest : public CameraBench {
 protected:
     CheckReport examine(CheckOptions options = {}) {
         options.address = own_address(1);
-        if (options.patience > 1s) options.patience = 1s;
+        options.patience = std::min<std::chrono::milliseconds>(options.patience, 1s);
+        options.withheld = 60ms;
+        options.abandoned = 100ms;
         return check::examine(options);
     }
     std::vector<int> registers() {
@@ -152,42 +154,114 @@ TEST_F(CheckTest, JudgesNothingBehindTheEndAndPutsBackWhatItChanged) {
     EXPECT_FALSE(nobody.heard || nobody.clean());
 }
 
-/// Answers each datagram on its two ports with others, until it goes.
-class Liar {
-public:
-    using Answers = std::function<std::vector<Bytes>(const Bytes& datagram)>;
-    explicit Liar(Answers answers) : answers_(std::move(answers)) {}
-    ~Liar() {
-        stop_ = true;
-        thread_.join();
-    }
-
-private:
-    void run() {
-        while (!stop_) {
-            pollfd waiting[] = {{requests_.descriptor(), POLLIN, 0}, {transfers_.descriptor(), POLLIN, 0}};
-            poll(waiting, 2, 10);
-            for (const UdpSocket* socket : {&requests_, &transfers_}) {
-                Bytes datagram(65536);
-                Endpoint client;
-                const auto size = socket->receive(datagram.data(), datagram.size(), client);
-                if (size < 0) continue;
-                datagram.resize(static_cast<std::size_t>(size));
-                for (const Bytes& answer : answers_(datagram))
-                    transfers_.send(answer.data(), answer.size(), client);
-            }
-        }
-    }
-
-    const Answers answers_;
-    std::atomic<bool> stop_{false};
-    UdpSocket requests_{own_address(1), 69}, transfers_{own_address(1), 0};
-    std::thread thread_{[this] { run(); }};
+struct DefectCase {
+    std::string title;
+    std::function<void(MadeCamera&)> make;
+    Names wrong;  // no others; what cannot be judged then is left out
 };
 
-Bytes oack(const std::string& size) {
-    std::string text = std::string("\0\6blksize\0", 10) + size + '\0';
-    return Bytes(text.begin(), text.end());
+TEST_F(CheckTest, FindsEachDefectOfACameraByItsRule) {
+    using File = const std::string&;
+    const std::vector<DefectCase> cases{
+        {"none", [](MadeCamera&) {}, {}},
+        {"JPEG only", [](MadeCamera& it) { it.h264 = false; }, {}},
+        {"less granted", [](MadeCamera& it) { it.granted = "1400"; }, {"blocks.full"}},
+        {"more granted", [](MadeCamera& it) { it.granted = "2000"; }, {"options.size"}},
+        {"one size",
+         [](MadeCamera& it) { it.refuses = [](File text) { return text.find("1024") != text.npos; }; },
+         {"answers.refused"}},
+        {"from 69", [](MadeCamera& it) { it.from_request_port = true; }, {"answers.port"}},
+        {"hurried",
+         [](MadeCamera& it) {
+             it.hurried = true;
+             it.h264 = false;
+         },
+         {"options.wait", "blocks.wait"}},
+        {"restless",
+         [](MadeCamera& it) {
+             it.restless = true;
+             it.h264 = false;
+         },
+         {"blocks.repeat"}},
+        {"beyond", [](MadeCamera& it) { it.beyond = true; }, {"blocks.end"}},
+        {"octet",
+         [](MadeCamera& it) { it.refuses = [](File text) { return text.find("octet") != text.npos; }; },
+         {"requests.mode"}},
+        {"tsize",
+         [](MadeCamera& it) { it.refuses = [](File text) { return text.find("tsize") != text.npos; }; },
+         {"requests.options"}},
+        {"keys",
+         [](MadeCamera& it) { it.refuses = [](File text) { return text.find("zoom") != text.npos; }; },
+         {"requests.keys"}},
+        {"unknown register",
+         [](MadeCamera& it) { it.mute = [](File name) { return name.find("9999") != name.npos; }; },
+         {"requests.register", "answers.all"}},
+        {"unknown file",
+         [](MadeCamera& it) { it.mute = [](File name) { return name[0] == 'n'; }; },
+         {"requests.file", "answers.all"}},
+        {"model", [](MadeCamera& it) { it.stuck[122] = 150; }, {"registers.model"}},
+        {"firmware", [](MadeCamera& it) { it.stuck[123] = 61704; }, {"registers.firmware"}},
+        {"no sensor", [](MadeCamera& it) { it.stuck[72] = 0; }, {"registers.sensor", "registers.unread"}},
+        {"unread", [](MadeCamera& it) { it.registers[15] = 65535; }, {"registers.unread"}},
+        {"stuck",
+         [](MadeCamera& it) {
+             it.stuck = {{2, 11}, {110, 4}, {79, 0}, {25, 48}};
+         },
+         {"registers.2", "registers.110", "registers.setup", "registers.trigger"}},
+        {"MAC",
+         [](MadeCamera& it) { it.spoil_trailer = [](Bytes& t) { std::fill_n(t.begin() + 6, 6, 0); }; },
+         {"pictures.mac"}},
+        {"trailer",
+         [](MadeCamera& it) { it.h264 = false, it.spoil_trailer = [](Bytes& t) { t.resize(89); }; },
+         {"pictures.trailer"}},
+        {"trailers of JPEG",
+         [](MadeCamera& it) { it.spoil_trailer = [](Bytes& t) { t.resize(90); }; },
+         {"h264.trailer"}},
+        {"no quality",
+         [](MadeCamera& it) { it.spoil_trailer = [](Bytes& t) { t[81] = 27; }; },
+         {"jpeg.trailer"}},
+        {"outside",
+         [](MadeCamera& it) {
+             it.spoil_trailer = [](Bytes& t) {
+                 t[83] = 1;
+                 t[87] = 129;
+             };
+         },
+         {"jpeg.area", "h264.area"}},
+        {"a block of zeros",
+         [](MadeCamera& it) {
+             it.spoil_blocks = [](auto& all) { all.insert(all.end() - 1, Bytes(all[0].size())); };
+         },
+         {"pictures.padding"}},
+        {"other padding",
+         [](MadeCamera& it) { it.spoil_jpeg = [](Bytes& jpeg) { jpeg.push_back(1); }; },
+         {"pictures.padding"}},
+        {"no restart",
+         [](MadeCamera& it) {
+             it.spoil_jpeg = [](Bytes& jpeg) { jpeg.erase(jpeg.begin() + 42, jpeg.begin() + 44); };
+         },
+         {"jpeg.markers", "jpeg.libjpeg"}},
+        {"no end",
+         [](MadeCamera& it) { it.spoil_jpeg = [](Bytes& jpeg) { jpeg.resize(jpeg.size() - 2); }; },
+         {"jpeg.end", "jpeg.libjpeg"}},
+        {"no key frame", [](MadeCamera& it) { it.key_on_request = false; }, {"h264.request"}},
+        {"one stream", [](MadeCamera& it) { it.ssn_matters = false; }, {"h264.ssn"}},
+        {"numbers",
+         [](MadeCamera& it) {
+             it.spoil_slice = [](Bytes& slice, bool key) {
+                 if (!key) slice[1] ^= 0x80;
+             };
+         },
+         {"h264.slices"}}};
+    for (const DefectCase& one : cases) {
+        SCOPED_TRACE(one.title);
+        MadeCamera camera;
+        one.make(camera);
+        const Answering answering(std::ref(camera));
+        const CheckReport report = examine();
+        EXPECT_THAT(rules_with(report, Verdict::fail), testing::UnorderedElementsAreArray(one.wrong))
+            << text_of(report);
+    }
 }
 
 TEST_F(CheckTest, EndsWithAFailureWhateverAnswers) {
@@ -200,42 +274,39 @@ TEST_F(CheckTest, EndsWithAFailureWhateverAnswers) {
         return bytes;
     };
     const auto data = [](std::uint16_t number, std::size_t size) {
-        Bytes packet(4 + size, 0x1B);
-        packet[0] = 0, packet[1] = 3, packet[2] = static_cast<std::uint8_t>(number >> 8);
-        packet[3] = static_cast<std::uint8_t>(number);
-        return packet;
+        return Answer{test::data(number, Bytes(size, 0x1B))};
     };
-    const std::vector<std::pair<std::string, Liar::Answers>> liars{
-        {"answers.packets", [&](const Bytes&) { return std::vector<Bytes>(8, noise(700)); }},
-        {"answers.packets", [](const Bytes& datagram) { return std::vector<Bytes>{datagram}; }},
+    const std::vector<std::pair<std::string, Answering::Answers>> strangers{
+        {"answers.packets", [&](const Bytes&) { return std::vector<Answer>(8, {noise(700)}); }},
+        {"answers.packets", [](const Bytes& datagram) { return std::vector<Answer>{{datagram}}; }},
         {"answers.refused",
          [](const Bytes&) {
-             return std::vector<Bytes>{{0, 5, 0, 1, 27, '[', '2', 'J', 7, 0x9B, 0}};
+             return std::vector<Answer>{{{0, 5, 0, 1, 27, '[', '2', 'J', 7, 0x9B, 0}}};
          }},
-        {"options.size", [&](const Bytes&) { return std::vector<Bytes>{oack(std::string(65000, '9'))}; }},
+        {"options.size", [&](const Bytes&) { return std::vector<Answer>{{oack(std::string(65000, '9'))}}; }},
         {"options.size",
          [&](const Bytes&) {
-             return std::vector<Bytes>{oack("1"), noise(4)};
+             return std::vector<Answer>{{oack("1")}, {noise(4)}};
          }},
         {"registers.bytes",
          [&](const Bytes& datagram) {
              if (datagram[1] == 1) block = 0;
-             return std::vector<Bytes>{datagram[1] == 1 ? oack("1450") : data(++block, 1450)};
+             return std::vector<Answer>{datagram[1] == 1 ? Answer{oack("1450")} : data(++block, 1450)};
          }},
         {"registers.bytes",
          [&](const Bytes& datagram) {
-             return std::vector<Bytes>{datagram[1] == 1 ? oack("1450") : data(1, 0)};
+             return std::vector<Answer>{datagram[1] == 1 ? Answer{oack("1450")} : data(1, 0)};
          }},
         {"blocks.full",
          [&](const Bytes& datagram) {
-             return std::vector<Bytes>{datagram[1] == 1 ? oack("1450") : data(1, 60000)};
+             return std::vector<Answer>{datagram[1] == 1 ? Answer{oack("1450")} : data(1, 60000)};
          }},
         {"registers.model", [&](const Bytes& datagram) {  // any register and any picture is two bytes
-             return std::vector<Bytes>{datagram[1] == 1 ? oack("1450") : data(1, 2)};
+             return std::vector<Answer>{datagram[1] == 1 ? Answer{oack("1450")} : data(1, 2)};
          }}};
-    for (const auto& [rule, answers] : liars) {
+    for (const auto& [rule, answers] : strangers) {
         SCOPED_TRACE(rule);
-        const Liar liar(answers);
+        const Answering answering(answers);
         CheckOptions options;
         options.patience = 100ms;
         options.budget = 4s;

@@ -158,20 +158,22 @@ std::uint64_t told(const std::string& said, const std::string& word) {
 TEST_F(Live, EachPictureLeavesAtOnceAndAReaderThatGoesEndsItWell) {
     Behaviour slow;
     slow.max_fps = 2;
-    start(sensor(320, 240), 1, slow);
+    start(sensor(320, 240), 4, slow);
+    std::size_t camera = 0;
     for (const auto& [format, codec] :
          {std::pair{"mkv", "jpeg"}, {"mkv", "h264"}, {"ts", ""}, {"mjpeg", ""}}) {
-        const std::uint64_t before = fleet->counters(0).frames;
-        std::vector<std::string> words{"stream", own_address(1), "--format", format};
+        fleet->keep_originals(camera);
+        std::vector<std::string> words{"stream", own_address(camera + 1), "--format", format};
         if (*codec != '\0') words.insert(words.end(), {"--codec", codec});
         const pid_t child = run(words, pipe_[1]);
         close(pipe_[1]);
-        ASSERT_TRUE(await([&] { return fleet->originals(0).size() > before; }));
+        ASSERT_TRUE(await([&] { return !fleet->originals(camera).empty(); }));
         std::ofstream file("first", std::ios::binary);
-        std::size_t bytes = fleet->originals(0)[before].size();
+        std::size_t bytes = fleet->originals(camera)[0].size();
         bytes -= std::min<std::size_t>(bytes / 2, 1000);  // what the encoder says of itself is not delivered
         EXPECT_EQ(read_on(file, bytes), bytes) << format;
-        EXPECT_LE(fleet->counters(0).frames, before + 2) << format << ": it waited for the next pictures";
+        EXPECT_LE(fleet->counters(camera).frames, 2U) << format << ": it waited for the next pictures";
+        ++camera;
         close(pipe_[0]);  // the camera's next picture is half a second away
         EXPECT_EQ(exit_code(child), 0) << format;
         EXPECT_THAT(text("said"), HasSubstr("; 0 lost")) << format;
@@ -236,6 +238,9 @@ TEST_F(Live, SnapshotsDecodeAreWholeAndLeaveTheCameraAsItIs) {
     }
     EXPECT_EQ(run_to_end({"snapshot", own_address(1), "-o", "out/e.jpg", "--every", "1s", "--count", "2"}),
               0);
+    EXPECT_EQ(fleet->relay(0), 1);
+    EXPECT_EQ(run_to_end({"snapshot", own_address(1), "-o", "out/a.jpg", "--relay-normally-low"}), 0);
+    EXPECT_EQ(fleet->relay(0), 0);
     const std::ptrdiff_t files = std::distance(fs::directory_iterator("out"), {});
     EXPECT_EQ(files, 5 + 2) << "and no half ones";
     for (const std::string& name : fleet->requested(0))

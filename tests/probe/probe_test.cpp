@@ -263,6 +263,13 @@ TEST_F(ProbeOfCameras, GivesWhatTheCameraIsAndWritesNothing) {
     EXPECT_EQ(json({4s, 0, false})["trigger_level"], nullptr);
     EXPECT_EQ(json({4s, 0, true})["trigger_level"], 1);
     EXPECT_EQ(fleet->counters(0).register_writes, 2U);
+
+    // What comes from others, or twice, or means nothing, is not taken for an answer.
+    start(camera, 1, {"", 0, 1, 0, 0ms, 1, parse_faults("foreign=100%,garbage=100%,duplicate=100%")});
+    found = json({4s, 50, false});
+    EXPECT_EQ(found["register_reads"]["made"], 50);
+    EXPECT_EQ(found["register_reads"]["lost"], 0);
+    EXPECT_EQ(found["h264_most"], most);
 }
 
 TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
@@ -273,7 +280,7 @@ TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
     EXPECT_EQ(code, exit_done);
     const auto document = nlohmann::json::parse(output);
-    EXPECT_EQ(document["found"], (nlohmann::json{{"camera", 3}, {"closed", 251}}));
+    EXPECT_EQ(document["counts"], (nlohmann::json{{"camera", 3}, {"closed", 251}}));
     EXPECT_EQ(document["addresses"].size(), 3U);
     const struct {
         std::string arguments;

@@ -22,16 +22,19 @@ void check_pictures(Interview& interview, CheckReport& report) {
     Findings& findings = interview.findings();
     const link::Area whole = whole_area(report.sensor);
     if (whole.width() <= 0 || whole.height() <= 0) {
-        for (const char* group : {"pictures.", "jpeg.", "h264.", "stream."})
-            skip_group(findings, group, "no sensor area of 64 x 32 pixels or more");
+        for (const char* group : {"pictures", "jpeg", "h264", "stream"})
+            findings.skip_group(group, "no sensor area of 64 x 32 pixels or more");
         return;
     }
     Album album(interview, report.sensor);
-    report.jpeg = check_jpeg(album, whole);
-    report.h264 = check_h264(album, whole);
+    const Ending jpeg = check_jpeg(album, whole), h264 = check_h264(album, whole);
+    report.jpeg = jpeg == Ending::whole;
+    report.h264 = h264 == Ending::whole;
+    const std::string over = interview.examination().over();
     if (!report.jpeg && !report.h264) {
-        const std::string over = interview.examination().over();
-        if (!over.empty()) return findings.skip(Rule::pictures_codec, over);
+        const bool broken = jpeg == Ending::broken || h264 == Ending::broken;
+        if (broken || !over.empty())
+            return findings.skip(Rule::pictures_codec, over.empty() ? "no picture came whole" : over);
         return findings.fail(Rule::pictures_codec,
                              {"RRQ image?..., then h264?...", "neither", "a picture of one or both"});
     }

@@ -17,6 +17,8 @@ struct CheckOptions {
     std::string address;            // dotted IPv4
     bool relay = false;             // may be switched
     milliseconds patience{2'000};   // for one packet; the driver has 10 s
+    milliseconds withheld{150};     // acknowledgements, to see whether the camera waits for them
+    milliseconds abandoned{500};    // a transfer, in front of the next request
     milliseconds budget{60'000};    // for all; what comes later is not judged
     std::function<bool()> stopped;  // somebody wants it to end
 };
@@ -27,12 +29,16 @@ public:
 
     /// Why nothing more is asked; empty while there is no reason.
     std::string over() const {
+        const std::string reason = ended();
+        if (!reason.empty() || restoring) return reason;
+        return silences >= most_silences ? "the camera fell silent" : "";
+    }
+    /// The same, of reasons that are not the camera's.
+    std::string ended() const {
         if (restoring) return {};
         if (stopped()) return "ended before its time";
-        if (silences >= most_silences) return "the camera fell silent";
-        if (Clock::now() >= end_)
-            return "the check's " + std::to_string(options.budget.count() / 1000) + " s are over";
-        return {};
+        if (Clock::now() < end_) return {};
+        return "the check's " + std::to_string(options.budget.count() / 1000) + " s are over";
     }
     bool stopped() const { return !restoring && options.stopped && options.stopped(); }
 

@@ -23,6 +23,11 @@ void Findings::skip(Rule rule, const std::string& reason) {
     if (finding.verdict == Verdict::skip && finding.note.empty()) finding.note = reason;
 }
 
+void Findings::skip_group(const std::string& group, const std::string& reason) {
+    for (std::size_t i = 0; i < rules; ++i)
+        if (rule_words().at(i).name.rfind(group + '.', 0) == 0) skip(static_cast<Rule>(i), reason);
+}
+
 void Findings::judge(Rule rule, bool holds, const Evidence& evidence) {
     holds ? pass(rule) : fail(rule, evidence);
 }

@@ -25,6 +25,8 @@ public:
     void pass(Rule rule, const std::string& note = {});
     void fail(Rule rule, const Evidence& evidence);
     void skip(Rule rule, const std::string& reason);
+    /// All rules of a group that nothing is known of: "jpeg", say.
+    void skip_group(const std::string& group, const std::string& reason);
     void judge(Rule rule, bool holds, const Evidence& evidence);
 
     const Finding& of(Rule rule) const { return findings_.at(static_cast<std::size_t>(rule)); }

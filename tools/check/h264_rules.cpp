@@ -40,13 +40,13 @@ public:
     H264Rules(Album& album, const link::Area& whole)
         : album_(album), interview_(album.interview()), findings_(album.findings()), whole_(whole) {}
 
-    bool run() {
+    Ending run() {
         Shot first = shoot(interview_.open(), h264(whole_, usual), true);
         if (first.fetched.ending == Ending::refused || first.fetched.ending == Ending::unanswered) {
-            skip_group(findings_, "h264.", "h264? is not served: " + first.trouble);
-            return false;
+            findings_.skip_group("h264", "h264? is not served: " + first.trouble);
+            return first.fetched.ending;
         }
-        skip_group(findings_, "h264.", first.trouble);
+        findings_.skip_group("h264", first.trouble);
         follow_a_stream();
         alone(first);
         const Shot half = alone(shoot(interview_.open(), h264(whole_, usual, true)));
@@ -56,7 +56,7 @@ public:
             album_.judge_area(Rule::h264_area, alone(shoot(interview_.open(), h264(part, usual))));
         const Shot fine = alone(shoot(interview_.open(), h264(whole_, finest)));
         album_.judge_sizes(Rule::h264_qp, fine, alone(shoot(interview_.open(), h264(whole_, coarsest))));
-        return first.fetched.whole();
+        return first.fetched.ending;
     }
 
 private:
@@ -162,7 +162,7 @@ private:
 
 }  // namespace
 
-bool check_h264(Album& album, const link::Area& whole) {
+Ending check_h264(Album& album, const link::Area& whole) {
     return H264Rules(album, whole).run();
 }
 

@@ -68,7 +68,7 @@ private:
 
 }  // namespace
 
-bool check_jpeg(Album& album, const link::Area& whole) {
+Ending check_jpeg(Album& album, const link::Area& whole) {
     Interview& interview = album.interview();
     JpegRules rules_of_jpeg(album);
     const auto shoot = [&](const link::FileName& name, bool optional = false) {
@@ -78,16 +78,16 @@ bool check_jpeg(Album& album, const link::Area& whole) {
     };
     const Shot first = shoot(jpeg(whole, usual), true);
     if (first.fetched.ending == Ending::refused || first.fetched.ending == Ending::unanswered) {
-        skip_group(album.findings(), "jpeg.", "image? is not served: " + first.trouble);
-        return false;
+        album.findings().skip_group("jpeg", "image? is not served: " + first.trouble);
+        return first.fetched.ending;
     }
-    skip_group(album.findings(), "jpeg.", first.trouble);
+    album.findings().skip_group("jpeg", first.trouble);
     album.judge_half(Rule::jpeg_half, shoot(jpeg(whole, usual, true)));
     const link::Area part = part_of(whole);
     if (part.width() > 0 && part.height() > 0) album.judge_area(Rule::jpeg_area, shoot(jpeg(part, usual)));
     const Shot fine = shoot(jpeg(whole, finest));
     album.judge_sizes(Rule::jpeg_quality, fine, shoot(jpeg(whole, coarsest)));
-    return first.fetched.whole();
+    return first.fetched.ending;
 }
 
 }  // namespace plendix::check

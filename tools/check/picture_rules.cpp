@@ -48,11 +48,6 @@ std::size_t content_size(const Shot& shot) {
     return static_cast<std::size_t>(payload.rend() - last);
 }
 
-void skip_group(Findings& findings, const std::string& group, const std::string& reason) {
-    for (std::size_t i = 0; i < rules; ++i)
-        if (rule_words().at(i).name.rfind(group, 0) == 0) findings.skip(static_cast<Rule>(i), reason);
-}
-
 void Album::judge(const Shot& shot) {
     judge_mac(shot);
     const link::Bytes& payload = shot.fetched.payload;

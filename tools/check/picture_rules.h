@@ -37,9 +37,9 @@ private:
     std::optional<std::array<std::uint8_t, 6>> mac_;
 };
 
-/// Each tells whether the camera serves such pictures.
-bool check_jpeg(Album& album, const link::Area& whole);
-bool check_h264(Album& album, const link::Area& whole);
+/// How the first picture of the kind ended: refused or unanswered, the camera has none.
+Ending check_jpeg(Album& album, const link::Area& whole);
+Ending check_h264(Album& album, const link::Area& whole);
 
 /// Pictures without a pause between them.
 void check_row(Interview& interview, const link::FileName& picture);
@@ -49,8 +49,5 @@ std::size_t content_size(const Shot& shot);
 /// "RRQ image?..."
 std::string request_text(const Shot& shot);
 std::string area_text(const link::Area& area);
-
-/// With a reason, all rules of a group that nothing is known of: "jpeg.", say.
-void skip_group(Findings& findings, const std::string& group, const std::string& reason);
 
 }  // namespace plendix::check

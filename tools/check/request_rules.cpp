@@ -1,6 +1,8 @@
 #include "check/request_rules.h"
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "check/packet_text.h"
 #include "host/words.h"
@@ -10,8 +12,6 @@ namespace plendix::check {
 namespace {
 
 constexpr std::size_t other_size = 1024;
-constexpr milliseconds withheld{150};  // an acknowledgement; a camera that does not wait is quicker
-constexpr milliseconds abandoned{500};
 constexpr milliseconds prompt{100};
 constexpr const char* too_short = "the picture did not come so far";
 
@@ -49,29 +49,20 @@ void check_other_way(Interview& interview, Rule rule, const std::vector<std::vec
 
 /// What the camera says to a file that does not exist is its own affair.
 void check_unknown(Interview& interview, Rule rule, const std::string& name) {
+    const std::string over = interview.examination().over();
+    if (!over.empty()) return interview.findings().skip(rule, over);
     Conversation& conversation = interview.open();
     const Request request = request_for(name, false, true);
     conversation.request(request.packet, name);
-    const auto answer = conversation.next(Clock::now() + withheld);
+    const auto answer = conversation.next(Clock::now() + interview.examination().options.withheld);
     const std::string came = answer ? packet_text({answer->bytes.data(), answer->bytes.size()}) : "nothing";
     if (interview.read(register_model)) return interview.findings().pass(rule);
-    const std::string over = interview.examination().over();
-    if (!over.empty()) return interview.findings().skip(rule, over);
+    const std::string ended = interview.examination().ended();
+    if (!ended.empty()) return interview.findings().skip(rule, ended);
     interview.findings().fail(
         rule, {"RRQ " + name + ", then " + link::register_name(register_model), came + ", then nothing",
                "an ERROR, an answer or nothing, then the model"});
 }
-
-struct Packets {
-    std::vector<Datagram> all;
-    bool has(link::Opcode opcode, std::uint16_t number) const { return first(opcode, number) != nullptr; }
-    const Datagram* first(link::Opcode opcode, std::uint16_t number) const {
-        const auto found = std::find_if(all.begin(), all.end(), [&](const Datagram& datagram) {
-            return datagram.packet.opcode == opcode && datagram.packet.number == number;
-        });
-        return found == all.end() ? nullptr : &*found;
-    }
-};
 
 /// One picture, step by step, with the acknowledgements that the camera should wait for held back.
 class Steps {
@@ -82,7 +73,7 @@ public:
           patience_(interview.examination().options.patience),
           name_(link::picture_name(picture)) {}
 
-    /// False where the camera did not come so far.
+    /// All are false where the camera did not come so far.
     bool options() {
         conversation_.request(link::read_request(name_), name_);
         if (!until(link::Opcode::options, 0)) return missing(Rule::options_wait);
@@ -94,6 +85,8 @@ public:
         return quiet(Rule::blocks_wait, 2);
     }
     bool second_block() {
+        if (interview_.findings().of(Rule::blocks_wait).verdict == Verdict::fail)
+            return missing(Rule::blocks_repeat, "its blocks do not wait");
         conversation_.acknowledge(1);
         if (!until(link::Opcode::data, 2)) return missing(Rule::blocks_repeat);
         conversation_.acknowledge(1);
@@ -102,16 +95,23 @@ public:
     Conversation& conversation() { return conversation_; }
 
 private:
+    using Seen = std::pair<link::Opcode, std::uint16_t>;
+
+    std::optional<Datagram> next(Clock::time_point end) {
+        auto datagram = conversation_.next(end);
+        if (datagram) seen_.insert({datagram->packet.opcode, datagram->packet.number});
+        return datagram;
+    }
     bool until(link::Opcode opcode, std::uint16_t number) {
         const auto end = Clock::now() + patience_;
-        while (auto datagram = conversation_.next(end))
-            if (datagram->packet.opcode == opcode && datagram->packet.number == number) return true;
-        return false;
+        while (seen_.count({opcode, number}) == 0)
+            if (!next(end)) return false;
+        return true;
     }
     /// Nothing but repetitions come while an acknowledgement is held back.
     bool quiet(Rule rule, std::uint16_t early) {
-        const auto end = Clock::now() + withheld;
-        while (const auto datagram = conversation_.next(end)) {
+        const auto end = Clock::now() + interview_.examination().options.withheld;
+        while (const auto datagram = next(end)) {
             if (datagram->packet.opcode != link::Opcode::data || datagram->packet.number < early) continue;
             interview_.findings().fail(
                 rule, {conversation_.sent(), packet_text({datagram->bytes.data(), datagram->bytes.size()}),
@@ -121,8 +121,8 @@ private:
         interview_.findings().pass(rule);
         return true;
     }
-    bool missing(Rule rule) {
-        interview_.findings().skip(rule, too_short);
+    bool missing(Rule rule, const char* reason = too_short) {
+        interview_.findings().skip(rule, reason);
         return false;
     }
 
@@ -130,6 +130,7 @@ private:
     Conversation& conversation_;
     const milliseconds patience_;
     const std::string name_;
+    std::set<Seen> seen_;
 };
 
 void check_next_request(Interview& interview, Rule rule, Conversation& conversation,
@@ -156,6 +157,8 @@ void check_other_size(Interview& interview, const link::FileName& picture) {
 }  // namespace
 
 void check_requests(Interview& interview) {
+    if (!interview.read(register_model))
+        return interview.findings().skip_group("requests", interview.trouble());
     check_other_way(interview, Rule::requests_mode,
                     {{"octet", "blksize", "1450"}, {"OCTET", "blksize", "1450"}});
     check_other_way(interview, Rule::requests_options,
@@ -168,16 +171,17 @@ void check_requests(Interview& interview) {
 void check_steps(Interview& interview, const link::FileName& picture) {
     check_other_size(interview, picture);
     Steps first(interview, picture);
-    const bool begun = first.options() && first.first_block() && first.second_block();
+    const bool begun = first.options() && first.first_block();
+    if (begun) first.second_block();
     first.conversation().abandon();
     if (begun)
-        check_next_request(interview, Rule::requests_replace, first.conversation(), "ACK 1 in a picture");
+        check_next_request(interview, Rule::requests_replace, first.conversation(), "a part of a picture");
     else
         interview.findings().skip(Rule::requests_replace, too_short);
     Steps second(interview, picture);
     if (!second.options()) return interview.findings().skip(Rule::requests_silence, too_short);
-    second.conversation().next(Clock::now() + abandoned);
-    check_next_request(interview, Rule::requests_silence, interview.open(), "nothing for half a second");
+    second.conversation().next(Clock::now() + interview.examination().options.abandoned);
+    check_next_request(interview, Rule::requests_silence, interview.open(), "nothing for a while");
 }
 
 void check_unknown_keys(Interview& interview, const link::FileName& picture) {
@@ -187,8 +191,7 @@ void check_unknown_keys(Interview& interview, const link::FileName& picture) {
     const Fetched fetched = interview.ask(request);
     const std::string over = interview.examination().over();
     if (!fetched.whole() && !over.empty()) return interview.findings().skip(Rule::requests_keys, over);
-    interview.findings().judge(Rule::requests_keys,
-                               fetched.whole() && fetched.last.size() >= link::trailer_size,
+    interview.findings().judge(Rule::requests_keys, fetched.whole(),
                                {"RRQ " + request.name, fetched.trouble, "the picture"});
 }
 

@@ -33,7 +33,8 @@ struct CapturedPacket {
     int link_type = link_ethernet;  // or any other number that the file has
     std::size_t original_size = 0;  // on the wire; `data` may be less
     Bytes data;
-    std::string comment;  // several are lines of it
+    std::uint64_t position = 0;  // of `data` in the file
+    std::string comment;         // several are lines of it
 };
 
 constexpr std::size_t largest_captured_packet = 256U << 10U;

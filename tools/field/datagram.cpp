@@ -113,6 +113,7 @@ std::optional<Ipv4Packet> ipv4_of(const CapturedPacket& packet) {
     ip.protocol = data[*begin + 9];
     ip.first = (fragment & 0x1FFFU) == 0;
     ip.whole = (fragment & 0x3FFFU) == 0;
+    ip.atomic = ip.whole && (fragment & 0x4000U) != 0;
     ip.from = number(data, *begin + 12);
     ip.to = number(data, *begin + 16);
     ip.id = word(data, *begin + 4);
@@ -133,6 +134,8 @@ std::optional<Datagram> datagram_of(const CapturedPacket& packet) {
     datagram.size = std::min(ip->size, length) - udp_header;
     datagram.original_size = length - udp_header;
     datagram.ip_id = ip->id;
+    datagram.atomic = ip->atomic;
+    datagram.position = packet.position + ip->payload + udp_header;
     return datagram;
 }
 

@@ -36,6 +36,8 @@ struct Datagram {
     std::size_t size = 0;                   // of the payload as far as it was captured
     std::size_t original_size = 0;          // of the payload on the wire
     std::uint16_t ip_id = 0;
+    bool atomic = false;  // as below: the number means nothing
+    std::uint64_t position = 0;  // of the payload in the capture's file
 };
 
 /// The IPv4 packet within a captured one: behind Ethernet with up to two VLAN tags, Linux cooked headers,
@@ -50,6 +52,7 @@ struct Ipv4Packet {
     bool whole = true;  // not a fragment at all
     std::uint32_t from = 0, to = 0;
     std::uint16_t id = 0;
+    bool atomic = false;  // must not be fragmented: then the identification number means nothing (RFC 6864)
 };
 std::optional<Ipv4Packet> ipv4_of(const CapturedPacket& packet);
 

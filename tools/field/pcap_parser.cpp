@@ -34,6 +34,7 @@ public:
         const std::uint32_t size = order_.number(header + 8);
         if (size > largest_captured_packet)
             return end_damaged(position, "a packet of " + std::to_string(size) + " bytes");
+        packet.position = input_.position();
         if (!input_.read(packet.data, size)) return end_short();
         packet.time_ns = std::int64_t{order_.number(header)} * 1'000'000'000 +
                          std::int64_t{order_.number(header + 4)} * unit_ns_;

@@ -124,7 +124,7 @@ private:
     ByteOrder order_;
     std::vector<Interface> interfaces_;  // of this section
     std::uint64_t missed_before_ = 0;    // in the sections before
-    std::uint64_t block_position_ = 0;
+    std::uint64_t block_position_ = 0, body_position_ = 0;
     std::uint32_t type_ = 0;
     Bytes body_;
 };
@@ -151,6 +151,7 @@ bool PcapngParser::read_section() {
 bool PcapngParser::read_body(std::uint32_t size, std::uint32_t had) {
     if (size % 4 != 0 || size < block_frame + had || size > largest_capture_block)
         return damaged("a block of " + std::to_string(size) + " bytes");
+    body_position_ = input_.position();
     if (!input_.read(body_, size - block_frame - had)) return end_short();
     std::uint8_t again[4];
     if (!input_.read(again, sizeof again)) return end_short();
@@ -233,6 +234,7 @@ bool PcapngParser::take_data(CapturedPacket& packet, Part part, std::size_t capt
         return damaged("a packet of " + std::to_string(captured) + " bytes in a block of " +
                        std::to_string(body_.size() + block_frame));
     packet.data.assign(part.at, part.at + captured);
+    packet.position = body_position_ + static_cast<std::uint64_t>(part.at - body_.data());
     packet.original_size = static_cast<std::size_t>(original);
     packet.comment.clear();
     part.skip(std::min(padded(captured), part.size));

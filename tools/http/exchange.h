@@ -60,7 +60,7 @@ private:
     void read_headers();
     bool has_body() const;
     std::optional<Response> refusal(const std::string& method);
-    bool send(Response response);
+    bool send(const Response& response);
 
     ServerParts& parts_;
     MHD_Connection* connection_;

@@ -133,10 +133,12 @@ private:
         std::size_t width = 0;
         for (const auto& [address, words] : others_)
             width = std::max(width, address.size() + 2);
-        for (const auto& [address, words] : others_)
-            for (const auto& line :
-                 wrapped(address + std::string(width - address.size(), ' ') + words, widest_line, width))
-                out << line << '\n';
+        for (auto [line, words] : others_) {
+            line.resize(width, ' ');
+            line += words;
+            for (const std::string& part : wrapped(line, widest_line, width))
+                out << part << '\n';
+        }
     }
 
     void print_counts(std::ostream& out) const {

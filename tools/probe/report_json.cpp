@@ -99,7 +99,7 @@ void print_findings_json(std::ostream& out, const ProbeResult& result) {
     }
     const Json document{{"asked", result.addresses.size()},
                         {"duration_ms", result.duration.count()},
-                        {"found", counts},
+                        {"counts", counts},
                         {"addresses", listed}};
     out << document.dump(2) << std::endl;
 }
