@@ -30,9 +30,8 @@ constexpr std::size_t most_errands = 64;
 constexpr std::size_t most_logins = 16;
 constexpr std::size_t connection_memory = 128U << 10U;  // bytes; at most half of it is a stream's buffer
 constexpr int unsent_bytes = 256 << 10;  // of a connection, in the kernel: more would only grow old there
-constexpr int turn_ms = 200;             // at the longest: how soon a stop is seen
-constexpr std::chrono::seconds look_interval{1};
-constexpr std::chrono::seconds session_interval{5};
+constexpr int look_ms = 1000;            // how often it is looked after clients
+constexpr std::chrono::milliseconds look_interval{look_ms};
 constexpr std::chrono::seconds trouble_interval{10};
 const char* const tls_versions = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
@@ -106,7 +105,7 @@ bool client_is_gone(int descriptor) {
     return poll(&socket, 1, 0) > 0 && (socket.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
-/// A copy of the calling thread's signals: what main waits for is not for this thread.
+/// For a thread that is made meanwhile: what main waits for is not for it.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -128,8 +127,9 @@ void add_number(LibraryOptions& list, MHD_OPTION option, std::size_t value) {
     list.push_back({option, static_cast<intptr_t>(value), nullptr});
 }
 
-void add_text(LibraryOptions& list, MHD_OPTION option, const std::string& text) {
-    list.push_back({option, 0, const_cast<char*>(text.c_str())});  // NOLINT: the library copies it
+/// The text is there until the library has started.
+void add_text(LibraryOptions& list, MHD_OPTION option, const char* text) {
+    list.push_back({option, 0, const_cast<char*>(text)});  // NOLINT: the library only reads it
 }
 
 }  // namespace
@@ -137,7 +137,8 @@ void add_text(LibraryOptions& list, MHD_OPTION option, const std::string& text) 
 ServerEngine::ServerEngine(const ServerOptions& options, const Router& router, Guard& guard)
     : options_(options), worker_(most_errands), login_worker_(most_logins), parts_{options_,      router,
                                                                                    guard,         worker_,
-                                                                                   login_worker_, counters_} {
+                                                                                   login_worker_, counters_,
+                                                                                   bell_} {
     start(guard);
 }
 
@@ -159,8 +160,8 @@ void ServerEngine::start(Guard& guard) {
     add_number(list, MHD_OPTION_CONNECTION_MEMORY_LIMIT, connection_memory);
     add_number(list, MHD_OPTION_STRICT_FOR_CLIENT, 1);
     if (tls) {
-        add_text(list, MHD_OPTION_HTTPS_MEM_CERT, files.certificate);
-        add_text(list, MHD_OPTION_HTTPS_MEM_KEY, files.key);
+        add_text(list, MHD_OPTION_HTTPS_MEM_CERT, files.certificate.c_str());
+        add_text(list, MHD_OPTION_HTTPS_MEM_KEY, files.key.c_str());
         add_text(list, MHD_OPTION_HTTPS_PRIORITIES, tls_versions);
     }
     list.push_back({MHD_OPTION_END, 0, nullptr});
@@ -173,12 +174,14 @@ void ServerEngine::start(Guard& guard) {
                                MHD_OPTION_NOTIFY_CONNECTION, on_connection, this,  //
                                MHD_OPTION_ARRAY, list.data(), MHD_OPTION_END);
     if (daemon_ == nullptr) throw Failure("cannot start the HTTP server: " + last_trouble_);
+    library_events_ = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     const SignalsBlocked inherited;
     thread_ = std::thread([this] { run(); });
 }
 
 void ServerEngine::stop() {
     stopping_ = true;
+    bell_.ring();
     if (thread_.joinable()) thread_.join();
 }
 
@@ -202,9 +205,22 @@ void ServerEngine::trouble(const std::string& line) {
     options_.log(line);
 }
 
+/// For the library, the bell, or the next look at the clients, where there are some.
+void ServerEngine::wait() {
+    std::array<pollfd, 2> events{{{library_events_, POLLIN, 0}, {bell_.descriptor(), POLLIN, 0}}};
+    MHD_UNSIGNED_LONG_LONG library_ms = 0;
+    const bool due = MHD_get_timeout(daemon_, &library_ms) == MHD_YES;
+    const int longest = connections_.empty() ? -1 : look_ms;
+    const int patience =
+        due ? static_cast<int>(std::min<MHD_UNSIGNED_LONG_LONG>(library_ms, look_ms)) : longest;
+    poll(events.data(), events.size(), patience);
+    if (events[1].revents != 0) bell_.clear();
+}
+
 void ServerEngine::run() {
     while (!stopping_) {
-        MHD_run_wait(daemon_, turn_ms);
+        wait();
+        MHD_run(daemon_);
         const auto now = Clock::now();
         if (now - looked_ >= look_interval) look_after_all(now);
     }
@@ -215,12 +231,12 @@ void ServerEngine::run() {
 void ServerEngine::shut_down() {
     for (Connection* connection : connections_)
         if (connection->exchange != nullptr) connection->exchange->cut();
-    MHD_run_wait(daemon_, 0);
+    MHD_run(daemon_);
     MHD_stop_daemon(daemon_);
     daemon_ = nullptr;
 }
 
-void ServerEngine::look_after(Connection& connection, Clock::time_point now, bool check_sessions) {
+void ServerEngine::look_after(Connection& connection, Clock::time_point now) {
     Exchange* const exchange = connection.exchange;
     if (exchange == nullptr || !exchange->answering()) {
         if (now > connection.deadline) shutdown(connection.descriptor, SHUT_RDWR);
@@ -228,15 +244,13 @@ void ServerEngine::look_after(Connection& connection, Clock::time_point now, boo
     }
     if (!exchange->streaming()) return;
     const bool gone = exchange->asleep() && client_is_gone(connection.descriptor);
-    if (gone || (check_sessions && !exchange->still_welcome())) exchange->cut();
+    if (gone || !exchange->still_welcome()) exchange->cut();
 }
 
 void ServerEngine::look_after_all(Clock::time_point now) {
     looked_ = now;
-    const bool check_sessions = now - sessions_checked_ >= session_interval;
-    if (check_sessions) sessions_checked_ = now;
     for (Connection* connection : connections_)
-        look_after(*connection, now, check_sessions);
+        look_after(*connection, now);
 }
 
 Connection* ServerEngine::opened(MHD_Connection* library_connection) {
@@ -265,7 +279,9 @@ Exchange* ServerEngine::asked(MHD_Connection* library_connection, const std::str
     return connection.exchange;
 }
 
+/// Once the server stops, nothing may fall asleep any more.
 bool ServerEngine::handle(Exchange& exchange, const char* method, const char* body, std::size_t* size) {
+    if (stopping_) return false;
     if (!exchange.judged()) return exchange.judge(method);
     if (*size == 0) return exchange.answer();
     const bool good = exchange.take_body(body, *size);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <unordered_set>
 
+#include "http/bell.h"
 #include "http/exchange.h"
 #include "http/guard.h"
 #include "http/server.h"
@@ -51,21 +52,23 @@ public:
 private:
     void start(Guard& guard);
     void run();
-    void look_after(Connection& connection, Connection::Clock::time_point now, bool check_sessions);
+    void wait();
+    void look_after(Connection& connection, Connection::Clock::time_point now);
     void look_after_all(Connection::Clock::time_point now);
     void shut_down();
 
     const ServerOptions options_;
     ServerCounters counters_;
+    Bell bell_;
     Worker worker_;
     Worker login_worker_;
     ServerParts parts_;
     MHD_Daemon* daemon_ = nullptr;
+    int library_events_ = -1;  // a descriptor that is readable when the library has something to do
     int port_ = 0;
     std::string last_trouble_;
     Connection::Clock::time_point trouble_told_{};
     Connection::Clock::time_point looked_{};
-    Connection::Clock::time_point sessions_checked_{};
     std::unordered_set<Connection*> connections_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;

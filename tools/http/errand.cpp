@@ -22,14 +22,16 @@ Response answer_of(const Handler& handler, const Request& request) try {
     return error_response(500, "the server could not do it");  // what() is of no use to a client
 }
 
-Errand::Errand(const Route& route, const Request& request, MHD_Connection* connection)
-    : route_(route), request_(request), connection_(connection) {
+Errand::Errand(const Route& route, const Request& request, MHD_Connection* connection, Bell& bell)
+    : route_(route), request_(request), bell_(bell), connection_(connection) {
     MHD_suspend_connection(connection);
 }
 
 /// Requires mutex_.
 void Errand::wake() {
-    if (connection_ != nullptr) MHD_resume_connection(connection_);
+    if (connection_ == nullptr) return;
+    MHD_resume_connection(connection_);
+    bell_.ring();
     connection_ = nullptr;
 }
 

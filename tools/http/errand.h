@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 
+#include "http/bell.h"
 #include "http/request.h"
 #include "http/response.h"
 #include "http/router.h"
@@ -19,7 +20,7 @@ Response answer_of(const Handler& handler, const Request& request);
 class Errand {
 public:
     /// Puts the connection to sleep.
-    Errand(const Route& route, const Request& request, MHD_Connection* connection);
+    Errand(const Route& route, const Request& request, MHD_Connection* connection, Bell& bell);
 
     void run();                        // worker's thread; wakes the connection
     std::optional<Response> result();  // nothing: still under way
@@ -30,6 +31,7 @@ private:
 
     const Route& route_;
     const Request request_;
+    Bell& bell_;
     std::mutex mutex_;
     // Guarded by mutex_:
     MHD_Connection* connection_;  // null: it is awake

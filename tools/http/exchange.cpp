@@ -83,7 +83,7 @@ bool Exchange::judge(const std::string& method) {
     refusal_ = refusal(method);
     request_.parameters = match_.parameters;
     // Without a body, the answer can wait for the request's end, and the connection be used again.
-    return !refusal_ || !has_body() || send(std::move(*refusal_));
+    return !refusal_ || !has_body() || send(*refusal_);
 }
 
 bool Exchange::take_body(const char* data, std::size_t size) {
@@ -99,10 +99,10 @@ bool Exchange::take_body(const char* data, std::size_t size) {
 
 bool Exchange::answer() {
     if (queued_) return true;
-    if (refusal_) return send(std::move(*refusal_));
+    if (refusal_) return send(*refusal_);
     if (errand_) {
         auto result = errand_->result();
-        return result && send(std::move(*result));
+        return result && send(*result);
     }
     const Route& route = *match_.route;
     if (route.options.lane == Lane::server) return send(answer_of(route.handler, request_));
@@ -110,16 +110,17 @@ bool Exchange::answer() {
     if (!worker.has_room())
         return send(
             error_response(503, "too much is asked just now: again in a second").with("Retry-After", "1"));
-    errand_ = std::make_shared<Errand>(route, request_, connection_);
+    errand_ = std::make_shared<Errand>(route, request_, connection_, parts_.bell);
     worker.push([errand = errand_] { errand->run(); });
     return true;
 }
 
-bool Exchange::send(Response response) try {
+bool Exchange::send(const Response& response) try {
     queued_ = true;
     if (is_refusal(response.status)) ++parts_.counters.refused;
     if (response.stream) {
-        seat_ = std::make_unique<StreamSeat>(response.stream, connection_);
+        seat_ =
+            std::make_unique<StreamSeat>(response.stream, connection_, parts_.bell, parts_.counters.bytes);
         ++parts_.counters.open_streams;
     }
     const auto patience = static_cast<unsigned>(response.stream ? 0 : parts_.options.idle_time.count());

@@ -31,6 +31,7 @@ struct ServerParts {
     Worker& worker;
     Worker& login_worker;
     ServerCounters& counters;
+    Bell& bell;  // rung when a connection that slept is to be looked at
 };
 
 /// Made when the request line is there. The server's thread alone. Where a method returns false, the
@@ -59,7 +60,7 @@ private:
     void read_headers();
     bool has_body() const;
     std::optional<Response> refusal(const std::string& method);
-    bool send(Response response);
+    bool send(const Response& response);
 
     ServerParts& parts_;
     MHD_Connection* connection_;

@@ -2,32 +2,9 @@
 
 #include "http/guard.h"
 #include "http/http_error.h"
+#include "http/login_body.h"
 
 namespace plendix {
-namespace {
-
-constexpr std::size_t longest_text = 1024;
-
-struct Credentials {
-    std::string name;
-    std::string password;
-};
-
-/// Throws HttpError. The parser is told not to throw: what it read may not get into a message.
-Credentials credentials_of(const std::string& body) {
-    const auto json = nlohmann::json::parse(body, nullptr, false);
-    const auto text = [&json](const char* key) {
-        const bool there = json.is_object() && json.contains(key) && json[key].is_string();
-        return there ? json[key].get<std::string>() : std::string();
-    };
-    Credentials credentials{text("name"), text("password")};
-    if (credentials.password.empty() || credentials.name.size() > longest_text ||
-        credentials.password.size() > longest_text)
-        throw HttpError(400, R"(a login is {"name": "...", "password": "..."})");
-    return credentials;
-}
-
-}  // namespace
 
 /// Who that is; empty: neither name and password nor a token, which does for a page, too.
 std::string Guard::admitted(const std::string& name, const std::string& password) const {
@@ -43,7 +20,7 @@ std::string Guard::cookie(const std::string& value, std::chrono::seconds age) co
 
 Response Guard::log_in(const Request& request) {
     if (!login_needed()) throw HttpError(400, "nobody needs to log in here");
-    const Credentials given = credentials_of(request.body);
+    const Credentials given = parse_login(request.body);
     const auto pause = tries_.begin(request.peer);
     if (pause.count() > 0)
         return error_response(429, "too many tries: the next one in " + std::to_string(pause.count()) + " s")

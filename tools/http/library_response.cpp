@@ -13,7 +13,10 @@ constexpr std::size_t stream_block = 64U << 10U;  // bytes; where the client tak
 
 /// For every response. Scripts, styles and connections of this server only, nothing inline, and no page
 /// around it; what a camera calls itself is text wherever it gets to.
-const Fields standard_headers = {
+constexpr struct {
+    const char* name;
+    const char* value;
+} standard_headers[] = {
     {"Content-Security-Policy",
      "default-src 'self'; img-src 'self' blob: data:; media-src 'self' blob:; connect-src 'self'; "
      "object-src 'none'; frame-ancestors 'none'; base-uri 'none'; form-action 'self'"},
@@ -41,9 +44,9 @@ MHD_Response* with_body(const SharedBytes& body) {
     return made;
 }
 
-void add_header(MHD_Response* response, const std::string& name, const std::string& value) {
-    if (MHD_add_response_header(response, name.c_str(), value.c_str()) != MHD_YES)
-        throw std::runtime_error("no header: " + name);
+void add_header(MHD_Response* response, const char* name, const char* value) {
+    if (MHD_add_response_header(response, name, value) != MHD_YES)
+        throw std::runtime_error(std::string("no header: ") + name);
 }
 
 bool has_header(const Response& response, const char* name) {
@@ -65,7 +68,7 @@ LibraryResponse library_response(const Response& response, StreamSeat* seat) {
     for (const auto& [name, value] : standard_headers)
         add_header(made.get(), name, value);
     for (const auto& [name, value] : response.headers)
-        add_header(made.get(), name, value);
+        add_header(made.get(), name.c_str(), value.c_str());
     if (!has_header(response, "Cache-Control")) add_header(made.get(), "Cache-Control", "no-store");
     return made;
 }

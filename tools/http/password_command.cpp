@@ -46,7 +46,7 @@ std::string typed(const char* prompt) {
 }
 
 std::string asked_password() {
-    const std::string password = typed("Password: ");
+    std::string password = typed("Password: ");
     if (typed("Again: ") != password) throw UsageError("the two passwords are not the same");
     return password;
 }

@@ -37,7 +37,7 @@ void for_each_line(const std::string& path,
 std::string hashed(const std::string& password, const std::string& setting) {
     const auto work = std::make_unique<crypt_data>();
     const char* const hash = crypt_r(password.c_str(), setting.c_str(), work.get());
-    const std::string text = hash == nullptr || hash[0] == '*' ? "" : hash;
+    std::string text = hash == nullptr || hash[0] == '*' ? "" : hash;
     explicit_bzero(work.get(), sizeof *work);
     return text;
 }
@@ -103,7 +103,7 @@ std::string password_hash(const std::string& password) {
     char setting[CRYPT_GENSALT_OUTPUT_SIZE];
     if (crypt_gensalt_rn(yescrypt, 0, nullptr, 0, setting, sizeof setting) == nullptr)
         throw Failure("cannot make a salt: " + error_text(errno));
-    const std::string hash = hashed(password, setting);
+    std::string hash = hashed(password, setting);
     if (hash.empty()) throw Failure("cannot hash the password: it has 512 bytes or more");
     return hash;
 }

@@ -37,7 +37,7 @@ bool equal_in_constant_time(const std::string& left, const std::string& right) {
 }
 
 std::string Sessions::begin(const std::string& user, Clock::time_point now) {
-    const std::string secret = random_hex(secret_bytes);
+    std::string secret = random_hex(secret_bytes);
     const std::lock_guard<std::mutex> lock(mutex_);
     if (sessions_.size() == most)
         sessions_.erase(std::min_element(sessions_.begin(), sessions_.end(),

@@ -7,8 +7,9 @@
 
 namespace plendix {
 
-StreamSeat::StreamSeat(std::shared_ptr<Stream> stream, MHD_Connection* connection)
-    : stream_(std::move(stream)), connection_(connection) {}
+StreamSeat::StreamSeat(std::shared_ptr<Stream> stream, MHD_Connection* connection, Bell& bell,
+                       std::atomic<std::uint64_t>& bytes)
+    : stream_(std::move(stream)), connection_(connection), bell_(bell), bytes_(bytes) {}
 
 StreamSeat::~StreamSeat() {
     {
@@ -23,7 +24,10 @@ bool StreamSeat::fall_asleep() {
     const std::lock_guard<std::mutex> lock(stream_->mutex_);
     if (stream_->woken_) return false;
     MHD_suspend_connection(connection_);
-    stream_->resume_ = [connection = connection_] { MHD_resume_connection(connection); };
+    stream_->resume_ = [this] {
+        MHD_resume_connection(connection_);
+        bell_.ring();
+    };
     return true;
 }
 
@@ -34,6 +38,7 @@ ssize_t StreamSeat::read(std::uint8_t* to, std::size_t size) try {
             stream_->woken_ = false;
         }
         const StreamRead got = stream_->read(to, size);
+        bytes_ += got.size;
         if (got.state == StreamRead::State::bytes) return static_cast<ssize_t>(got.size);
         if (got.state == StreamRead::State::end) return MHD_CONTENT_READER_END_OF_STREAM;
         if (fall_asleep()) return 0;

@@ -3,9 +3,12 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
+#include "http/bell.h"
 #include "http/stream.h"
 
 struct MHD_Connection;
@@ -15,7 +18,9 @@ namespace plendix {
 /// The server's thread alone.
 class StreamSeat {
 public:
-    StreamSeat(std::shared_ptr<Stream> stream, MHD_Connection* connection);
+    /// What it reads is added to `bytes`.
+    StreamSeat(std::shared_ptr<Stream> stream, MHD_Connection* connection, Bell& bell,
+               std::atomic<std::uint64_t>& bytes);
     /// The stream is over, and never touches the connection again.
     ~StreamSeat();
     StreamSeat(const StreamSeat&) = delete;
@@ -33,6 +38,8 @@ private:
 
     std::shared_ptr<Stream> stream_;
     MHD_Connection* connection_;
+    Bell& bell_;
+    std::atomic<std::uint64_t>& bytes_;
     bool cut_ = false;
 };
 
