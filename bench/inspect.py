@@ -20,11 +20,11 @@ CASES = {
     "ack-loss": (["--faults", "ack-loss=1%"], "acknowledgement_lost"),
     "truncate": (["--faults", "truncate=1%"], "never_sent"),
     "wrong-block": (["--faults", "wrong-block=1%"], "never_sent"),
-    "error": (["--faults", "error=3%"], "refused"),
-    "no-oack": (["--faults", "no-oack=3%"], "refused"),
-    "oack-512": (["--faults", "oack-512=3%"], "refused"),
-    "silent": (["--faults", "silent=3%/15s"], SILENT),
-    "reboot": (["--faults", "reboot=3%/2s"], SILENT),
+    "error": (["--faults", "error=2%"], "refused"),
+    "no-oack": (["--faults", "no-oack=2%"], "refused"),
+    "oack-512": (["--faults", "oack-512=2%"], "refused"),
+    "silent": (["--faults", "silent=2%/15s"], SILENT),
+    "reboot": (["--faults", "reboot=2%/2s"], SILENT),
     "delay, 12 s": (["--faults", "delay=0.3%/12s"], SILENT),
     "driver stopped": (["--burst", "256"], "ours_late"),
     "delay, 200 ms": (["--faults", "delay=1%/200ms"], None),
@@ -91,7 +91,7 @@ def run_alone(chosen):
          "--duration", str(chosen.seconds + 2), "--scenario", f"{folder}/scenario"] + words, stdout=open(f"{folder}/cameras.json", "w"), stderr=log)
     time.sleep(0.5)
     recorder = subprocess.Popen(
-        [chosen.command, "record", *addresses, "--quiet", "--no-check", "--rate", "10", "--quality", "10", "--output", f"{folder}/record",
+        [chosen.command, "record", *addresses, "--quiet", "--no-check", "--rate", "15", "--quality", "10", "--output", f"{folder}/record",
          "--duration", str(chosen.seconds)], stdout=log, stderr=log)
     if late:
         stop_again_and_again(recorder, time.monotonic() + chosen.seconds - 3)

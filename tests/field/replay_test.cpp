@@ -313,7 +313,7 @@ TEST_F(Captured, WithGapsLeavesNoClientWaiting) {
     EXPECT_FALSE(client.waits(100)) << "is silent at the end";
     replay_->stop();
     EXPECT_EQ(replay_->counts(0).after_end, 1U);
-    EXPECT_THAT(told_, HasSubstr("nothing? is not in the capture"));
+    EXPECT_THAT(told_, HasSubstr("'nothing?' is not in the capture"));
 }
 
 TEST_F(Captured, WithoutCamerasIsRefused) {

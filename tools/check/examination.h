@@ -29,7 +29,7 @@ public:
 
     /// Why nothing more is asked; empty while there is no reason.
     std::string over() const {
-        const std::string reason = ended();
+        std::string reason = ended();
         if (!reason.empty() || restoring) return reason;
         return silences >= most_silences ? "the camera fell silent" : "";
     }

@@ -9,9 +9,9 @@
 namespace plendix::check {
 namespace {
 
-constexpr std::size_t picture_room = 2U * 1024 * 1024;  // bytes of the driver's buffer
-constexpr std::size_t no_size = 512;                    // stands for "no acknowledgement came"
-constexpr milliseconds repetition{100};                 // what comes again sooner was sent twice
+constexpr std::size_t picture_room = std::size_t{2} << 20U;  // bytes of the driver's buffer
+constexpr std::size_t no_size = 512;                         // stands for "no acknowledgement came"
+constexpr milliseconds repetition{100};                      // what comes again sooner was sent twice
 constexpr milliseconds longest_transfer{20'000};
 
 std::string text_of(const Datagram& datagram) {
@@ -161,8 +161,11 @@ private:
             fail(Rule::answers_once, text_of(datagram), "it once");
     }
 
-    /// A short block that is no trailer: do others follow?
-    bool doubtful() const { return request_.picture && blocks_.last().size() < link::trailer_size; }
+    /// A short block that is no trailer: do others follow? Not where the camera has such trailers.
+    bool doubtful() const {
+        return request_.picture && blocks_.last().size() < link::trailer_size &&
+               findings_.of(Rule::pictures_trailer).verdict != Verdict::fail;
+    }
 
     bool too_many() {
         const std::size_t room = request_.picture ? picture_room / blocks_.block_size() - 1 : 1;

@@ -72,7 +72,7 @@ void Album::judge_mac(const Shot& shot) {
     const std::string expected = mac_ ? text(*mac_) + ", as before" : "an address";
     findings().judge(Rule::pictures_mac, !zero && (!mac_ || *mac_ == mac),
                      {request_text(shot), text(mac) + " at byte 6 of the trailer", expected});
-    if (!mac_) mac_ = mac;
+    mac_ = mac;  // each change counts once
 }
 
 void Album::judge_area(Rule rule, const Shot& shot) {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "decode/raw_transfer.h"
+#include "decode/group_order.h"
 #include "ffmpeg.h"
 
 namespace plendix {
@@ -23,8 +23,8 @@ public:
     std::vector<Decoded> decode();
 
 private:
+    GroupOrder order_;
     std::vector<link::Bytes> pictures_;
-    unsigned number_ = 0;  // of the last one
 };
 
 }  // namespace plendix

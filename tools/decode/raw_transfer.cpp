@@ -34,6 +34,8 @@ std::string content_complaint(link::View payload, const link::Trailer& trailer) 
 /// With a trailer of so many bytes.
 RawTransfer divided(const link::Bytes& file, std::size_t trailer_size) {
     RawTransfer transfer;
+    if (trailer_size > file.size()) transfer.trouble = "it is shorter than a trailer";
+    if (!transfer.trouble.empty()) return transfer;
     const std::size_t size = file.size() - trailer_size;
     const auto trailer = link::parse_trailer({file.data() + size, trailer_size});
     if (!trailer) {

@@ -7,11 +7,6 @@ namespace {
 
 constexpr std::size_t header = 4;          // opcode and number
 constexpr std::size_t refused_size = 512;  // stands for "none was granted"
-constexpr std::int64_t patience_ns = 10 * second_in_ns;
-
-std::uint32_t milliseconds(std::int64_t ns) {
-    return static_cast<std::uint32_t>(std::min<std::int64_t>(ns / 1'000'000, 86'400'000));
-}
 
 void count(Strays& strays, const Step& step) {
     if (strays.count++ == 0) strays.first_ns = step.time_ns;
@@ -75,7 +70,7 @@ private:
         if (answered_) return;
         answered_ = true;
         const std::int64_t waited = nanoseconds_between(flow_.since_ns, step.time_ns);
-        if (waited > patience_ns) flow_.too_late_ms = milliseconds(waited);
+        if (waited > patience_ns) flow_.too_late_ms = whole_milliseconds(waited);
         if (flow_.timing.answer < 0)
             flow_.timing.answer = nanoseconds_between(request_ns_, step.time_ns);
         else if (next_block)

@@ -2,6 +2,7 @@
 // acknowledged, and where it was over. Pure functions.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -20,7 +21,14 @@ inline std::int64_t nanoseconds_between(std::int64_t since, std::int64_t until) 
     return since < 0 && until > most + since ? most : until - since;
 }
 
+/// At most a day.
+inline std::uint32_t whole_milliseconds(std::int64_t ns) {
+    return static_cast<std::uint32_t>(std::min<std::int64_t>(ns / 1'000'000, 86'400'000));
+}
+
 constexpr std::int64_t second_in_ns = 1'000'000'000;
+constexpr std::int64_t prompt_ns = second_in_ns;         // a camera that is there answers within it
+constexpr std::int64_t patience_ns = 10 * second_in_ns;  // of the driver
 
 /// Datagrams that are none of the transfer's.
 struct Strays {

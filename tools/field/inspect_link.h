@@ -66,7 +66,8 @@ private:
         std::uint16_t port = 0;
         std::int64_t begin_ns = 0, last_ns = 0;
         std::int64_t answer_ns = -1;  // how long that took; -1: nothing came
-        bool identified = false, pictures = false, restarted = false, told = false;
+        bool identified = false, pictures = false, told = false;
+        bool written = false;  // settings, before the first picture
     };
     /// A transfer that was silent from some moment on.
     struct Open {
@@ -86,6 +87,8 @@ private:
     void lose(Incident incident, bool picture);
     void decide(const Open& open, std::int64_t now_ns, const IdLedger& ids);
     void decide_alive(const Open& open, const Connection& next, const IdLedger& ids, Incident incident);
+    void forget_connection();
+    bool restarted(const Connection& connection) const;
     void tell_connections(std::int64_t now_ns, bool end);
     bool restarted_after(const Open& open) const;
     const Connection* next_connection(const Open& open) const;
@@ -102,7 +105,8 @@ private:
     std::vector<Incident> last_blocks_;  // lost in front of the trailer or with it
     std::uint64_t waiting_ = 0;          // losses that a camera which waits for each block has either way
     std::uint32_t ways_ = 0, acknowledgements_ = 0;  // losses of which it is clear where they were
-    bool goes_on_ = false;                           // the camera does not wait for a block that was lost
+    bool streamed_ = false;  // pictures were asked for on a connection that is forgotten
+    bool goes_on_ = false;   // the camera does not wait for a block that was lost
 };
 
 }  // namespace plendix

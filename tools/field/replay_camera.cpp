@@ -184,7 +184,7 @@ void ReplayCamera::tell(const ReplayChoice& choice, const std::string& asked) {
                   " as it was asked for in the capture");
     if (choice.kind == Kind::made_up)
         tell_once("not all that is asked is in the capture: registers are answered with what goes with it");
-    if (choice.kind == Kind::unknown) tell_once(printable(asked) + " is not in the capture: refused");
+    if (choice.kind == Kind::unknown) tell_once("'" + printable(asked) + "' is not in the capture: refused");
     if (choice.kind == Kind::none) tell_once("there is no picture in the capture");
 }
 

@@ -47,10 +47,10 @@ CapturedCamera camera_of(std::uint32_t address, std::vector<ReplayTransferPointe
 ReplayCapture::ReplayCapture(const std::filesystem::path& file, const ReplayWishes& wishes)
     : file_(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
     struct stat status {};
-    if (!file_ || fstat(file_.get(), &status) != 0)
-        throw Failure("cannot open '" + file.string() + "': " + error_text(errno));
-    if (!S_ISREG(status.st_mode))
-        throw Failure("'" + file.string() + "' is no file: what is sent is read from it as it is sent");
+    const bool there = file_ && fstat(file_.get(), &status) == 0;
+    if (file != "-" && !there) throw Failure("cannot open '" + file.string() + "': " + error_text(errno));
+    if (!there || !S_ISREG(status.st_mode))
+        throw Failure("'" + file.string() + "' is no file: what is sent is read from it when it is sent");
     std::map<std::uint32_t, ByClient> found;
     read(file, found);
     choose(found, wishes);

@@ -1,6 +1,8 @@
 #include "field/replay_registers.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace plendix {
 namespace {
@@ -11,7 +13,7 @@ constexpr int io_register = 25;  // what is written to it are commands, which ar
 constexpr int model_register = 122, sensor_right = 72, sensor_bottom = 73;
 
 // None is a value that stands for "not read yet".
-const std::map<int, std::uint16_t> usual_values{
+constexpr std::pair<int, std::uint16_t> usual_values[] = {
     {model_register, jpeg_model}, {123, 61750},          {2, 99},  {15, 3},     {16, 2},  {70, 0}, {71, 0},
     {sensor_right, 1600},         {sensor_bottom, 1200}, {109, 1}, {110, 1028}, {111, 16}};
 
@@ -38,7 +40,7 @@ ReplayRegisters::ReplayRegisters(const std::vector<ReplayTransferPointer>& trans
         values_.emplace(sensor_right, static_cast<std::uint16_t>(std::min(width, most)));
         values_.emplace(sensor_bottom, static_cast<std::uint16_t>(std::min(height, most)));
     }
-    values_.insert(usual_values.begin(), usual_values.end());
+    values_.insert(std::begin(usual_values), std::end(usual_values));
 }
 
 void ReplayRegisters::note(const ReplayTransfer& transfer) {

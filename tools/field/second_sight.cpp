@@ -5,7 +5,7 @@
 namespace plendix {
 namespace {
 
-constexpr std::int64_t moment_ns = 20'000'000;
+constexpr std::uint64_t moment_ns = 20'000'000;
 constexpr std::size_t interface_at = 4;  // of the second Linux cooked header
 constexpr std::size_t compared = 4;      // bytes of the payload: TFTP's opcode and number
 
@@ -26,8 +26,9 @@ bool SecondSight::seen(const CapturedPacket& packet, const Datagram& datagram) {
         sight.content = sight.content << 8U | datagram.payload[i];
     const auto same = [&](const Sight& other) {
         return other.from == sight.from && other.to == sight.to && other.ip_id == sight.ip_id &&
-               other.size == sight.size && other.content == sight.content &&
-               sight.time_ns - other.time_ns <= moment_ns && other.time_ns <= sight.time_ns;
+               other.size == sight.size && other.content == sight.content && other.time_ns <= sight.time_ns &&
+               static_cast<std::uint64_t>(sight.time_ns) - static_cast<std::uint64_t>(other.time_ns) <=
+                   moment_ns;
     };
     several_ = several_ || (last_interface_ != 0 && last_interface_ != sight.interface);
     last_interface_ = sight.interface;

@@ -114,12 +114,12 @@ int probe(const ProbeOptions& options) {
     return all_found(asked, result) ? exit_done : exit_failed;
 }
 
-int check(const ProbeOptions& options) {
+int check(const ProbeOptions& options, bool timeout_given) {
     if (options.words.size() != 1)
         throw UsageError("--check takes one address, not " + std::to_string(options.words.size()));
     CheckWish wish;
     wish.address = parse_address(options.words.front());
-    wish.patience = wish_of(options).timeout;
+    if (timeout_given) wish.patience = wish_of(options).timeout;
     wish.relay = options.relay;
     wish.json = options.json;
     return check_camera(wish);
@@ -148,10 +148,12 @@ void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
         "MAC address here. Exit codes: 0 each address is a camera that the driver takes, and each range has\n"
         "one; 1 not so; 2 wrong usage.");
     command->add_option("address", options->words, "IPv4 addresses and ranges of them")->required();
-    command
-        ->add_option("--timeout", options->timeout,
-                     "how long a first answer, or a part of a picture, is waited for, 0.3s to 60s")
-        ->capture_default_str();
+    const CLI::Option* timeout =
+        command
+            ->add_option("--timeout", options->timeout,
+                         "how long a first answer, or a part of a picture, is waited for, 0.3s to 60s; with "
+                         "--check each packet, 2s without this")
+            ->capture_default_str();
     command
         ->add_option("--reads", options->wish.reads,
                      "register reads for the loss, 0 to 10000; 0 leaves it out; those without an answer "
@@ -169,8 +171,9 @@ void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
     command->add_flag("--relay", options->relay, "with --check: switch the relay, too")->needs(check_flag);
     for (const char* other : {"--reads", "--write", "--all"})
         command->get_option(other)->excludes(check_flag);
-    command->callback([options, &chosen] {
-        chosen = [options] { return options->check ? check(*options) : probe(*options); };
+    command->callback([options, timeout, &chosen] {
+        const bool given = timeout->count() > 0;
+        chosen = [options, given] { return options->check ? check(*options, given) : probe(*options); };
     });
 }
 
