@@ -41,11 +41,12 @@ export function cameraControls(detail, signal) {
     detail.addEventListener("change", show, {signal});
     show();
     const element = make("section", {class: "card controls", "aria-label": "Relay and recording mark"},
-        make("div", {class: "row"}, make("span", {class: "label"}, icon("relay"), "Relay "), relay,
+        make("div", {class: "row"}, make("span", {class: "label"}, icon("relay"), "Relay"), relay,
              button("On", null, run(() => detail.relay(true)), {"aria-label": "Relay on"}),
              button("Off", null, run(() => detail.relay(false)), {"aria-label": "Relay off"}),
-             button("On for", null, run(pulse), {"aria-label": "Relay on for these seconds"}), seconds, " s"),
-        make("div", {class: "row"}, make("span", {class: "label"}, icon("recording"), "Recording mark "), record,
+             make("span", {class: "row"}, button("On for", null, run(pulse),
+                                                 {"aria-label": "Relay on for these seconds"}), seconds, "s")),
+        make("div", {class: "row"}, make("span", {class: "label"}, icon("recording"), "Recording mark"), record,
              button("On", null, run(() => detail.record(true)), {"aria-label": "Recording mark on"}),
              button("Off", null, run(() => detail.record(false)), {"aria-label": "Recording mark off"})),
         problem);

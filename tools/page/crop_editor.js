@@ -37,7 +37,7 @@ export class CropEditor {
             onchange: ({target}) => this.set({...this.crop, [side]: Number(target.value) * 100})}));
         this.line = standingLine("crop-standing");
         this.bar = make("div", {class: "row editbar"}, make("strong", {}, "Crop"),
-            sides.map((side, i) => make("label", {class: "side"}, `${side} % `, this.inputs[i])),
+            sides.map((side, i) => make("label", {}, `${side} %`, this.inputs[i])),
             button("Whole sensor", null, () => this.set(whole)),
             button("Apply", null, () => this.apply(), {class: "main"}),
             button("Close", null, () => close(), {class: "quiet"}), this.line.element,

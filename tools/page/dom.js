@@ -5,9 +5,10 @@ const svgSpace = "http://www.w3.org/2000/svg";
 
 function apply(element, options) {
     for (const [key, value] of Object.entries(options)) {
-        if (value === null || value === undefined || value === false) continue;
+        const told = key.startsWith("aria-");  // where "false" says something, too
+        if (value === null || value === undefined || (value === false && !told)) continue;
         if (key.startsWith("on")) element.addEventListener(key.slice(2), value);
-        else element.setAttribute(key, value === true ? "" : String(value));
+        else element.setAttribute(key, value === true && !told ? "" : String(value));
     }
 }
 

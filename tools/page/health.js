@@ -18,7 +18,7 @@ const columns = [
     {title: "State", key: (camera) => stateOrder.indexOf(camera.state)},
     {title: "Since", text: stateSince, key: (camera) => camera.since ?? ""},
     counter("frames", "Pictures"),
-    {title: "Rate", numeric: true, text: (camera) => rateText(camera.rate), key: (camera) => camera.rate ?? 0},
+    {title: "Rate", numeric: true, text: (camera) => (camera.state === "live" ? rateText(camera.rate) : ""), key: (camera) => camera.rate ?? 0},
     counter("lost_blocks", "Lost"),
     counter("timeouts", "Time-outs"),
     {title: "Reconnections", numeric: true, key: (camera) => camera.counters?.connections ?? 0,

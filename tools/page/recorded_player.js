@@ -17,11 +17,9 @@ export class RecordedPlayer {
         this.stream = null;
         this.clock = make("output", {class: "clock"}, "");
         this.playButton = button("Play", "play", () => (this.playing ? this.stop() : this.play()), {class: "main"});
-        const skip = (seconds) => button(`${seconds > 0 ? "+" : "−"}${Math.abs(seconds)} s`, null,
-            () => this.playFrom(this.at + seconds * 1000), {"aria-label": `${Math.abs(seconds)} seconds ${
-                seconds > 0 ? "forward" : "back"}`});
+        const skip = (seconds, text) => button(text, null, () => this.playFrom(this.at + seconds * 1000));
         this.bar = make("div", {class: "row toolbar", role: "toolbar", "aria-label": "Playing"}, this.playButton,
-            skip(-10), skip(10), make("label", {}, "Speed ", make("select", {onchange: ({target}) => {
+            skip(-10, "10 s back"), skip(10, "10 s on"), make("label", {}, "Speed ", make("select", {onchange: ({target}) => {
                 this.speed = Number(target.value);
                 if (this.playing) this.play();
             }}, [0.5, 1, 2, 4, 8].map((speed) => make("option", {value: speed, selected: speed === 1}, `${speed} ×`)))),

@@ -99,7 +99,7 @@ class Recordings {
 
     show() {
         const {from, to} = this.shown();
-        this.scale.replaceChildren(...ticks(from, to, 6).map((at) => {
+        this.scale.replaceChildren(...ticks(from, to, 6).filter((at) => at < to - 0.08 * (to - from)).map((at) => {
             const mark = make("span", {}, this.length > 86400000 ? momentText(at).replace(/ [\d:]+$/, "") : shortClockText(at));
             mark.style.left = `${(at - from) / (to - from) * 100}%`;
             return mark;

@@ -17,16 +17,17 @@ export class Tile {
         this.noticeText = make("span");
         this.notice = make("div", {class: "notice", hidden: true}, this.noticeHead, this.noticeText);
         this.marks = ["motion", "trigger", "relay", "recording"].map((kind) =>
-            make("span", {class: `mark ${kind}`, title: kind, hidden: true, "data-kind": kind}, icon(kind)));
+            make("span", {class: `mark ${kind}`, hidden: true, "data-kind": kind}, icon(kind)));
         this.stateIcon = icon("connecting");
         this.name = make("span", {class: "name"});
-        this.rate = make("span", {class: "rate"});
-        this.age = make("span", {class: "age"});
+        this.said = make("span", {class: "unseen"});  // to screen readers: what changes all the time is left out
+        this.rate = make("span", {class: "rate", "aria-hidden": "true"});
+        this.age = make("span", {class: "age", "aria-hidden": "true"});
         this.element = make("a", {class: "tile", href: `#/camera/${camera.number}`, tabindex: -1,
                                   "data-number": camera.number},
-            make("div", {class: "picture"}, this.canvas, this.overlay, this.notice,
-                 make("div", {class: "marks", "aria-hidden": "true"}, this.marks)),
-            make("div", {class: "caption"}, make("span", {class: "state"}, this.stateIcon), this.name,
+            make("div", {class: "picture", "aria-hidden": "true"}, this.canvas, this.overlay, this.notice,
+                 make("div", {class: "marks"}, this.marks)),
+            make("div", {class: "caption"}, make("span", {class: "state"}, this.stateIcon), this.name, this.said,
                  this.rate, this.age));
         this.visible = false;
         this.decoding = false;
@@ -55,8 +56,7 @@ export class Tile {
             mark.hidden = camera[mark.dataset.kind] !== true;
             return !mark.hidden;
         }).map((mark) => mark.dataset.kind);
-        setAttribute(this.element, "aria-label",
-                     [`Camera ${camera.number}`, cameraTitle(camera), stateName(camera), ...active].join(", "));
+        setText(this.said, ["", stateName(camera), stateReason(camera), ...active].filter((text, i) => !i || text).join(", "));
         if (camera.state === "off" || camera.state === "refused") this.forget();
         this.tick(performance.now());
     }
@@ -89,7 +89,7 @@ export class Tile {
             this.noteTime(Date.parse(head.time));
             this.pictureAt = came - (head.age_ms ?? 0);
             this.element.dataset.shown = Number(this.element.dataset.shown ?? 0) + 1;
-            drawZones(this.overlay, this.camera.zones, head.zones);
+            drawZones(this.overlay, this.camera.zones, head.zones, null, bitmap.width, bitmap.height);
             this.tick(performance.now());
         }
         bitmap.close();

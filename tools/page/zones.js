@@ -30,9 +30,7 @@ export function visibleZones(zones) {
 }
 
 /// Draws the zones with motion; those that the mask leaves out with a broken line only.
-export function drawZones(canvas, zones, rows, mask) {
-    const width = canvas.clientWidth;
-    const height = canvas.clientHeight;
+export function drawZones(canvas, zones, rows, mask, width = canvas.clientWidth, height = canvas.clientHeight) {
     if (canvas.width !== width || canvas.height !== height) {
         canvas.width = width;
         canvas.height = height;
