@@ -97,8 +97,11 @@ function wall(response) {
     let at = 0;
     const timer = setInterval(() => {
         ++at;
-        for (const camera of cameras) {
-            if (!walls.get(id).visible.includes(camera.number) || camera.state !== "live" || camera.muted) continue;
+        for (let i = 0; i < cameras.length; ++i) {
+            const camera = cameras[(i + at * 37) % cameras.length];  // each has its turn where not all fit
+            const {visible, rate} = walls.get(id);
+            if (!visible.includes(camera.number) || camera.state !== "live" || camera.muted) continue;
+            if (response.writableNeedDrain || (at + camera.number) % Math.ceil(5 / rate)) continue;
             const thumb = media.thumbs[at % media.thumbs.length];
             response.write(message({camera: camera.number, time: iso(Date.now()), age_ms: 30, width: 320, height: 240,
                                     zones: rowsAt(at), motion: camera.motion}, thumb));
@@ -141,7 +144,7 @@ function change(camera, wanted) {
         camera.pending.push(name);
     }
     setTimeout(() => {
-        Object.assign(reported, structuredClone(settings));
+        for (const [name, value] of Object.entries(settings)) if (value !== null) reported[name] = structuredClone(value);
         if (settings.saturation) reported.saturation = 57;  // the camera's scale is coarser
         camera.differs = settings.saturation && settings.saturation !== 57 ? ["saturation"] : [];
         camera.pending = [];
@@ -240,7 +243,7 @@ function file(response, path) {
     }
 }
 
-const server = createServer(async (request, response) => {
+const server = createServer({highWaterMark: 1 << 22}, async (request, response) => {
     if (away) return request.socket.destroy();
     const url = new URL(request.url, "http://localhost");
     let text = "";

@@ -47,7 +47,7 @@ test("the wall shows what is live, dims what is not, and is steered by keys", as
     await until("a dimmed tile", () => tile(page, 1).evaluate((element) => element.classList.contains("old")), 3000);
     assert.match(await tile(page, 1).locator(".notice").textContent(), /No picture for|last picture/);
     await until("the state in words", async () => /^Silent/.test(await tile(page, 1).locator(".notice").textContent()));
-    assert.match(await page.locator("#live").textContent(), /Silent/);
+    await page.locator("#live", {hasText: "Gate: Silent"}).waitFor();
     await bench.speak();
     await until("a live tile again", () => tile(page, 1).evaluate((element) => !element.classList.contains("old")));
     await moves(tile(page, 1).locator(".shot"));

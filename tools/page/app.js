@@ -39,7 +39,7 @@ function begin(title, show) {
     }
     window.scrollTo(0, 0);
     show(main, view.signal);
-    if (moved) (main.querySelector("[autofocus]") ?? main).focus({preventScroll: true});
+    if (moved && !main.contains(document.activeElement)) main.focus({preventScroll: true});
     moved = true;
 }
 

@@ -124,7 +124,7 @@ class CameraView {
         const {camera} = this.detail;
         if (!camera) return;
         const size = camera.width ? `${camera.width} × ${camera.height}` : "";
-        setText(this.facts, [codecText(camera.codec), size, rateText(camera.rate), camera.address,
+        setText(this.facts, [codecText(camera.codec), size, camera.state === "live" ? rateText(camera.rate) : "", camera.address,
             camera.model ? `model ${camera.model}` : "", camera.firmware ? `firmware ${camera.firmware}` : "",
             camera.serial, lost ? `${lost} pictures left out for this viewer` : "",
             begun && !begun.playable ? "this browser cannot play its H.264: a picture a second" : ""]

@@ -1,10 +1,9 @@
 // Name and password, where the server wants them.
 import {post} from "./api.js";
-import {icon, make, setText} from "./dom.js";
+import {make, setText} from "./dom.js";
 
 export function showLogin(place, entered) {
-    const name = make("input", {id: "login-name", name: "name", autocomplete: "username", required: true,
-                                autofocus: true});
+    const name = make("input", {id: "login-name", name: "name", autocomplete: "username", required: true});
     const password = make("input", {id: "login-password", name: "password", type: "password",
                                     autocomplete: "current-password", required: true});
     const problem = make("p", {class: "problem", role: "alert"});
@@ -27,7 +26,7 @@ export function showLogin(place, entered) {
         }
     };
     place.replaceChildren(make("form", {class: "card login", onsubmit: enter},
-        make("h1", {}, icon("wall"), "Log in"),
+        make("h1", {}, "Log in"),
         make("label", {for: "login-name"}, "Name"), name,
         make("label", {for: "login-password"}, "Password"), password, problem, submit));
     name.focus();

@@ -4,8 +4,11 @@
 import {make} from "./dom.js";
 
 const Source = window.ManagedMediaSource ?? window.MediaSource;
-const late = 0.15;  // s behind the newest picture: play faster
-const lost = 0.8;  // jump
+const lost = 0.8;  // s behind the newest picture: jump
+
+/// How much faster than the pictures come, so many seconds behind the newest one.
+const hurry = (behind) => (behind > 0.22 ? 1.5 : behind > 0.15 ? 1.25 : behind > 0.1 ? 1.1 : 1);
+
 const keptSeconds = 12;  // behind what is shown
 const mostWaiting = 120;  // fragments: more are a page that could not keep up
 const mostHeads = 300;
@@ -116,7 +119,7 @@ export class MsePlayer {
         const behind = newest - video.currentTime;
         video.dataset.behindMs = Math.round(behind * 1000);
         if (video.currentTime < begin || behind > lost * Math.max(1, this.pace)) video.currentTime = newest;
-        else video.playbackRate = this.pace * (behind > 2 * late ? 1.5 : behind > late ? 1.15 : 1);
+        else video.playbackRate = this.pace * hurry(behind);
         if (video.paused) video.play().catch(() => null);
     }
 

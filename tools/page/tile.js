@@ -4,7 +4,7 @@ import {icon, make, setAttribute, setText, swapIcon} from "./dom.js";
 import {rateText, spanText} from "./format.js";
 import {cameraTitle, stateName, stateReason, stateSince} from "./states.js";
 import {intervalOf, patienceOf} from "./store.js";
-import {drawZones} from "./zones.js";
+import {paintZones} from "./zones.js";
 
 const keptGaps = 5;
 const longestGap = 10000;  // ms: key frames of a slow camera may be this far apart
@@ -12,7 +12,7 @@ const longestGap = 10000;  // ms: key frames of a slow camera may be this far ap
 export class Tile {
     constructor(camera) {
         this.canvas = make("canvas", {class: "shot", width: 0, height: 0});
-        this.overlay = make("canvas", {class: "overlay"});
+        this.context = this.canvas.getContext("2d", {alpha: false});
         this.noticeHead = make("strong");
         this.noticeText = make("span");
         this.notice = make("div", {class: "notice", hidden: true}, this.noticeHead, this.noticeText);
@@ -25,7 +25,7 @@ export class Tile {
         this.age = make("span", {class: "age", "aria-hidden": "true"});
         this.element = make("a", {class: "tile", href: `#/camera/${camera.number}`, tabindex: -1,
                                   "data-number": camera.number},
-            make("div", {class: "picture", "aria-hidden": "true"}, this.canvas, this.overlay, this.notice,
+            make("div", {class: "picture", "aria-hidden": "true"}, this.canvas, this.notice,
                  make("div", {class: "marks"}, this.marks)),
             make("div", {class: "caption"}, make("span", {class: "state"}, this.stateIcon), this.name, this.said,
                  this.rate, this.age));
@@ -39,7 +39,6 @@ export class Tile {
     /// The picture is gone, and with it the memory of its canvas.
     forget() {
         this.canvas.width = this.canvas.height = 0;
-        this.overlay.width = this.overlay.height = 0;
         this.waiting = null;
         this.pictureAt = null;  // performance.now() when what is shown was taken
         this.lastTime = null;
@@ -85,11 +84,11 @@ export class Tile {
         if (this.visible) {
             if (this.canvas.width !== bitmap.width) this.canvas.width = bitmap.width;
             if (this.canvas.height !== bitmap.height) this.canvas.height = bitmap.height;
-            this.canvas.getContext("2d").drawImage(bitmap, 0, 0);
+            this.context.drawImage(bitmap, 0, 0);
+            paintZones(this.context, this.camera.zones, head.zones);
             this.noteTime(Date.parse(head.time));
             this.pictureAt = came - (head.age_ms ?? 0);
             this.element.dataset.shown = Number(this.element.dataset.shown ?? 0) + 1;
-            drawZones(this.overlay, this.camera.zones, head.zones, null, bitmap.width, bitmap.height);
             this.tick(performance.now());
         }
         bitmap.close();

@@ -30,6 +30,7 @@ class Wall {
         window.addEventListener("resize", () => this.layOut(), {signal});
         signal.addEventListener("abort", () => this.end(sized), {once: true});
         store.addEventListener("cameras", ({detail}) => this.update(detail), {signal});
+        store.addEventListener("connection", () => this.tell(this.shown.length), {signal});
         every(250, signal, () => this.tick());
         this.stream = new WallStream(signal, (head, data) => this.tiles.get(head.camera)?.offer(head, data));
         this.update(new Set(store.cameras.keys()));
@@ -105,7 +106,8 @@ class Wall {
         const cameras = store.list();
         const live = cameras.filter((camera) => camera.state === "live").length;
         const trouble = cameras.filter(filters.trouble).length;
-        setText(this.summary, `${live} of ${cameras.length} live${trouble ? `, ${trouble} in trouble` : ""}`);
+        setText(this.summary, (store.connected || !store.known ? "" : "Not connected, when last heard of: ") +
+            `${live} of ${cameras.length} live${trouble ? `, ${trouble} in trouble` : ""}`);
         this.empty.hidden = count > 0;
         setText(this.empty, !store.known ? "Waiting for the server." : cameras.length === 0
             ? "No camera is configured: start 'plendix serve' with addresses or a configuration file."

@@ -29,15 +29,10 @@ export function visibleZones(zones) {
     return seen;
 }
 
-/// Draws the zones with motion; those that the mask leaves out with a broken line only.
-export function drawZones(canvas, zones, rows, mask, width = canvas.clientWidth, height = canvas.clientHeight) {
-    if (canvas.width !== width || canvas.height !== height) {
-        canvas.width = width;
-        canvas.height = height;
-    }
-    const context = canvas.getContext("2d");
-    context.clearRect(0, 0, width, height);
+/// Paints the zones with motion; those that the mask leaves out with a broken line only.
+export function paintZones(context, zones, rows, mask) {
     if (!anyActive(rows)) return;
+    const {width, height} = context.canvas;
     context.lineWidth = 2;
     for (const {row, column, box} of visibleZones(zones)) {
         if (!isActive(rows, row, column)) continue;
@@ -49,4 +44,16 @@ export function drawZones(canvas, zones, rows, mask, width = canvas.clientWidth,
         if (counted) context.fillRect(...place);
         context.strokeRect(...place);
     }
+}
+
+/// The same on a canvas of its own, which lies over the picture.
+export function drawZones(canvas, zones, rows, mask) {
+    const {clientWidth: width, clientHeight: height} = canvas;
+    if (canvas.width !== width || canvas.height !== height) {
+        canvas.width = width;
+        canvas.height = height;
+    }
+    const context = canvas.getContext("2d");
+    context.clearRect(0, 0, width, height);
+    paintZones(context, zones, rows, mask);
 }
