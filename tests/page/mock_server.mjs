@@ -170,7 +170,7 @@ function recording(query) {
 }
 
 const lines = Array.from({length: 30}, (_, i) => ({id: i + 1, time: iso(Date.now() - (30 - i) * 60000), camera: i % 8,
-    text: i % 4 ? "Gate receiving video" : "Yard - did not receive block 3 of 5 <b>", repeated: i % 5 ? 1 : 17}));
+    text: i % 4 ? "Gate receiving video" : "Yard - did not receive block 3 of 5 <b>", repeated: i % 5 ? 0 : 17}));
 
 function history() {
     const of = (make) => Array.from({length: 360}, (_, i) => (i < 20 ? null : make(i)));
@@ -207,7 +207,7 @@ function api(request, response, url, body) {
                                                         version: "9.2.3"});
     if (path === "/api/login") {
         loggedIn = body.password === "right";
-        return loggedIn ? json(response, {name: "anna"}) : json(response, {error: "name or password is wrong"}, 401);
+        return loggedIn ? json(response, {name: "anna"}) : json(response, {error: "wrong name or password"}, 403);
     }
     if (!loggedIn) return json(response, {error: "log in first"}, 401);
     if (path === "/api/logout") return json(response, {}, (loggedIn = false) || 200);

@@ -11,7 +11,7 @@ export class LivePicture {
         this.stage = stage;
         this.detail = detail;
         this.told = told;
-        this.shownAt = null;  // performance.now() of the newest picture on the screen
+        this.shownAt = null;  // performance.now() when the newest picture on the screen was taken
         this.facts = {head: null, begun: null, lost: 0, shown: 0};
         this.withZones = true;
         const {camera, number} = detail;
@@ -28,7 +28,7 @@ export class LivePicture {
     }
 
     shown(head) {
-        this.shownAt = performance.now();
+        this.shownAt = performance.now() - (head.age_ms ?? 0);
         this.facts.head = head;
         this.stage.element.dataset.shown = ++this.facts.shown;
         this.drawZones();

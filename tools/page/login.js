@@ -3,7 +3,7 @@ import {post} from "./api.js";
 import {make, setText} from "./dom.js";
 
 export function showLogin(place, entered) {
-    const name = make("input", {id: "login-name", name: "name", autocomplete: "username", required: true});
+    const name = make("input", {id: "login-name", name: "name", autocomplete: "username"});
     const password = make("input", {id: "login-password", name: "password", type: "password",
                                     autocomplete: "current-password", required: true});
     const problem = make("p", {class: "problem", role: "alert"});
@@ -17,8 +17,7 @@ export function showLogin(place, entered) {
             await post("/api/login", {name: name.value, password: password.value});
             entered();
         } catch (error) {
-            setText(problem, error.status === 429 ? "Too many tries: wait a minute." :
-                error.status === 401 ? "Name or password is wrong." : `Not logged in: ${error.message}`);
+            setText(problem, `Not logged in: ${error.message}`);
             password.value = "";
             password.focus();
         } finally {
@@ -28,6 +27,6 @@ export function showLogin(place, entered) {
     place.replaceChildren(make("form", {class: "card login", onsubmit: enter},
         make("h1", {}, "Log in"),
         make("label", {for: "login-name"}, "Name"), name,
-        make("label", {for: "login-password"}, "Password"), password, problem, submit));
+        make("label", {for: "login-password"}, "Password, or a token without a name"), password, problem, submit));
     name.focus();
 }

@@ -23,9 +23,9 @@ export const groups = [
     ]},
     {title: "Motion", fields: [levels("sensitivity", "Sensitivity", 10, 10)]},
     {title: "Trigger and relay", fields: [
-        {name: "trigger.name", label: "Trigger name", kind: "text", longest: 64},
+        {name: "trigger.name", label: "Trigger name", kind: "text", longest: 64, empty: "Trigger"},
         {name: "trigger.normally_closed", label: "Trigger is normally closed", kind: "check"},
-        {name: "relay.name", label: "Relay name", kind: "text", longest: 64},
+        {name: "relay.name", label: "Relay name", kind: "text", longest: 64, empty: "Alarm"},
         {name: "relay.normally_low", label: "Relay is normally low", kind: "check"}
     ]}
 ];

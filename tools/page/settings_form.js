@@ -9,8 +9,9 @@ const words = (value) => value === null || value === undefined || value === "" ?
 /// What is on its way, taken otherwise, or refused: "" when all is as wanted.
 export function standing(camera, name) {
     if (isNamed(camera.pending, name)) return {kind: "pending", text: "sent, not reported back yet"};
-    if (!isNamed(camera.differs, name)) return null;
     const reported = valueAt(camera.reported, name);
+    const same = JSON.stringify(reported) === JSON.stringify(valueAt(camera.settings, name));
+    if (!isNamed(camera.differs, name) || same) return null;  // "relay" differs: one of its parts does
     return {kind: "differs", text: typeof reported === "object" && reported !== null
         ? "the camera has it otherwise" : `the camera has ${words(reported)}`};
 }

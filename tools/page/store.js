@@ -41,7 +41,7 @@ class CameraStore extends EventTarget {
         try {
             const {time, version, cameras} = await get("/api/cameras");
             this.clockAhead = Date.parse(time) - Date.now();
-            this.version = version;
+            this.version = version ?? null;
             this.known = true;
             const gone = new Set(this.cameras.keys());
             for (const camera of cameras) gone.delete(camera.number);
