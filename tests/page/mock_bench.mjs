@@ -10,7 +10,8 @@ export async function startMock({cameras = 8, login = false} = {}) {
     const base = String(line).trim();
     const fault = (what) => fetch(`${base}mock`, {method: "POST", body: JSON.stringify(what)});
     return {
-        base, pids: [process.pid],
+        base,
+        pid: process.pid,
         silence: (number) => fault({silent: [number]}),
         speak: () => fault({silent: []}),
         lose: (fragments) => fault({lose: fragments}),

@@ -7,7 +7,7 @@ import {store} from "./store.js";
 const mostLines = 500;
 
 export function logView(signal) {
-    const lines = new Map();  // by what makes them the same; the one said longest ago first
+    const lines = new Map(); // by what makes them the same; the one said longest ago first
     const list = make("ol", {class: "log", tabindex: 0, "aria-label": "Log lines, newest first"});
     const empty = make("p", {class: "empty"}, "The driver has said nothing yet.");
     let last = 0;
@@ -21,9 +21,21 @@ export function logView(signal) {
         if (!entry) {
             const time = make("time", {});
             entry = {time, text: make("span"), repeated: make("span", {class: "repeated"})};
-            entry.element = make("li", {}, time, make("span", {class: "text"}, line.camera
-                ? make("a", {href: `#/camera/${line.camera}`}, `Camera ${line.camera}`) : null, " ", entry.text),
-                entry.repeated);
+            entry.element = make(
+                "li",
+                {},
+                time,
+                make(
+                    "span",
+                    {class: "text"},
+                    line.camera
+                        ? make("a", {href: `#/camera/${line.camera}`}, `Camera ${line.camera}`)
+                        : null,
+                    " ",
+                    entry.text
+                ),
+                entry.repeated
+            );
         }
         lines.set(key, entry);
         list.prepend(entry.element);
@@ -50,14 +62,30 @@ export function logView(signal) {
         }
         empty.hidden = lines.size > 0;
     };
-    store.addEventListener("event", ({detail}) => { due ||= detail.kind === "log"; }, {signal});
-    store.addEventListener("connection", () => {
-        due = true;
-        last = 0;  // another process counts anew
-        lines.clear();
-        list.replaceChildren();
-    }, {signal});
+    store.addEventListener(
+        "event",
+        ({detail}) => {
+            due ||= detail.kind === "log";
+        },
+        {signal}
+    );
+    store.addEventListener(
+        "connection",
+        () => {
+            due = true;
+            last = 0; // another process counts anew
+            lines.clear();
+            list.replaceChildren();
+        },
+        {signal}
+    );
     every(1000, signal, load);
     load();
-    return make("section", {class: "card", "aria-label": "Log"}, make("h2", {}, "What the driver says"), empty, list);
+    return make(
+        "section",
+        {class: "card", "aria-label": "Log"},
+        make("h2", {}, "What the driver says"),
+        empty,
+        list
+    );
 }

@@ -4,8 +4,13 @@ import {make, setText} from "./dom.js";
 
 export function showLogin(place, entered) {
     const name = make("input", {id: "login-name", name: "name", autocomplete: "username"});
-    const password = make("input", {id: "login-password", name: "password", type: "password",
-                                    autocomplete: "current-password", required: true});
+    const password = make("input", {
+        id: "login-password",
+        name: "password",
+        type: "password",
+        autocomplete: "current-password",
+        required: true
+    });
     const problem = make("p", {class: "problem", role: "alert"});
     const submit = make("button", {type: "submit", class: "main"}, "Log in");
 
@@ -24,9 +29,18 @@ export function showLogin(place, entered) {
             submit.disabled = false;
         }
     };
-    place.replaceChildren(make("form", {class: "card login", onsubmit: enter},
-        make("h1", {}, "Log in"),
-        make("label", {for: "login-name"}, "Name"), name,
-        make("label", {for: "login-password"}, "Password, or a token without a name"), password, problem, submit));
+    place.replaceChildren(
+        make(
+            "form",
+            {class: "card login", onsubmit: enter},
+            make("h1", {}, "Log in"),
+            make("label", {for: "login-name"}, "Name"),
+            name,
+            make("label", {for: "login-password"}, "Password, or a token without a name"),
+            password,
+            problem,
+            submit
+        )
+    );
     name.focus();
 }

@@ -1,7 +1,7 @@
 // How many tiles stand side by side, and where the arrow keys lead.
 
 const shape = 4 / 3;
-const least = {fit: 150, small: 180, medium: 320, large: 560};  // CSS pixels of a tile's width
+const least = {fit: 150, small: 180, medium: 320, large: 560}; // CSS pixels of a tile's width
 
 /// A tile's height besides its picture, with the gap to the next one.
 const caption = () => 2.15 * parseFloat(getComputedStyle(document.documentElement).fontSize);
@@ -30,8 +30,14 @@ export function thumbnailRate(tiles) {
     return tiles <= 4 ? 12 : tiles <= 16 ? 8 : tiles <= 64 ? 5 : tiles <= 128 ? 2 : 1;
 }
 
-const steps = {ArrowLeft: () => -1, ArrowRight: () => 1, ArrowUp: (columns) => -columns,
-               ArrowDown: (columns) => columns, Home: () => -Infinity, End: () => Infinity};
+const steps = {
+    ArrowLeft: () => -1,
+    ArrowRight: () => 1,
+    ArrowUp: (columns) => -columns,
+    ArrowDown: (columns) => columns,
+    Home: () => -Infinity,
+    End: () => Infinity
+};
 
 /// The place that a key leads to from `at`, or null for another key.
 export function placeAfter(key, at, count, columns) {
