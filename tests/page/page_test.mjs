@@ -302,7 +302,7 @@ test("who has to log in is asked, also when the session ends in the middle", {sk
         const page = await openPage(browser, guarded.base, {expected: /40[13]/});
         await fetch(`${guarded.base}api/logout`, {method: "POST", headers: {"X-Plendix": "1"}});
         await page.reload();
-        await page.getByLabel("Name").fill("anna");
+        await page.getByLabel("Name", {exact: true}).fill("anna");
         await page.getByLabel(/^Password/).fill("wrong");
         await page.keyboard.press("Enter");
         await page.getByText("Not logged in: wrong name or password").waitFor();

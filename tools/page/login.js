@@ -36,7 +36,7 @@ export function showLogin(place, entered) {
             make("h1", {}, "Log in"),
             make("label", {for: "login-name"}, "Name"),
             name,
-            make("label", {for: "login-password"}, "Password, or a token without a name"),
+            make("label", {for: "login-password"}, "Password, or a token"),
             password,
             problem,
             submit
