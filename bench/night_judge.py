@@ -72,12 +72,26 @@ def judge_camera(movies, end, causes, gaps):
     return faults
 
 
-def judge_removal(movies, fills, keep):
+def unnoticed(night):
+    """Steps forward within a second before a kill, or before the next process looks: nobody was there to note them."""
+    bases = zip(night.steps, night.steps[1:])
+    steps = [(moment, base - before) for (_, before), (moment, base) in bases if base > before]
+    return [(moment, by) for moment, by in steps
+            if any(begin - 1 < moment < started + 1 for begin, started in night.kills)]
+
+
+def judge_removal(movies, night):
     """What went before it was old, while there was room."""
-    return [f"{movie.path}: removed after {movie.gone - movie.begin - movie.times[-1]:.1f} s" for movie in movies
-            if movie.begin is not None and movie.gone is not None
-            and movie.gone - movie.begin - movie.times[-1] < keep - 1
-            and not any(begin - 1 < movie.gone < end + RETRY for begin, end, _ in fills)]
+    faults, steps, keep = [], unnoticed(night), 6 * night.segment
+    for movie in movies:
+        if movie.begin is None or movie.gone is None:
+            continue
+        ended = movie.begin + movie.times[-1]
+        seeming = movie.gone - ended + sum(by for moment, by in steps if ended < moment < movie.gone)
+        full = any(begin - 1 < movie.gone < end + RETRY for begin, end, _ in night.fills)
+        if seeming < keep - 1 and not full:
+            faults.append(f"{movie.path}: removed after {movie.gone - ended:.1f} s")
+    return faults
 
 
 def decode(files):
@@ -128,7 +142,7 @@ def judge(night):
         for length, begin, _ in gaps:
             if length > INTERVAL:
                 table.setdefault(explain(begin, begin + length, causes[camera])[1], []).append(length)
-    faults += judge_removal(whole, night.fills, 6 * night.segment)
+    faults += judge_removal(whole, night)
     left = [movie.path for movie in movies if movie.gone is None]
     files = left + [movie.copy for movie in movies if movie.copy]
     bad = [text for i in range(0, len(files), 20) for text in decode(files[i:i + 20])]

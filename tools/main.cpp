@@ -8,10 +8,17 @@
 #include <vector>
 
 #include "camera/camera_command.h"
+#include "decode/decode_command.h"
 #include "demo/demo_command.h"
+#include "field/capture_command.h"
+#include "field/inspect_command.h"
+#include "field/replay_command.h"
 #include "host/process_state.h"
 #include "host/signals.h"
+#include "live/snapshot_command.h"
+#include "live/stream_command.h"
 #include "nearest_word.h"
+#include "probe/probe_command.h"
 #include "record/config_command.h"
 #include "record/export_command.h"
 #include "record/record_command.h"
@@ -55,10 +62,17 @@ int run(int argc, char** argv) {
 
     std::function<int()> chosen;
     plendix::add_demo_command(app, chosen);
+    plendix::add_probe_command(app, chosen);
     plendix::add_record_command(app, chosen);
     plendix::add_config_command(app, chosen);
     plendix::add_search_command(app, chosen);
     plendix::add_export_command(app, chosen);
+    plendix::add_snapshot_command(app, chosen);
+    plendix::add_stream_command(app, chosen);
+    plendix::add_capture_command(app, chosen);
+    plendix::add_inspect_command(app, chosen);
+    plendix::add_decode_command(app, chosen);
+    plendix::add_replay_command(app, chosen);
     plendix::add_camera_command(app, chosen);
     require_known_commands(app, argc, argv);
     try {

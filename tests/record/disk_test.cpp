@@ -10,12 +10,12 @@
 
 #include "camera/picture/gallery.h"
 #include "host/clocks.h"
+#include "host/write_failure.h"
 #include "record/decode_check.h"
 #include "record/movie_file.h"
 #include "record/recorder.h"
 #include "record/segment_files.h"
 #include "record/still.h"
-#include "record/write_failure.h"
 #include "support/camera_bench.h"
 #include "support/folder.h"
 
@@ -44,8 +44,8 @@ static std::vector<fs::path> files_in(const fs::path& folder, const char* extens
 }
 
 /// A recorder of two cameras.
-struct Output {
-    Output(const fs::path& root, const RecorderRules& rules) : folder(root), recorder(queue, root, rules) {
+struct Sink {
+    Sink(const fs::path& root, const RecorderRules& rules) : folder(root), recorder(queue, root, rules) {
         recorder.start();
     }
     std::string told_last() const { return told.empty() ? "" : told.back().values.dump(); }
@@ -93,8 +93,8 @@ protected:
         fs::remove("disk/other");
         std::ofstream("disk/other") << std::string(fs::space("disk").available - left, 'x');
     }
-    Output& record(const fs::path& root, RecorderRules rules) {
-        return *outputs.emplace_back(std::make_unique<Output>(root, rules));
+    Sink& record(const fs::path& root, RecorderRules rules) {
+        return *outputs.emplace_back(std::make_unique<Sink>(root, rules));
     }
     /// Pictures of both cameras for all outputs, for so long or until these have told so many events.
     bool feed(std::chrono::milliseconds most, std::size_t events = 99, std::size_t first = 0) {
@@ -122,7 +122,7 @@ protected:
     }
 
     const TemporaryFolder here;
-    std::vector<std::unique_ptr<Output>> outputs;
+    std::vector<std::unique_ptr<Sink>> outputs;
     std::uint64_t pushed = 0;
 
 private:
@@ -139,8 +139,8 @@ TEST_F(Disk, FullOnesPauseOnceAndGoOnByThemselves) {
     fs::create_directory("disk/r");
     std::ofstream("disk/r/events.jsonl") << "somebody's";
     RecorderRules rules;
-    Output& other = record("elsewhere", rules);
-    Output& full = record("disk/r", rules);
+    Sink& other = record("elsewhere", rules);
+    Sink& full = record("disk/r", rules);
     EXPECT_TRUE(feed(10s, 2, 1));
     EXPECT_THAT(full.told_last(), HasSubstr("\"paused\":true,\"reason\":\"no room on the disk of"));
     EXPECT_TRUE(files_in("disk", ".mkv").empty()) << "no movie without a picture";
@@ -170,7 +170,7 @@ TEST_F(Disk, FullOnesLoseTheOldestWhereTheyMay) {
     rules.segment = 500ms;
     rules.limits.keep = 1h;
     occupy(5'000'000);
-    Output& kept = record("disk", rules);
+    Sink& kept = record("disk", rules);
     feed(6s);
     EXPECT_LT(kept.finish(pushed, true), pushed / 10);
     EXPECT_NE(kept.told_last().find("had to go before their time"), std::string::npos) << kept.told_last();

@@ -63,7 +63,7 @@ protected:
             std::this_thread::yield();
         EXPECT_LT(Clock::now(), end);
     }
-    Step interrupt_after(std::uint64_t frames) const {
+    RecordingStep interrupt_after(std::uint64_t frames) const {
         return {0ms, [this, frames](Session&) {
                     await(frames);
                     raise(SIGINT);

@@ -2,6 +2,7 @@
 #include "host/session.h"
 
 #include "host/clock_watch.h"
+#include "host/output_queue.h"
 #include "plugin/host_records.h"
 #include "support/camera_bench.h"
 #include "support/folder.h"

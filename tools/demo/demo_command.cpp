@@ -74,7 +74,7 @@ std::vector<CameraSettings> settings_of(const std::vector<camera::Config>& camer
 
 /// The trigger input of camera 1 closes and opens, then its relay does the same, and the frames
 /// of camera 2 are marked as recorded for a while. All within the run, whatever its length.
-std::vector<Step> happenings(camera::Fleet& fleet, milliseconds duration) {
+std::vector<RecordingStep> happenings(camera::Fleet& fleet, milliseconds duration) {
     constexpr int action = 1;
     return {
         {duration * 2 / 10, [&fleet](Session&) { fleet.set_trigger(0, true); }},

@@ -19,10 +19,14 @@ struct Step {
 
     std::int64_t time_ns = 0;  // UTC since 1970, by the clock of the capture
     From from = From::client;
-    std::uint16_t port = 0;  // of whoever is at the other end: the camera's, or the stranger's
+    std::uint32_t address = 0;  // of whoever is at the other end: the camera, or a stranger
+    std::uint16_t port = 0;     // the same
+    bool zeros = false;         // was captured whole and ends in zeros, as the last full block of a picture
     std::uint16_t ip_id = 0;
-    std::size_t size = 0;  // bytes on the wire
-    link::Bytes bytes;     // those that were captured and are kept
+    std::size_t size = 0;        // bytes on the wire
+    std::size_t captured = 0;    // of these, in the capture
+    std::uint64_t position = 0;  // of the captured ones in the capture's file
+    link::Bytes bytes;           // those of them that are kept
 };
 
 /// A request and everything that went to and fro until the client's next one.
@@ -32,7 +36,7 @@ struct Transfer {
     std::string request;  // the file's name, as it was asked for; whoever asked may have sent anything
     link::FileName name;
     std::vector<Step> steps;  // in order of time; the first is the request
-    bool ended = false;       // the client made another request, and did not just stop
+    bool ended = false;       // the client made another request, and had not given this one up
     std::int64_t begin_ns() const { return steps.front().time_ns; }
 };
 
@@ -56,7 +60,7 @@ public:
 
 private:
     void begin(const Datagram& datagram, const link::ReadRequest& request);
-    void append(Transfer& transfer, const Datagram& datagram, Step::From from, std::uint16_t port) const;
+    void append(Transfer& transfer, const Datagram& datagram, Step::From from) const;
     void end(std::map<Endpoint, Transfer>::iterator found, bool by_request);
     void end_idle(std::int64_t now_ns);
 

@@ -70,6 +70,12 @@ Codec parse_codec(const std::string& text) {
     throw UsageError("codec '" + text + "' is neither jpeg nor h264");
 }
 
+void require_range(const char* what, int value, int most) {
+    if (value >= 0 && value <= most) return;
+    throw UsageError(std::string(what) + ' ' + std::to_string(value) + " is not from 1 to " +
+                     std::to_string(most));
+}
+
 std::chrono::milliseconds parse_seconds(double seconds) {
     if (seconds >= 0 && seconds <= longest_seconds) {
         return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));

@@ -7,7 +7,8 @@ namespace plendix {
 namespace {
 
 constexpr std::size_t event_reserve_bytes = 8U << 20U;
-constexpr std::size_t event_bytes = 1U << 10U;  // of an ordinary one, roughly
+constexpr std::size_t latest_bytes = 64U << 20U;  // a large picture of each of 32 cameras
+constexpr std::size_t event_bytes = 1U << 10U;    // of an ordinary one, roughly
 
 std::size_t bytes_of(const Event& event) {
     const auto text = event.values.find("text");
@@ -25,6 +26,8 @@ std::size_t bytes_of(const Delivery& delivery) {
 OutputQueue::OutputQueue(std::size_t limit_bytes, std::chrono::milliseconds linger)
     : limit_bytes_(limit_bytes), linger_(linger) {}
 
+OutputQueue::OutputQueue(Latest) : limit_bytes_(latest_bytes), linger_(0), latest_(true) {}
+
 /// Requires mutex_: whether the output is to be woken at once.
 bool OutputQueue::enough() const {
     if (linger_.count() == 0) return !waiting_.empty();
@@ -36,16 +39,38 @@ void OutputQueue::wake() {
     if (enough()) filled_.notify_one();
 }
 
+/// Requires mutex_.
+void OutputQueue::drop_waiting(int camera) {
+    const auto is_its_frame = [camera](const Delivery& delivery) {
+        const auto* frame = std::get_if<FramePointer>(&delivery);
+        return frame != nullptr && (*frame)->camera == camera;
+    };
+    const auto found = std::find_if(waiting_.begin(), waiting_.end(), is_its_frame);
+    if (found == waiting_.end()) return;
+    waiting_bytes_ -= bytes_of(*found);
+    waiting_.erase(found);
+    ++losses_.at(static_cast<std::size_t>(camera)).total;
+}
+
+/// Requires mutex_.
+bool OutputQueue::room_for(const Frame& frame) {
+    Loss& loss = losses_.at(static_cast<std::size_t>(frame.camera));
+    if (!frame.key && (loss.needs_key || loss.waiting)) return false;
+    if (loss.waiting) drop_waiting(frame.camera);
+    loss.waiting = false;
+    return waiting_bytes_ + frame.data.size() <= limit_bytes_;
+}
+
 void OutputQueue::push(const FramePointer& frame) {
     const std::lock_guard<std::mutex> lock(mutex_);
     Loss& loss = losses_.at(static_cast<std::size_t>(frame->camera));
-    const bool undecodable = loss.needs_key && !frame->key;
-    if (undecodable || waiting_bytes_ + frame->data.size() > limit_bytes_) {
+    if (!room_for(*frame)) {
         ++loss.total;
         loss.needs_key = true;
         return;
     }
     loss.needs_key = false;
+    loss.waiting = latest_;
     waiting_bytes_ += frame->data.size();
     waiting_.emplace_back(frame);
     wake();
@@ -73,6 +98,8 @@ std::optional<Delivery> OutputQueue::pop(std::chrono::milliseconds patience) {
     Delivery delivery = std::move(waiting_.front());
     waiting_.pop_front();
     waiting_bytes_ -= bytes_of(delivery);
+    if (const auto* frame = std::get_if<FramePointer>(&delivery))
+        losses_.at(static_cast<std::size_t>((*frame)->camera)).waiting = false;
     return delivery;
 }
 

@@ -35,7 +35,7 @@ Session::~Session() {
     plugin_.close();
 }
 
-void Session::attach(OutputQueue& output) {
+void Session::attach(Output& output) {
     outputs_.push_back(&output);
 }
 
@@ -70,7 +70,7 @@ bool Session::take_frame(const _EventParmsIn& event) {
         const std::lock_guard<std::mutex> lock(mutex_);
         add(std::move(mark));
     }
-    for (OutputQueue* output : outputs_)
+    for (Output* output : outputs_)
         output->push(frame);
     return true;
 }
@@ -137,13 +137,14 @@ std::vector<Event> Session::serve(std::chrono::milliseconds patience) {
     }
     for (Event& event : watch_.settle(now, utc_ms()))
         events.push_back(std::move(event));
-    for (OutputQueue* output : outputs_)
+    for (Output* output : outputs_)
         for (const Event& event : events)
             output->push(event);
     return events;
 }
 
 void Session::read(const Document& document, std::vector<Event>& events) {
+    if (keep_reports_) keep_report(document.text);
     for (Event& event : reader_.read(document.text, document.time_ms)) {
         if (passing(event)) continue;
         if (watch_.event(event, Clock::now())) query();
@@ -151,17 +152,28 @@ void Session::read(const Document& document, std::vector<Event>& events) {
     }
 }
 
+/// One camera's configuration, or that of all.
+void Session::keep_report(const std::string& document) {
+    const auto cameras = read_configuration(document);
+    if (!cameras) return;
+    for (const ReportedCamera& camera : *cameras)
+        if (is_wanted(camera.settings.number)) reports_[camera.settings.number] = camera;
+}
+
+bool Session::is_wanted(int camera) const {
+    return std::any_of(cameras_.begin(), cameras_.end(),
+                       [camera](const CameraSettings& wanted) { return wanted.number == camera; });
+}
+
 /// A camera that is wanted is removed only to be added again.
 bool Session::passing(const Event& event) const {
-    if (event.kind != EventKind::config || !event.values.contains("removed")) return false;
-    return std::any_of(cameras_.begin(), cameras_.end(),
-                       [&event](const CameraSettings& camera) { return camera.number == event.camera; });
+    return event.kind == EventKind::config && event.values.contains("removed") && is_wanted(event.camera);
 }
 
 std::vector<Event> Session::stop() {
     plugin_.close();
     std::vector<Event> events = serve(std::chrono::milliseconds(0));
-    for (OutputQueue* output : outputs_)
+    for (Output* output : outputs_)
         output->finish();
     return events;
 }
@@ -170,6 +182,8 @@ void Session::change(const std::vector<CameraSettings>& cameras) {
     const std::string document = change_document(cameras_, cameras);
     cameras_ = cameras;
     wish(cameras_);
+    for (auto report = reports_.begin(); report != reports_.end();)
+        report = is_wanted(report->first) ? std::next(report) : reports_.erase(report);
     if (!document.empty()) plugin_.configure(document);
 }
 

@@ -16,9 +16,10 @@
 #include "host/camera_settings.h"
 #include "host/camera_watch.h"
 #include "host/clock_watch.h"
+#include "host/configuration_reader.h"
 #include "host/document_reader.h"
 #include "host/frame_pool.h"
-#include "host/output_queue.h"
+#include "host/output.h"
 #include "host/plugin_library.h"
 
 namespace plendix {
@@ -35,8 +36,10 @@ public:
     /// Stops.
     ~Session();
 
-    /// Frames and events go to this queue, too. Before `start`; the queue outlives the session.
-    void attach(OutputQueue& output);
+    /// Frames and events go there, too. Before `start`; the output outlives the session.
+    void attach(Output& output);
+    /// From now on what the driver says of its cameras is kept, which costs a reading of each such document.
+    void keep_reports() { keep_reports_ = true; }
 
     /// Opens the plug-in, which keeps its settings in the current directory, with these cameras
     /// and no others. Throws Failure.
@@ -56,6 +59,9 @@ public:
     void write(const std::string& document);
 
     std::vector<CameraState> states() const { return watch_.states(); }
+    /// By number, what the driver said last of each wanted camera; of a new one nothing. Kept as told by
+    /// `keep_reports`; the session's thread only.
+    const std::map<int, ReportedCamera>& reports() const { return reports_; }
 
     /// Asks the driver for a sign of life where it has not given one for a while: with no camera
     /// on the network it has nothing to say.
@@ -80,12 +86,16 @@ private:
     void look_at_clocks();
     std::deque<Document> documents(std::chrono::milliseconds patience);
     void read(const Document& document, std::vector<Event>& events);
+    void keep_report(const std::string& document);
+    bool is_wanted(int camera) const;
     void wish(const std::vector<CameraSettings>& cameras);
     bool passing(const Event& event) const;
     void query();
 
     std::vector<CameraSettings> cameras_;
-    std::vector<OutputQueue*> outputs_;
+    std::vector<Output*> outputs_;
+    bool keep_reports_ = false;
+    std::map<int, ReportedCamera> reports_;
     DocumentReader reader_;
     CameraWatch watch_;
     std::shared_ptr<FramePool> pool_ = std::make_shared<FramePool>();

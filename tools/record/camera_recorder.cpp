@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "host/write_failure.h"
 #include "record/open_segments.h"
-#include "record/write_failure.h"
 
 namespace plendix {
 namespace {

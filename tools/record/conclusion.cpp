@@ -8,11 +8,11 @@
 
 #include "host/diagnosis.h"
 #include "host/signals.h"
+#include "host/write_failure.h"
 #include "record/progress.h"
 #include "record/recording.h"
 #include "record/report.h"
 #include "record/still.h"
-#include "record/write_failure.h"
 #include "usage.h"
 
 namespace plendix {

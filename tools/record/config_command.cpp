@@ -7,9 +7,9 @@
 #include <memory>
 #include <string>
 
+#include "host/words.h"
 #include "record/config_file.h"
 #include "record/config_probe.h"
-#include "record/words.h"
 #include "usage.h"
 
 namespace plendix {

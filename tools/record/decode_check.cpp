@@ -1,58 +1,14 @@
 #include "record/decode_check.h"
 
-#include <array>
-#include <mutex>
 #include <new>
 
-#include "record/jpeg_check.h"
+#include "host/jpeg_check.h"
+#include "host/libav_complaints.h"
 #include "record/movie_file.h"
 #include "usage.h"
 
 namespace plendix {
 namespace {
-
-/// Collects what libav complains about, from any of its threads, instead of printing it.
-class Complaints {
-public:
-    Complaints() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        count_ = 0;
-        first_.clear();
-        av_log_set_callback(note);
-    }
-    ~Complaints() { av_log_set_callback(av_log_default_callback); }
-    Complaints(const Complaints&) = delete;
-    Complaints& operator=(const Complaints&) = delete;
-
-    std::uint64_t count() const {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return count_;
-    }
-    std::string first() const {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return first_;
-    }
-
-private:
-    static void note(void* object, int level, const char* format, va_list arguments) {
-        if (level > AV_LOG_ERROR) return;
-        std::array<char, 256> line{};
-        int prefix = 1;
-        av_log_format_line2(object, level, format, arguments, line.data(), line.size(), &prefix);
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (count_++ == 0) first_ = line.data();
-        while (!first_.empty() && first_.back() == '\n')
-            first_.pop_back();
-    }
-
-    static std::mutex mutex_;
-    static std::uint64_t count_;
-    static std::string first_;
-};
-
-std::mutex Complaints::mutex_;
-std::uint64_t Complaints::count_ = 0;
-std::string Complaints::first_;
 
 class Check {
 public:
@@ -118,7 +74,7 @@ private:
         result_.first_fault = "frame " + std::to_string(result_.packets) + ": " + text;
     }
 
-    Complaints complaints_;
+    LibavComplaints complaints_;
     MovieFile movie_;
     LibavPointer<AVCodecContext> decoder_;
     LibavPointer<AVFrame> frame_;

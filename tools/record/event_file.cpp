@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "host/event_json.h"
-#include "record/write_failure.h"
+#include "host/write_failure.h"
 
 namespace plendix {
 namespace {

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
+#include "host/descriptor.h"
 #include "host/event.h"
-#include "record/descriptor.h"
 
 namespace plendix {
 

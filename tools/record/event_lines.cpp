@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "record/words.h"
+#include "host/words.h"
 
 namespace plendix {
 namespace {

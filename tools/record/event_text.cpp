@@ -6,7 +6,7 @@
 
 #include "host/diagnosis.h"
 #include "host/plain_text.h"
-#include "record/words.h"
+#include "host/words.h"
 
 namespace plendix {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 
 namespace plendix {
 

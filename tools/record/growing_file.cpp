@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-#include "record/write_failure.h"
+#include "host/write_failure.h"
 
 namespace plendix {
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "host/descriptor.h"
 #include "host/picture_format.h"
-#include "record/descriptor.h"
 
 namespace plendix {
 

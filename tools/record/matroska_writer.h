@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "container/matroska_cluster.h"
 #include "host/frame.h"
 #include "host/picture_format.h"
 #include "record/growing_file.h"
@@ -46,19 +47,14 @@ public:
     bool in_place() const { return file_.in_place(); }
 
 private:
-    void gather(const Pieces& picture, bool key);
-    void put_checksum();
-
     GrowingFile file_;
     const PictureFormat format_;
     const std::int64_t start_ms_;
-    const bool units_;  // of a byte stream, which a file keeps behind their lengths
+    MatroskaCluster cluster_;
     bool open_ = true;
     std::int64_t last_ms_ = -1;
     std::uint64_t frames_ = 0;
     std::vector<MatroskaCue> cues_;
-    Bytes head_;     // of the cluster, and the units' lengths; kept for its memory
-    Pieces pieces_;  // the same
 };
 
 }  // namespace plendix

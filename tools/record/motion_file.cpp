@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "record/write_failure.h"
+#include "host/write_failure.h"
 
 namespace plendix {
 namespace {

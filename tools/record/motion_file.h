@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "host/descriptor.h"
 #include "host/frame.h"
-#include "record/descriptor.h"
 
 namespace plendix {
 

@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/parseutils.h>
 }
 
+#include "host/still_image.h"
 #include "usage.h"
 
 namespace plendix {
@@ -43,14 +44,8 @@ std::int64_t MovieFile::start_ms() const {
 }
 
 LibavPointer<AVCodecContext> MovieFile::strict_decoder() const {
-    const AVCodec* codec = avcodec_find_decoder(stream_->codecpar->codec_id);
-    LibavPointer<AVCodecContext> decoder(avcodec_alloc_context3(codec));
-    if (codec == nullptr || !decoder) throw Failure("no decoder for '" + path_.string() + "'");
-    avcodec_parameters_to_context(decoder.get(), stream_->codecpar);
-    decoder->thread_count = 1;
-    decoder->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
-    const int result = avcodec_open2(decoder.get(), codec, nullptr);
-    if (result < 0) throw Failure("cannot decode '" + path_.string() + "': " + libav_text(result));
+    auto decoder = plendix::strict_decoder(stream_->codecpar->codec_id, stream_->codecpar);
+    if (!decoder) throw Failure("no decoder for '" + path_.string() + "'");
     return decoder;
 }
 

@@ -7,7 +7,7 @@
 #include <array>
 #include <string>
 
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 #include "record/segment_name.h"
 
 namespace plendix {

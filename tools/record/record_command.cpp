@@ -35,12 +35,6 @@ struct CommandLine {
     std::optional<int> rate, quality;
 };
 
-void require_range(const char* what, int value, int most) {
-    if (value >= 0 && value <= most) return;
-    throw UsageError(std::string(what) + ' ' + std::to_string(value) + " is not from 1 to " +
-                     std::to_string(most));
-}
-
 template <class Value, class Parse>
 void take(const std::optional<std::string>& text, Value& value, Parse parse) {
     if (text) value = parse(*text);

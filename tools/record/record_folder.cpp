@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "record/write_failure.h"
+#include "host/write_failure.h"
 
 namespace plendix {
 namespace {

@@ -45,7 +45,7 @@ Recorder::Recorder(OutputQueue& queue, const fs::path& root, const RecorderRules
       rules_(rules),
       folder_(root, rules.names),
       replacement_(prepare(folder_, rules.replace, repaired_)),
-      upkeep_(folder_, rules.limits),
+      upkeep_(folder_, rules.limits, began_),
       events_(folder_.root()),
       hold_(rules.all_events ? milliseconds(0) : rules.motion_hold) {}
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/clock_watch.h"
+#include "host/clocks.h"
 #include "host/event_digest.h"
 #include "host/motion_hold.h"
 #include "host/output_queue.h"
@@ -94,6 +95,7 @@ private:
 
     OutputQueue& queue_;
     const RecorderRules rules_;
+    const std::optional<ClockReading> began_ = read_clocks();
     RecordFolder folder_;
     std::vector<RepairedSegment> repaired_;     // until it is told
     std::unique_ptr<Replacement> replacement_;  // until the first frame is recorded

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "host/clocks.h"
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 #include "record/recorder.h"
 #include "record/segment_disk.h"
 #include "usage.h"

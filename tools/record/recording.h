@@ -15,7 +15,7 @@ namespace plendix {
 class Session;
 
 /// Something to do at a moment of the recording, on the recording thread.
-struct Step {
+struct RecordingStep {
     std::chrono::milliseconds at;  // since the plug-in was opened
     std::function<void(Session&)> action;
 };
@@ -28,9 +28,9 @@ struct RecordingPlan {
     std::chrono::milliseconds duration{0};  // 0: until SIGINT or SIGTERM
     RecorderRules rules;
     ScreenOptions screen;
-    bool check = false;            // decode the files afterwards
-    bool faults_expected = false;  // frames that do not decode are told, but no failure
-    std::vector<Step> steps;       // in order of time
+    bool check = false;                // decode the files afterwards
+    bool faults_expected = false;      // frames that do not decode are told, but no failure
+    std::vector<RecordingStep> steps;  // in order of time
 
     /// Reads the configuration file again; without one SIGHUP ends the recording. Throws UsageError.
     std::function<std::vector<CameraSettings>()> reload;

@@ -25,6 +25,7 @@ constexpr std::size_t most_failures = 3;                  // in one call: the di
 constexpr std::chrono::minutes retry_period{10};          // until what could not be removed is tried again
 constexpr std::chrono::seconds measure_period{5};         // between looks at the sizes of open segments
 constexpr std::chrono::milliseconds smallest_step{2000};  // less is the time between end and `added`
+constexpr std::chrono::milliseconds move_time{50};        // of a sweep
 constexpr std::chrono::hours event_file_period{1};        // between looks at the files of events
 
 bool look(const fs::path& file, struct stat& status) {
@@ -64,8 +65,8 @@ std::vector<std::string> names_or_none(const fs::path& folder) {
 
 }  // namespace
 
-Retention::Retention(fs::path folder, RetentionLimits limits)
-    : folder_(std::move(folder)), limits_(limits), marked_(has_mark(folder_)) {
+Retention::Retention(fs::path folder, RetentionLimits limits, const std::optional<ClockReading>& clocks)
+    : folder_(std::move(folder)), limits_(limits), clocks_(clocks), marked_(has_mark(folder_)) {
     if (limits_.any()) scan();
 }
 
@@ -78,7 +79,7 @@ void Retention::scan() {
                 const std::int64_t end_ms = changed_ms(file.status);
                 camera.bytes += bytes;
                 if (camera.segments.empty() || !(camera.segments.back().name == file.name)) {
-                    camera.segments.push_back({end_ms, bytes, file.name, 0});
+                    camera.segments.push_back({end_ms, bytes, file.name, std::nullopt});
                     continue;
                 }
                 Segment& segment = camera.segments.back();  // .jpg, .mkv, .motion, .png: in this order
@@ -87,6 +88,9 @@ void Retention::scan() {
             }
         }
         std::sort(camera.segments.begin(), camera.segments.end());
+        for (Segment& segment : camera.segments)
+            if (clocks_ && segment.end_ms <= clocks_->wall_ms)
+                segment.monotonic_ms = clocks_->monotonic_ms - (clocks_->wall_ms - segment.end_ms);
     }
 }
 
@@ -108,6 +112,7 @@ Removed Retention::sweep(std::int64_t now_ms, const Stems& open) {
     Removed removed;
     if (!limits_.any() || !reachable(removed)) return removed;
     retry_failed();
+    move_times();
     look_at_open(open);
     if (limits_.keep.count() > 0) remove_aged(now_ms, removed);
     if (limits_.keep_bytes > 0) remove_surplus(removed);
@@ -136,15 +141,23 @@ Removed Retention::free_space(std::uint64_t wanted, const Stems& open) {
 void Retention::follow_clock(std::int64_t now_ms, std::int64_t monotonic_ms) {
     for (auto& [number, camera] : cameras_) {
         for (Segment& segment : camera.segments) {
-            if (segment.monotonic_ms == 0) continue;
+            if (!segment.monotonic_ms) continue;
             const std::int64_t end_ms =
-                std::max<std::int64_t>(now_ms - (monotonic_ms - segment.monotonic_ms), 0);
+                std::max<std::int64_t>(now_ms - (monotonic_ms - *segment.monotonic_ms), 0);
             const milliseconds step(end_ms - segment.end_ms);
             if (step < smallest_step && step > -smallest_step) continue;
             segment.end_ms = end_ms;
-            move_segment_times(folder_ / stem_path(segment.name), step);
+            moves_.emplace_back(segment.name, step);
         }
         std::sort(camera.segments.begin(), camera.segments.end());
+    }
+}
+
+void Retention::move_times() {
+    const auto end = Clock::now() + move_time;
+    while (!moves_.empty() && Clock::now() < end) {
+        move_segment_times(folder_ / stem_path(moves_.front().first), moves_.front().second);
+        moves_.pop_front();
     }
 }
 

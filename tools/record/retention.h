@@ -8,10 +8,13 @@
 #include <deque>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "host/clocks.h"
 #include "record/segment_name.h"
 
 namespace plendix {
@@ -39,7 +42,9 @@ public:
     using Stems = std::vector<std::filesystem::path>;
 
     /// Reads the folder: all segments in it count as closed. Throws Failure when it cannot be read.
-    Retention(std::filesystem::path folder, RetentionLimits limits);
+    /// `clocks`, when given, are those by which the ages of what is there count from now on.
+    Retention(std::filesystem::path folder, RetentionLimits limits,
+              const std::optional<ClockReading>& clocks = std::nullopt);
 
     /// A segment has been closed, by the monotonic clock just now.
     void added(const std::filesystem::path& stem, std::int64_t monotonic_ms);
@@ -49,7 +54,9 @@ public:
     Removed sweep(std::int64_t now_ms, const Stems& open);
     /// Removes the oldest until the file system has so many bytes available: only with a limit set.
     Removed free_space(std::uint64_t wanted, const Stems& open);
-    /// The wall clock was set: what was `added` gets the end that it has by the right one, also on the disk.
+    /// The wall clock was set: everything gets the end that it has by the right one; on the disk, where a
+    /// week of segments takes its time, little by little with each `sweep`. What ended in the future by the
+    /// clocks of the beginning keeps its end.
     void follow_clock(std::int64_t now_ms, std::int64_t monotonic_ms);
 
     std::size_t segments() const;
@@ -61,7 +68,7 @@ private:
         std::int64_t end_ms;
         std::uint64_t bytes;
         SegmentName name;
-        std::int64_t monotonic_ms;  // of the end; 0: another process saw it
+        std::optional<std::int64_t> monotonic_ms;  // of the end, where it is known
         bool operator<(const Segment& other) const {
             return std::tie(end_ms, name) < std::tie(other.end_ms, other.name);
         }
@@ -90,15 +97,18 @@ private:
     bool goes_on() const;
     bool reachable(Removed& removed);
     void retry_failed();
+    void move_times();
     void tell(int error, const std::filesystem::path& path, Removed& removed);
 
     std::filesystem::path folder_;
     RetentionLimits limits_;
+    std::optional<ClockReading> clocks_;
     bool marked_;  // the folder had its mark of a recording when it was read
     std::map<int, Camera> cameras_;
     Open open_;
     std::vector<Segment> failed_;  // could not be removed: left alone until retry_
     std::size_t failures_ = 0;     // in this call
+    std::deque<std::pair<SegmentName, std::chrono::milliseconds>> moves_;  // of times on the disk
     std::chrono::steady_clock::time_point retry_{};
     std::chrono::steady_clock::time_point next_event_files_{};
     std::set<int> told_;  // errors, until the removal works again

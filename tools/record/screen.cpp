@@ -8,7 +8,7 @@
 
 #include "host/clocks.h"
 #include "host/plain_text.h"
-#include "record/words.h"
+#include "host/words.h"
 
 namespace plendix {
 namespace {

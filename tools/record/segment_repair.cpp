@@ -11,7 +11,7 @@
 #include <optional>
 #include <set>
 
-#include "record/descriptor.h"
+#include "host/descriptor.h"
 #include "record/open_segments.h"
 #include "record/segment_files.h"
 #include "usage.h"

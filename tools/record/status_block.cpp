@@ -4,7 +4,7 @@
 #include <map>
 
 #include "host/plain_text.h"
-#include "record/words.h"
+#include "host/words.h"
 
 namespace plendix {
 namespace {

@@ -16,9 +16,10 @@ std::int64_t monotonic_ms() {
 
 }  // namespace
 
-Upkeep::Upkeep(RecordFolder& folder, const RetentionLimits& limits)
+Upkeep::Upkeep(RecordFolder& folder, const RetentionLimits& limits, const std::optional<ClockReading>& began)
     : folder_(folder), limits_(limits), folder_generation_(folder.generation()) {
-    retention_.emplace(folder_.root(), limits_);
+    if (began) clock_.look(began->wall_ms, began->monotonic_ms);
+    retention_.emplace(folder_.root(), limits_, began);
     // Nobody knows for how long the machine was off.
     if (const std::int64_t newest_ms = retention_->newest_ms(); newest_ms > 0) doubt(utc_ms() - newest_ms);
 }
@@ -49,7 +50,7 @@ std::optional<std::int64_t> Upkeep::follow_clock() {
 void Upkeep::follow_folder() {
     if (folder_generation_ == folder_.generation()) return;
     folder_generation_ = folder_.generation();
-    retention_.emplace(folder_.root(), limits_);
+    retention_.emplace(folder_.root(), limits_, read_clocks());
 }
 
 Removed Upkeep::sweep(const Retention::Stems& open) {

@@ -17,8 +17,9 @@ class Upkeep {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Reads the folder. Throws Failure when it cannot be read.
-    Upkeep(RecordFolder& folder, const RetentionLimits& limits);
+    /// Reads the folder. Throws Failure when it cannot be read. `began`: the clocks when the recorder began
+    /// to look at it, so that a step while it does is noticed.
+    Upkeep(RecordFolder& folder, const RetentionLimits& limits, const std::optional<ClockReading>& began);
 
     /// The stem is relative to the folder.
     void closed(const std::filesystem::path& stem);

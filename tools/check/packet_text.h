@@ -1,0 +1,17 @@
+// Packets as people read them. Pure functions; the lines are fit for a terminal.
+#pragma once
+
+#include <string>
+
+#include "link/packet.h"
+
+namespace plendix::check {
+
+/// "DATA 3, 1450 bytes", "OACK blksize 1450", "ERROR 1 'no such file'", "600 bytes that are no packet";
+/// behind a colon the first bytes in hex.
+std::string packet_text(link::View datagram);
+
+/// At most `most` bytes, "00 03 00 01 ...".
+std::string hex_text(link::View bytes, std::size_t most = 16);
+
+}  // namespace plendix::check
