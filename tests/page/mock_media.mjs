@@ -2,7 +2,14 @@
 import {execFileSync} from "node:child_process";
 
 const ffmpeg = (...args) => execFileSync("ffmpeg", ["-v", "error", ...args, "-"], {maxBuffer: 1 << 28});
-const scene = (size, rate, seconds) => ["-f", "lavfi", "-i", `testsrc2=size=${size}:rate=${rate}`, "-t", String(seconds)];
+const scene = (size, rate, seconds) => [
+    "-f",
+    "lavfi",
+    "-i",
+    `testsrc2=size=${size}:rate=${rate}`,
+    "-t",
+    String(seconds)
+];
 
 /// JPEGs of a loop of two seconds, cut where one ends and the next begins.
 function jpegs(size) {
@@ -44,7 +51,24 @@ const fragmented = ["-f", "mp4", "-movflags", "frag_every_frame+empty_moov+defau
 
 /// `movie`: a recording to take instead of the test picture.
 export function makeMedia(movie) {
-    const source = movie ? ["-i", movie, "-c", "copy"] : [...scene("800x600", 20, 120), "-c:v", "libx264", "-profile:v",
-        "baseline", "-preset", "ultrafast", "-g", "20", "-b:v", "600k"];
-    return {thumbs: jpegs("320x240"), large: jpegs("1600x1184"), movie: fragmentsOf(ffmpeg(...source, ...fragmented))};
+    const source = movie
+        ? ["-i", movie, "-c", "copy"]
+        : [
+              ...scene("800x600", 20, 120),
+              "-c:v",
+              "libx264",
+              "-profile:v",
+              "baseline",
+              "-preset",
+              "ultrafast",
+              "-g",
+              "20",
+              "-b:v",
+              "600k"
+          ];
+    return {
+        thumbs: jpegs("320x240"),
+        large: jpegs("1600x1184"),
+        movie: fragmentsOf(ffmpeg(...source, ...fragmented))
+    };
 }

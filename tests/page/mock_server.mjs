@@ -6,13 +6,32 @@ import {createServer} from "node:http";
 import {parseArgs} from "node:util";
 import {makeMedia} from "./mock_media.mjs";
 
-const {values: options} = parseArgs({options: {cameras: {type: "string", default: "8"}, movie: {type: "string"},
-    port: {type: "string", default: "8070"}, login: {type: "boolean", default: false}}});
+const {values: options} = parseArgs({
+    options: {
+        cameras: {type: "string", default: "8"},
+        movie: {type: "string"},
+        port: {type: "string", default: "8070"},
+        login: {type: "boolean", default: false}
+    }
+});
 const page = new URL("../../tools/page/", import.meta.url);
 const media = makeMedia(options.movie);
-const types = {html: "text/html; charset=utf-8", css: "text/css", js: "text/javascript", svg: "image/svg+xml"};
-const policy = "default-src 'self'; img-src 'self' blob: data:; media-src 'self' blob: data:; frame-ancestors 'none'";
-const names = ["Gate", "Yard", "<script>alert(1)</script>", "Loading dock, north side, behind the old mill", "Hall", "Roof"];
+const types = {
+    html: "text/html; charset=utf-8",
+    css: "text/css",
+    js: "text/javascript",
+    svg: "image/svg+xml"
+};
+const policy =
+    "default-src 'self'; img-src 'self' blob: data:; media-src 'self' blob: data:; frame-ancestors 'none'";
+const names = [
+    "Gate",
+    "Yard",
+    "<script>alert(1)</script>",
+    "Loading dock, north side, behind the old mill",
+    "Hall",
+    "Roof"
+];
 const hour = 3600000;
 const iso = (time) => new Date(time).toISOString();
 let loggedIn = !options.login;
@@ -21,20 +40,70 @@ let away = false;
 
 function makeCamera(number) {
     const state = {4: "refused", 5: "off", 6: "connecting"}[number] ?? "live";
-    const settings = {enabled: state !== "off", name: names[number - 1] ?? `Camera ${number}`, address: `127.1.1.${number}`,
-        codec: number === 2 ? "h264" : "jpeg", size: null, rate: 20, quality: null, brightness: null, saturation: null,
-        sharpness: null, sensitivity: null, crop: {left: 0, top: 0, width: 10000, height: 10000}, mask: null,
-        trigger: {name: "Trigger", normally_closed: false}, relay: {name: "Alarm", normally_low: false}};
-    const reported = {...structuredClone(settings), size: "1600x1184", quality: 4, brightness: 50, saturation: 57,
-                      sharpness: 60, sensitivity: 6};
-    return {number, name: settings.name, address: settings.address, state, since: iso(Date.now() - number * 100000),
+    const settings = {
+        enabled: state !== "off",
+        name: names[number - 1] ?? `Camera ${number}`,
+        address: `127.1.1.${number}`,
+        codec: number === 2 ? "h264" : "jpeg",
+        size: null,
+        rate: 20,
+        quality: null,
+        brightness: null,
+        saturation: null,
+        sharpness: null,
+        sensitivity: null,
+        crop: {left: 0, top: 0, width: 10000, height: 10000},
+        mask: null,
+        trigger: {name: "Trigger", normally_closed: false},
+        relay: {name: "Alarm", normally_low: false}
+    };
+    const reported = {
+        ...structuredClone(settings),
+        size: "1600x1184",
+        quality: 4,
+        brightness: 50,
+        saturation: 57,
+        sharpness: 60,
+        sensitivity: 6
+    };
+    return {
+        number,
+        name: settings.name,
+        address: settings.address,
+        state,
+        since: iso(Date.now() - number * 100000),
         reason: state === "refused" ? "Model 150 is not supported: update the camera or switch it off" : null,
-        model: 105, firmware: 61750, serial: "02-50-4C-2C-01-01", codec: settings.codec, width: number === 2 ? 800 : 1600,
-        height: number === 2 ? 600 : 1184, rate: state === "live" ? 19.8 : 0, age_ms: state === "live" ? 43 : null,
-        motion: false, trigger: false, relay: false, recording: false, recorded: number < 4,
+        model: 105,
+        firmware: 61750,
+        serial: "02-50-4C-2C-01-01",
+        codec: settings.codec,
+        width: number === 2 ? 800 : 1600,
+        height: number === 2 ? 600 : 1184,
+        rate: state === "live" ? 19.8 : 0,
+        age_ms: state === "live" ? 43 : null,
+        motion: false,
+        trigger: false,
+        relay: false,
+        recording: false,
+        recorded: number < 4,
         zones: {columns: 8, rows: 6, left: 0, top: 0, width: 0.14, height: 0.189},
-        counters: {frames: 1000 * number, bytes: 1e6, key_frames: 50, motion_events: 3, lost_blocks: number % 3, timeouts: 0,
-                   connections: 1}, settings, reported, pending: [], differs: [], undo: false, before: null, shownAt: Date.now()};
+        counters: {
+            frames: 1000 * number,
+            bytes: 1e6,
+            key_frames: 50,
+            motion_events: 3,
+            lost_blocks: number % 3,
+            timeouts: 0,
+            connections: 1
+        },
+        settings,
+        reported,
+        pending: [],
+        differs: [],
+        undo: false,
+        before: null,
+        shownAt: Date.now()
+    };
 }
 const cameras = Array.from({length: Number(options.cameras)}, (_, i) => makeCamera(i + 1));
 const short = ({settings, reported, pending, differs, undo, before, shownAt, ...camera}) => camera;
@@ -49,7 +118,8 @@ const say = (kind, data) => {
     kept.push(text);
     for (const response of listeners) response.write(text);
 };
-const tell = (kind, camera, values) => say(kind, {time: iso(Date.now()), camera: camera.number, kind, values});
+const tell = (kind, camera, values) =>
+    say(kind, {time: iso(Date.now()), camera: camera.number, kind, values});
 const sayCameras = (list) => {
     const text = `event: cameras\ndata: ${JSON.stringify({cameras: list.map(short)})}\n\n`;
     for (const response of listeners) response.write(text);
@@ -71,12 +141,15 @@ function setSilent(numbers) {
         const silent = numbers.includes(camera.number);
         camera.muted = silent;
         if (silent) camera.shownAt = Date.now();
-        setTimeout(() => {
-            const state = camera.muted ? "silent" : "live";
-            if (camera.state === state) return;
-            Object.assign(camera, {state, since: iso(Date.now()), rate: silent ? 0 : 19.8});
-            tell("state", camera, {state});
-        }, silent ? 6000 : 0);  // the driver takes longer than the picture's own age
+        setTimeout(
+            () => {
+                const state = camera.muted ? "silent" : "live";
+                if (camera.state === state) return;
+                Object.assign(camera, {state, since: iso(Date.now()), rate: silent ? 0 : 19.8});
+                tell("state", camera, {state});
+            },
+            silent ? 6000 : 0
+        ); // the driver takes longer than the picture's own age
     }
 }
 
@@ -97,11 +170,26 @@ function wall(response) {
     let at = 0;
     const timer = setInterval(() => {
         ++at;
-        for (const camera of cameras) {
-            if (!walls.get(id).visible.includes(camera.number) || camera.state !== "live" || camera.muted) continue;
+        for (let i = 0; i < cameras.length; ++i) {
+            const camera = cameras[(i + at * 37) % cameras.length]; // each has its turn where not all fit
+            const {visible, rate} = walls.get(id);
+            if (!visible.includes(camera.number) || camera.state !== "live" || camera.muted) continue;
+            if (response.writableNeedDrain || (at + camera.number) % Math.ceil(5 / rate)) continue;
             const thumb = media.thumbs[at % media.thumbs.length];
-            response.write(message({camera: camera.number, time: iso(Date.now()), age_ms: 30, width: 320, height: 240,
-                                    zones: rowsAt(at), motion: camera.motion}, thumb));
+            response.write(
+                message(
+                    {
+                        camera: camera.number,
+                        time: iso(Date.now()),
+                        age_ms: 30,
+                        width: 320,
+                        height: 240,
+                        zones: rowsAt(at),
+                        motion: camera.motion
+                    },
+                    thumb
+                )
+            );
         }
     }, 200);
     response.on("close", () => clearInterval(timer));
@@ -109,9 +197,20 @@ function wall(response) {
 
 function pictures(response, camera, time, length) {
     const h264 = camera.codec === "h264";
-    response.write(message(h264 ? {begin: true, codec: "h264", width: 800, height: 600,
-        mime: "video/mp4; codecs=\"avc1.420020\""} : {begin: true, codec: "jpeg", width: 1600, height: 1184,
-        mime: "image/jpeg"}, h264 ? media.movie.init : undefined));
+    response.write(
+        message(
+            h264
+                ? {
+                      begin: true,
+                      codec: "h264",
+                      width: 800,
+                      height: 600,
+                      mime: 'video/mp4; codecs="avc1.420020"'
+                  }
+                : {begin: true, codec: "jpeg", width: 1600, height: 1184, mime: "image/jpeg"},
+            h264 ? media.movie.init : undefined
+        )
+    );
     let at = 0;
     let silent = 0;
     const timer = setInterval(() => {
@@ -122,8 +221,15 @@ function pictures(response, camera, time, length) {
         const of = h264 ? media.movie.fragments : media.large;
         if (at * 50 > length || (h264 && at >= of.length)) return response.end();
         const picture = h264 ? of[at] : {bytes: of[at % of.length], key: true};
-        const head = {time: iso(time(at)), pts_ms: at * 50, zones: rowsAt(at), motion: true, recording: camera.recording,
-                      key: picture.key, lost: 0};
+        const head = {
+            time: iso(time(at)),
+            pts_ms: at * 50,
+            zones: rowsAt(at),
+            motion: true,
+            recording: camera.recording,
+            key: picture.key,
+            lost: 0
+        };
         ++at;
         if (lose > 0 && lose--) return;
         response.write(message(head, picture.bytes));
@@ -141,13 +247,14 @@ function change(camera, wanted) {
         camera.pending.push(name);
     }
     setTimeout(() => {
-        Object.assign(reported, structuredClone(settings));
-        if (settings.saturation) reported.saturation = 57;  // the camera's scale is coarser
+        for (const [name, value] of Object.entries(settings))
+            if (value !== null) reported[name] = structuredClone(value);
+        if (settings.saturation) reported.saturation = 57; // the camera's scale is coarser
         camera.differs = settings.saturation && settings.saturation !== 57 ? ["saturation"] : [];
         camera.pending = [];
         camera.name = settings.name;
         if (settings.enabled !== (camera.state !== "off")) camera.state = settings.enabled ? "live" : "off";
-        camera.undo = wanted.quality === 10;
+        camera.undo = settings.crop.width === 1;
         tell("config", camera, {name: camera.name});
     }, 700);
     return null;
@@ -159,20 +266,36 @@ function recording(query) {
     const spans = (every, length) => {
         const found = [];
         for (let at = Math.ceil(from / every) * every; at < to; at += every) {
-            found.push({begin: iso(at), end: iso(Math.min(to, at + length)), bytes: 9e6, codec: "jpeg", pictures: 42});
+            found.push({
+                begin: iso(at),
+                end: iso(Math.min(to, at + length)),
+                bytes: 9e6,
+                codec: "jpeg",
+                pictures: 42
+            });
         }
         return found;
     };
     return {segments: spans(600000, 590000), motion: spans(170000, 23000), spans: spans(340000, 12000)};
 }
 
-const lines = Array.from({length: 30}, (_, i) => ({id: i + 1, time: iso(Date.now() - (30 - i) * 60000), camera: i % 8,
-    text: i % 4 ? "Gate receiving video" : "Yard - did not receive block 3 of 5 <b>", repeated: i % 5 ? 1 : 17}));
+const lines = Array.from({length: 30}, (_, i) => ({
+    id: i + 1,
+    time: iso(Date.now() - (30 - i) * 60000),
+    camera: i % 8,
+    text: i % 4 ? "Gate receiving video" : "Yard - did not receive block 3 of 5 <b>",
+    repeated: i % 5 ? 0 : 17
+}));
 
 function history() {
     const of = (make) => Array.from({length: 360}, (_, i) => (i < 20 ? null : make(i)));
-    return {step_s: 10, end: iso(Date.now()), rate: of((i) => 18 + 2 * Math.sin(i / 9) - (i % 97 < 6 ? 15 : 0)),
-            lost: of((i) => (i % 97 === 3 ? 2 : 0)), motion: of((i) => (i % 50 < 12 ? 1 : 0))};
+    return {
+        step_s: 10,
+        end: iso(Date.now()),
+        rate: of((i) => 18 + 2 * Math.sin(i / 9) - (i % 97 < 6 ? 15 : 0)),
+        lost: of((i) => (i % 97 === 3 ? 2 : 0)),
+        motion: of((i) => (i % 50 < 12 ? 1 : 0))
+    };
 }
 
 function cameraApi(request, response, path, body) {
@@ -185,7 +308,10 @@ function cameraApi(request, response, path, body) {
     } else if (what === "undo") {
         change(camera, camera.before);
     } else if (what) {
-        const put = (on) => { camera[what] = on; tell(what, camera, {active: on}); };
+        const put = (on) => {
+            camera[what] = on;
+            tell(what, camera, {active: on});
+        };
         put(body.on);
         if (body.seconds) setTimeout(put, body.seconds * 1000, false);
     }
@@ -200,15 +326,22 @@ function json(response, value, status = 200) {
 function api(request, response, url, body) {
     const {pathname: path, searchParams: query} = url;
     const number = Number(path.split("/")[3]?.replace(/\.jpg$/, "") ?? 0);
-    if (path === "/api/session") return json(response, {login: options.login, name: options.login && loggedIn ? "anna" : null,
-                                                        version: "9.2.3"});
+    if (path === "/api/session")
+        return json(response, {
+            login: options.login,
+            name: options.login && loggedIn ? "anna" : null,
+            version: "9.2.3"
+        });
     if (path === "/api/login") {
         loggedIn = body.password === "right";
-        return loggedIn ? json(response, {name: "anna"}) : json(response, {error: "name or password is wrong"}, 401);
+        return loggedIn
+            ? json(response, {name: "anna"})
+            : json(response, {error: "wrong name or password"}, 403);
     }
     if (!loggedIn) return json(response, {error: "log in first"}, 401);
     if (path === "/api/logout") return json(response, {}, (loggedIn = false) || 200);
-    if (path === "/api/cameras") return json(response, {time: iso(Date.now()), version: "9.2.3", cameras: cameras.map(short)});
+    if (path === "/api/cameras")
+        return json(response, {time: iso(Date.now()), version: "9.2.3", cameras: cameras.map(short)});
     if (path.startsWith("/api/cameras/")) return cameraApi(request, response, path, body);
     if (path === "/api/events") {
         response.writeHead(200, {"Content-Type": "text/event-stream"});
@@ -218,29 +351,35 @@ function api(request, response, url, body) {
         return response.on("close", () => listeners.delete(response));
     }
     if (path === "/api/wall") return wall(response);
-    if (path.startsWith("/api/wall/")) return json(response, Object.assign(walls.get(path.split("/")[3]), body));
-    if (path.startsWith("/api/live/")) return pictures(response, cameras[number - 1], () => Date.now(), Infinity);
+    if (path.startsWith("/api/wall/"))
+        return json(response, Object.assign(walls.get(path.split("/")[3]), body));
+    if (path.startsWith("/api/live/"))
+        return pictures(response, cameras[number - 1], () => Date.now(), Infinity);
     if (path.endsWith("/play")) {
         const from = Date.parse(query.get("from"));
         return pictures(response, cameras[number - 1], (at) => from + at * 50, 60000);
     }
     if (path.startsWith("/api/recordings/")) return json(response, recording(query));
     if (path.startsWith("/api/history/")) return json(response, history());
-    if (path === "/api/log") return json(response, {lines: lines.filter(({id}) => id > Number(query.get("after")))});
+    if (path === "/api/log")
+        return json(response, {lines: lines.filter(({id}) => id > Number(query.get("after")))});
     return json(response, {error: "there is nothing here"}, 404);
 }
 
 function file(response, path) {
     try {
         const bytes = readFileSync(new URL(`.${path === "/" ? "/index.html" : path}`, page));
-        response.writeHead(200, {"Content-Type": types[path.split(".").pop()] ?? types.html, "Content-Security-Policy": policy});
+        response.writeHead(200, {
+            "Content-Type": types[path.split(".").pop()] ?? types.html,
+            "Content-Security-Policy": policy
+        });
         response.end(bytes);
     } catch {
         json(response, {error: "there is nothing here"}, 404);
     }
 }
 
-const server = createServer(async (request, response) => {
+const server = createServer({highWaterMark: 1 << 22}, async (request, response) => {
     if (away) return request.socket.destroy();
     const url = new URL(request.url, "http://localhost");
     let text = "";
@@ -260,9 +399,13 @@ function fault(response, {silent, lose: some, away: seconds}) {
     if (!seconds) return;
     away = true;
     setTimeout(() => server.closeAllConnections(), 50);
-    setTimeout(() => { away = false; }, seconds * 1000);
+    setTimeout(() => {
+        away = false;
+    }, seconds * 1000);
 }
 
-server.listen(Number(options.port), "127.0.0.1", () => console.log(`http://127.0.0.1:${server.address().port}/`));
+server.listen(Number(options.port), "127.0.0.1", () =>
+    console.log(`http://127.0.0.1:${server.address().port}/`)
+);
 process.on("disconnect", () => process.exit());
-process.stdin.on("end", () => process.exit()).resume();  // ends with who started it
+process.stdin.on("end", () => process.exit()).resume(); // ends with who started it

@@ -2,7 +2,7 @@
 import {cameraTitle, stateName} from "./states.js";
 import {store} from "./store.js";
 
-const gathering = 1000;  // ms
+const gathering = 1000; // ms
 
 export function startAnnouncer(region) {
     const before = new Map();
@@ -11,7 +11,8 @@ export function startAnnouncer(region) {
 
     const tell = () => {
         timer = 0;
-        region.textContent = changes.size > 3 ? summary([...changes.values()]) : details([...changes.values()]);
+        region.textContent =
+            changes.size > 3 ? summary([...changes.values()]) : details([...changes.values()]);
         changes = new Map();
     };
     store.addEventListener("cameras", ({detail}) => {
@@ -27,7 +28,8 @@ export function startAnnouncer(region) {
     });
 }
 
-const details = (cameras) => cameras.map((camera) => `${cameraTitle(camera)}: ${stateName(camera)}`).join(". ");
+const details = (cameras) =>
+    cameras.map((camera) => `${cameraTitle(camera)}: ${stateName(camera)}`).join(". ");
 
 function summary(cameras) {
     const counts = new Map();

@@ -15,14 +15,18 @@ const main = document.getElementById("main");
 const nav = document.getElementById("nav");
 const tools = document.getElementById("tools");
 
-const links = [["#/", "Wall", "wall"], ["#/health", "Health", "health"],
-               ["#/recordings", "Recordings", "recordings"]];
-let view = null;  // {ending: AbortController}
-let moved = false;  // by somebody who is here: the new view gets the focus
+const links = [
+    ["#/", "Wall", "wall"],
+    ["#/health", "Health", "health"],
+    ["#/recordings", "Recordings", "recordings"]
+];
+let view = null; // {ending: AbortController}
+let moved = false; // by somebody who is here: the new view gets the focus
 
 function route() {
     const [name, value] = location.hash.replace(/^#\/?/, "").split("/");
-    if (name === "camera" && /^\d+$/.test(value)) return ["Camera", (...of) => showCamera(...of, Number(value))];
+    if (name === "camera" && /^\d+$/.test(value))
+        return ["Camera", (...of) => showCamera(...of, Number(value))];
     if (name === "health") return ["Health", showHealth];
     if (name === "recordings") return ["Recordings", (...of) => showRecordings(...of, Number(value) || 0)];
     return ["Wall", showWall];
@@ -39,7 +43,7 @@ function begin(title, show) {
     }
     window.scrollTo(0, 0);
     show(main, view.signal);
-    if (moved) (main.querySelector("[autofocus]") ?? main).focus({preventScroll: true});
+    if (moved && !main.contains(document.activeElement)) main.focus({preventScroll: true});
     moved = true;
 }
 
@@ -50,8 +54,10 @@ function showTools(name) {
         await post("/api/logout").catch(() => null);
         location.reload();
     };
-    tools.replaceChildren(themeSwitch(),
-                          name ? button("Log out", "leave", leave, {class: "quiet narrow", title: `Log out ${name}`}) : "");
+    tools.replaceChildren(
+        themeSwitch(),
+        name ? button("Log out", "leave", leave, {class: "quiet narrow", title: `Log out ${name}`}) : ""
+    );
 }
 
 async function start() {
@@ -59,8 +65,11 @@ async function start() {
     const known = await get("/api/session").catch(() => null);
     if (known?.login && !known.name) return askLogin();
     showTools(known?.name);
-    nav.replaceChildren(...links.map(([href, text, name]) =>
-        make("a", {href, "data-view": text}, icon(name), make("span", {}, text))));
+    nav.replaceChildren(
+        ...links.map(([href, text, name]) =>
+            make("a", {href, "data-view": text}, icon(name), make("span", {}, text))
+        )
+    );
     window.addEventListener("hashchange", showRoute);
     store.start();
     showRoute();
@@ -73,22 +82,31 @@ function askLogin() {
     begin("Log in", (place) => showLogin(place, start));
 }
 
+// A browser has few connections to a server for all its pages: one that nobody sees gives its own back.
+let resting = 0;
+document.addEventListener("visibilitychange", () => {
+    clearTimeout(resting);
+    if (document.hidden && store.running) resting = setTimeout(() => store.stop(), 30000);
+    else if (!document.hidden && nav.children.length > 0) store.start();
+});
+
 let asking = false;
 session.addEventListener("login", async () => {
     if (asking) return;
-    asking = true;  // many requests are refused at once
+    asking = true; // many requests are refused at once
     await askLogin();
     asking = false;
 });
 
 document.querySelector(".skip").addEventListener("click", (event) => {
-    event.preventDefault();  // the address behind # is the view's
+    event.preventDefault(); // the address behind # is the view's
     main.focus();
 });
 
 document.addEventListener("keydown", (event) => {
     if (event.key !== "Escape" || event.defaultPrevented || document.fullscreenElement) return;
-    if (event.target.matches("input, select")) event.target.blur();  // first out of the field
+    if (event.target.matches("input, select"))
+        event.target.blur(); // first out of the field
     else if (location.hash.length > 2) location.hash = "#/";
 });
 

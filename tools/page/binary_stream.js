@@ -2,7 +2,7 @@
 // the JSON and the data.
 import {ApiError, requireLogin} from "./api.js";
 
-const largest = 64 << 20;  // more than any picture has: what comes is no stream of ours
+const largest = 64 << 20; // more than any picture has: what comes is no stream of ours
 
 /// Gathers the pieces that fetch() hands out, and gives them back in the sizes that are asked for.
 class Pieces {
@@ -49,7 +49,11 @@ export async function* readMessages(path, signal, patience = Infinity) {
     };
     try {
         expect();
-        const response = await fetch(path, {cache: "no-store", credentials: "same-origin", signal: ending.signal});
+        const response = await fetch(path, {
+            cache: "no-store",
+            credentials: "same-origin",
+            signal: ending.signal
+        });
         requireLogin(response.status);
         if (!response.ok) throw new ApiError(response.status, `the server answered ${response.status}`);
         yield* messages(new Pieces(response.body.getReader()), expect);

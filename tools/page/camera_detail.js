@@ -16,10 +16,16 @@ export class CameraDetail extends EventTarget {
         this.loading = false;
         this.again = false;
         this.problem = "";
-        store.addEventListener("cameras", ({detail}) => detail.has(number) && this.merge(store.cameras.get(number)),
-                               {signal});
-        store.addEventListener("event", ({detail}) =>
-            detail.camera === number && telling.has(detail.kind) && this.load(), {signal});
+        store.addEventListener(
+            "cameras",
+            ({detail}) => detail.has(number) && this.merge(store.cameras.get(number)),
+            {signal}
+        );
+        store.addEventListener(
+            "event",
+            ({detail}) => detail.camera === number && telling.has(detail.kind) && this.load(),
+            {signal}
+        );
         store.addEventListener("connection", () => store.connected && this.load(), {signal});
         every(1000, signal, () => this.isUnsettled() && this.load());
         this.load();
@@ -28,8 +34,12 @@ export class CameraDetail extends EventTarget {
     /// Something is on its way, or may have to be taken back.
     isUnsettled() {
         const camera = this.camera;
-        return camera?.pending?.length > 0 || camera?.undo || camera?.state === "connecting" ||
-            camera?.state === "silent";
+        return (
+            camera?.pending?.length > 0 ||
+            camera?.undo ||
+            camera?.state === "connecting" ||
+            camera?.state === "silent"
+        );
     }
 
     merge(camera) {
@@ -64,7 +74,9 @@ export class CameraDetail extends EventTarget {
     }
 
     /// Sends a part of the settings; throws ApiError with the server's words when they are not taken.
-    async set(settings) { this.merge(await patch(this.path, settings)); }
+    async set(settings) {
+        this.merge(await patch(this.path, settings));
+    }
 
     async undo() {
         const camera = await post(`${this.path}/undo`);
@@ -72,7 +84,11 @@ export class CameraDetail extends EventTarget {
         this.load();
     }
 
-    async relay(on, seconds) { await post(`${this.path}/relay`, seconds ? {on, seconds} : {on}); }
+    async relay(on, seconds) {
+        await post(`${this.path}/relay`, seconds ? {on, seconds} : {on});
+    }
 
-    async record(on) { await post(`${this.path}/recording`, {on}); }
+    async record(on) {
+        await post(`${this.path}/recording`, {on});
+    }
 }

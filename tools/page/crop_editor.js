@@ -3,7 +3,7 @@
 import {button, make} from "./dom.js";
 import {standing, standingLine} from "./settings_form.js";
 
-const whole = {left: 0, top: 0, width: 10000, height: 10000};  // 1/10000 of the sensor's sides
+const whole = {left: 0, top: 0, width: 10000, height: 10000}; // 1/10000 of the sensor's sides
 const least = 500;
 const step = 100;
 const sides = ["left", "top", "width", "height"];
@@ -27,27 +27,65 @@ export class CropEditor {
         this.stage = stage;
         this.crop = {...whole, ...detail.camera.settings?.crop};
         this.drag = null;
-        this.box = make("div", {class: "cropbox", tabindex: 0, role: "application", "aria-describedby": "crop-help",
-                                onkeydown: (event) => this.steer(event)},
-            make("span", {class: "grip"}));
-        this.element = make("div", {class: "cropper", onpointerdown: (event) => this.begin(event),
-            onpointermove: (event) => this.pull(event), onpointerup: () => { this.drag = null; },
-            onpointercancel: () => { this.drag = null; }}, this.box);
-        this.inputs = sides.map((side) => make("input", {type: "number", min: 0, max: 100, step: 0.01, "data-side": side,
-            onchange: ({target}) => this.set({...this.crop, [side]: Number(target.value) * 100})}));
+        this.box = make(
+            "div",
+            {
+                class: "cropbox",
+                tabindex: 0,
+                role: "application",
+                "aria-describedby": "crop-help",
+                onkeydown: (event) => this.steer(event)
+            },
+            make("span", {class: "grip"})
+        );
+        this.element = make(
+            "div",
+            {
+                class: "cropper",
+                onpointerdown: (event) => this.begin(event),
+                onpointermove: (event) => this.pull(event),
+                onpointerup: () => {
+                    this.drag = null;
+                },
+                onpointercancel: () => {
+                    this.drag = null;
+                }
+            },
+            this.box
+        );
+        this.inputs = sides.map((side) =>
+            make("input", {
+                type: "number",
+                min: 0,
+                max: 100,
+                step: 0.01,
+                "data-side": side,
+                onchange: ({target}) => this.set({...this.crop, [side]: Number(target.value) * 100})
+            })
+        );
         this.line = standingLine("crop-standing");
-        this.bar = make("div", {class: "row editbar"}, make("strong", {}, "Crop"),
-            sides.map((side, i) => make("label", {class: "side"}, `${side} % `, this.inputs[i])),
+        this.bar = make(
+            "div",
+            {class: "row editbar"},
+            make("strong", {}, "Crop"),
+            sides.map((side, i) => make("label", {}, `${side} %`, this.inputs[i])),
             button("Whole sensor", null, () => this.set(whole)),
             button("Apply", null, () => this.apply(), {class: "main"}),
-            button("Close", null, () => close(), {class: "quiet"}), this.line.element,
-            make("p", {class: "help", id: "crop-help"},
-                 "Draw a rectangle, or move it with the arrow keys and resize it with shift and arrow keys."));
+            button("Close", null, () => close(), {class: "quiet"}),
+            this.line.element,
+            make(
+                "p",
+                {class: "help", id: "crop-help"},
+                "Draw a rectangle, or move it with the arrow keys and resize it with shift and arrow keys."
+            )
+        );
         this.update();
         this.set(this.crop);
     }
 
-    focus() { this.box.focus({preventScroll: true}); }
+    focus() {
+        this.box.focus({preventScroll: true});
+    }
 
     /// The picture lies in its part of the sensor, as the camera has it now.
     update() {
@@ -81,15 +119,24 @@ export class CropEditor {
         if (!by) return;
         event.preventDefault();
         const {left, top, width, height} = this.crop;
-        this.set(event.shiftKey ? {left, top, width: Math.min(width + by[0], 10000 - left),
-                                   height: Math.min(height + by[1], 10000 - top)}
-            : {left: left + by[0], top: top + by[1], width, height});
+        this.set(
+            event.shiftKey
+                ? {
+                      left,
+                      top,
+                      width: Math.min(width + by[0], 10000 - left),
+                      height: Math.min(height + by[1], 10000 - top)
+                  }
+                : {left: left + by[0], top: top + by[1], width, height}
+        );
     }
 
     pointAt(event) {
         const area = this.element.getBoundingClientRect();
-        return {x: clamp((event.clientX - area.left) / area.width * 10000, 0, 10000),
-                y: clamp((event.clientY - area.top) / area.height * 10000, 0, 10000)};
+        return {
+            x: clamp(((event.clientX - area.left) / area.width) * 10000, 0, 10000),
+            y: clamp(((event.clientY - area.top) / area.height) * 10000, 0, 10000)
+        };
     }
 
     /// In the rectangle it is moved, at its grip resized, beside it a new one begins.
@@ -112,11 +159,18 @@ export class CropEditor {
         const by = {x: to.x - from.x, y: to.y - from.y};
         if (kind === "move") this.set({...crop, left: crop.left + by.x, top: crop.top + by.y});
         else if (kind === "size") {
-            this.set({...crop, width: Math.min(crop.width + by.x, 10000 - crop.left),
-                      height: Math.min(crop.height + by.y, 10000 - crop.top)});
+            this.set({
+                ...crop,
+                width: Math.min(crop.width + by.x, 10000 - crop.left),
+                height: Math.min(crop.height + by.y, 10000 - crop.top)
+            });
         } else {
-            this.set({left: Math.min(from.x, to.x), top: Math.min(from.y, to.y), width: Math.abs(by.x),
-                      height: Math.abs(by.y)});
+            this.set({
+                left: Math.min(from.x, to.x),
+                top: Math.min(from.y, to.y),
+                width: Math.abs(by.x),
+                height: Math.abs(by.y)
+            });
         }
     }
 

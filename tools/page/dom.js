@@ -5,9 +5,10 @@ const svgSpace = "http://www.w3.org/2000/svg";
 
 function apply(element, options) {
     for (const [key, value] of Object.entries(options)) {
-        if (value === null || value === undefined || value === false) continue;
+        const told = key.startsWith("aria-"); // where "false" says something, too
+        if (value === null || value === undefined || (value === false && !told)) continue;
         if (key.startsWith("on")) element.addEventListener(key.slice(2), value);
-        else element.setAttribute(key, value === true ? "" : String(value));
+        else element.setAttribute(key, value === true && !told ? "" : String(value));
     }
 }
 
@@ -33,8 +34,12 @@ export function icon(name) {
 }
 
 export function button(name, iconName, onclick, options = {}) {
-    return make("button", {type: "button", onclick, ...options}, iconName ? icon(iconName) : null,
-                make("span", {}, name));
+    return make(
+        "button",
+        {type: "button", onclick, ...options},
+        iconName ? icon(iconName) : null,
+        make("span", {}, name)
+    );
 }
 
 /// Touches the document only where something changed: called many times a second.
@@ -62,6 +67,13 @@ export function pause(ms, signal) {
     return new Promise((resolve) => {
         if (signal?.aborted) return resolve();
         const timer = setTimeout(resolve, ms);
-        signal?.addEventListener("abort", () => { clearTimeout(timer); resolve(); }, {once: true});
+        signal?.addEventListener(
+            "abort",
+            () => {
+                clearTimeout(timer);
+                resolve();
+            },
+            {once: true}
+        );
     });
 }

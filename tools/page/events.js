@@ -3,14 +3,14 @@
 import {ApiError, requireLogin} from "./api.js";
 import {pause} from "./dom.js";
 
-const patience = 25000;  // ms: the server says something every 10 s
+const patience = 25000; // ms: the server says something every 10 s
 
 /// Dispatches "open", "lost", and "message" with detail {kind, data}.
 export class EventFeed extends EventTarget {
     constructor(path) {
         super();
         this.path = path;
-        this.lastId = "0";  // everything that the server still has: the last minutes
+        this.lastId = "0"; // everything that the server still has: the last minutes
         this.ending = null;
     }
 
@@ -29,9 +29,15 @@ export class EventFeed extends EventTarget {
         let wait = 250;
         while (!signal.aborted) {
             try {
-                await this.follow(signal, () => { wait = 250; });
+                await this.follow(signal, () => {
+                    wait = 250;
+                });
             } catch (error) {
-                if (!(error instanceof ApiError) && error.name !== "AbortError" && !(error instanceof TypeError)) {
+                if (
+                    !(error instanceof ApiError) &&
+                    error.name !== "AbortError" &&
+                    !(error instanceof TypeError)
+                ) {
                     console.warn(error);
                 }
             }
@@ -55,7 +61,7 @@ export class EventFeed extends EventTarget {
             opened();
             this.dispatchEvent(new Event("open"));
             const reader = response.body.pipeThrough(new TextDecoderStream()).getReader();
-            for (let rest = "";;) {
+            for (let rest = ""; ;) {
                 const {done, value} = await reader.read();
                 if (done) return;
                 clearTimeout(timer);
@@ -82,7 +88,7 @@ export class EventFeed extends EventTarget {
         const data = [];
         for (const line of block.split("\n")) {
             const at = line.indexOf(":");
-            if (at === 0) continue;  // a comment: the server is there
+            if (at === 0) continue; // a comment: the server is there
             const field = at < 0 ? line : line.slice(0, at);
             const value = at < 0 ? "" : line.slice(at + 1).replace(/^ /, "");
             if (field === "event") kind = value;

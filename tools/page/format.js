@@ -1,7 +1,11 @@
 // Numbers and times as people read them. Times are those of the viewer's own zone.
 
-const clock = new Intl.DateTimeFormat(undefined, {hour: "2-digit", minute: "2-digit", second: "2-digit",
-                                                  hourCycle: "h23"});
+const clock = new Intl.DateTimeFormat(undefined, {
+    hour: "2-digit",
+    minute: "2-digit",
+    second: "2-digit",
+    hourCycle: "h23"
+});
 const shortClock = new Intl.DateTimeFormat(undefined, {hour: "2-digit", minute: "2-digit", hourCycle: "h23"});
 const date = new Intl.DateTimeFormat(undefined, {day: "numeric", month: "short"});
 const count = new Intl.NumberFormat();

@@ -6,28 +6,47 @@ import {Plots} from "./plot.js";
 import {cameraTitle, stateName, stateOrder, stateReason, stateSince} from "./states.js";
 import {store} from "./store.js";
 
-const counter = (name, title) => ({title, numeric: true, text: (camera) => number(camera.counters?.[name] ?? 0),
-                                   key: (camera) => camera.counters?.[name] ?? 0});
+const counter = (name, title) => ({
+    title,
+    numeric: true,
+    text: (camera) => number(camera.counters?.[name] ?? 0),
+    key: (camera) => camera.counters?.[name] ?? 0
+});
 
 /// Since the camera was heard of; grows between two reports.
-const ageOf = (camera) => (camera.age_ms === null || camera.age_ms === undefined ? null
-    : camera.age_ms + (camera.state === "live" ? 0 : performance.now() - camera.heard));
+const ageOf = (camera) =>
+    camera.age_ms === null || camera.age_ms === undefined
+        ? null
+        : camera.age_ms + (camera.state === "live" ? 0 : performance.now() - camera.heard);
 
 const columns = [
     {title: "Camera", key: (camera) => camera.number},
     {title: "State", key: (camera) => stateOrder.indexOf(camera.state)},
     {title: "Since", text: stateSince, key: (camera) => camera.since ?? ""},
     counter("frames", "Pictures"),
-    {title: "Rate", numeric: true, text: (camera) => rateText(camera.rate), key: (camera) => camera.rate ?? 0},
+    {
+        title: "Rate",
+        numeric: true,
+        text: (camera) => (camera.state === "live" ? rateText(camera.rate) : ""),
+        key: (camera) => camera.rate ?? 0
+    },
     counter("lost_blocks", "Lost"),
     counter("timeouts", "Time-outs"),
-    {title: "Reconnections", numeric: true, key: (camera) => camera.counters?.connections ?? 0,
-     text: (camera) => number(Math.max(0, (camera.counters?.connections ?? 0) - 1))},
-    {title: "Last picture", numeric: true, key: (camera) => ageOf(camera) ?? Infinity,
-     text: (camera) => (ageOf(camera) === null ? "none" : `${spanText(ageOf(camera))} ago`)},
+    {
+        title: "Reconnections",
+        numeric: true,
+        key: (camera) => camera.counters?.connections ?? 0,
+        text: (camera) => number(Math.max(0, (camera.counters?.connections ?? 0) - 1))
+    },
+    {
+        title: "Last picture",
+        numeric: true,
+        key: (camera) => ageOf(camera) ?? Infinity,
+        text: (camera) => (ageOf(camera) === null ? "none" : `${spanText(ageOf(camera))} ago`)
+    },
     {title: "Last hour", plot: true}
 ];
-let sorting = {column: 1, up: true};  // trouble first
+let sorting = {column: 1, up: true}; // trouble first
 
 const compare = (a, b) => (a < b ? -1 : a > b ? 1 : 0);
 
@@ -37,10 +56,27 @@ class Row {
         this.mark = icon(camera.state);
         this.state = make("span");
         this.reason = make("small", {class: "reason"});
-        this.cells = columns.slice(2).map((column) => make("td", {class: column.numeric ? "numeric" : null},
-            column.plot ? plots.place(camera.number) : null));
-        this.element = make("tr", {}, make("th", {scope: "row"}, this.link),
-            make("td", {class: "statecell"}, make("span", {class: "state"}, this.mark, this.state), this.reason), this.cells);
+        this.cells = columns
+            .slice(2)
+            .map((column) =>
+                make(
+                    "td",
+                    {class: column.numeric ? "numeric" : null},
+                    column.plot ? plots.place(camera.number) : null
+                )
+            );
+        this.element = make(
+            "tr",
+            {},
+            make("th", {scope: "row"}, this.link),
+            make(
+                "td",
+                {class: "statecell"},
+                make("span", {class: "state"}, this.mark, this.state),
+                this.reason
+            ),
+            this.cells
+        );
     }
 
     update(camera) {
@@ -59,15 +95,36 @@ class Health {
         this.rows = new Map();
         this.plots = new Plots(signal);
         this.summary = make("p", {class: "summary"});
-        this.heads = columns.map((column, i) => make("th", {scope: "col", class: column.numeric ? "numeric" : null},
-            column.plot ? column.title : make("button", {type: "button", class: "sort", onclick: () => this.sortBy(i)},
-                                              column.title)));
+        this.heads = columns.map((column, i) =>
+            make(
+                "th",
+                {scope: "col", class: column.numeric ? "numeric" : null},
+                column.plot
+                    ? column.title
+                    : make(
+                          "button",
+                          {type: "button", class: "sort", onclick: () => this.sortBy(i)},
+                          column.title
+                      )
+            )
+        );
         this.body = make("tbody");
-        const table = make("table", {class: "health"}, make("caption", {class: "unseen"}, "Health of all cameras"),
-            make("thead", {}, make("tr", {}, this.heads)), this.body);
-        place.append(make("div", {class: "row head"}, make("h1", {}, "Health"), this.summary),
-            make("div", {class: "scroll card", tabindex: 0, role: "region", "aria-label": "Table of all cameras"}, table),
-            logView(signal));
+        const table = make(
+            "table",
+            {class: "health"},
+            make("caption", {class: "unseen"}, "Health of all cameras"),
+            make("thead", {}, make("tr", {}, this.heads)),
+            this.body
+        );
+        place.append(
+            make("div", {class: "row head"}, make("h1", {}, "Health"), this.summary),
+            make(
+                "div",
+                {class: "scroll card", tabindex: 0, role: "region", "aria-label": "Table of all cameras"},
+                table
+            ),
+            logView(signal)
+        );
         store.addEventListener("cameras", ({detail}) => this.update(detail), {signal});
         every(1000, signal, () => this.update(store.cameras.keys()));
         every(5000, signal, () => this.sort());
@@ -91,9 +148,17 @@ class Health {
         }
         if (others) this.sort();
         const cameras = store.list();
-        const counts = stateOrder.map((state) => [state, cameras.filter((camera) => camera.state === state).length]);
-        setText(this.summary, counts.filter(([, count]) => count > 0).map(([state, count]) =>
-            `${count} ${stateName({state}).toLowerCase()}`).join(", "));
+        const counts = stateOrder.map((state) => [
+            state,
+            cameras.filter((camera) => camera.state === state).length
+        ]);
+        setText(
+            this.summary,
+            counts
+                .filter(([, count]) => count > 0)
+                .map(([state, count]) => `${count} ${stateName({state}).toLowerCase()}`)
+                .join(", ")
+        );
     }
 
     sortBy(i) {
@@ -110,8 +175,9 @@ class Health {
         if (!asked && (this.body.contains(document.activeElement) || this.body.matches(":hover"))) return;
         const {key} = columns[sorting.column];
         const sign = sorting.up ? 1 : -1;
-        const rows = [...this.rows.values()].sort((a, b) =>
-            sign * compare(key(a.camera), key(b.camera)) || a.camera.number - b.camera.number);
+        const rows = [...this.rows.values()].sort(
+            (a, b) => sign * compare(key(a.camera), key(b.camera)) || a.camera.number - b.camera.number
+        );
         if (rows.every((row, i) => this.body.children[i] === row.element)) return;
         this.body.append(...rows.map((row) => row.element));
     }

@@ -23,7 +23,9 @@ export class JpegPlayer {
             this.waiting = null;
             try {
                 await this.draw(head, data);
-            } catch { /* what the camera sent is no picture: the next one may be */ }
+            } catch {
+                /* what the camera sent is no picture: the next one may be */
+            }
         }
         this.busy = false;
     }

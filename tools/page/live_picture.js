@@ -11,15 +11,23 @@ export class LivePicture {
         this.stage = stage;
         this.detail = detail;
         this.told = told;
-        this.shownAt = null;  // performance.now() of the newest picture on the screen
+        this.shownAt = null; // performance.now() when the newest picture on the screen was taken
         this.facts = {head: null, begun: null, lost: 0, shown: 0};
         this.withZones = true;
         const {camera, number} = detail;
-        this.stream = new PictureStream(stage, {name: `Live picture of camera ${camera?.name || number}`, number}, {
-            shown: (head) => this.shown(head),
-            begun: (head) => { this.facts.begun = head; },
-            came: (head) => { this.facts.lost = head.lost ?? 0; }
-        });
+        this.stream = new PictureStream(
+            stage,
+            {name: `Live picture of camera ${camera?.name || number}`, number},
+            {
+                shown: (head) => this.shown(head),
+                begun: (head) => {
+                    this.facts.begun = head;
+                },
+                came: (head) => {
+                    this.facts.lost = head.lost ?? 0;
+                }
+            }
+        );
         const look = () => (document.hidden ? this.stream.stop() : this.stream.start(`/api/live/${number}`));
         document.addEventListener("visibilitychange", look, {signal});
         signal.addEventListener("abort", () => this.stream.close(), {once: true});
@@ -28,7 +36,7 @@ export class LivePicture {
     }
 
     shown(head) {
-        this.shownAt = performance.now();
+        this.shownAt = performance.now() - (head.age_ms ?? 0);
         this.facts.head = head;
         this.stage.element.dataset.shown = ++this.facts.shown;
         this.drawZones();
@@ -46,7 +54,8 @@ export class LivePicture {
         const age = this.shownAt === null ? null : performance.now() - this.shownAt;
         const ago = age === null ? "" : `, last picture ${spanText(age)} ago`;
         if (!camera) this.stage.tell(this.detail.problem || "Waiting for the server");
-        else if (!store.connected && store.known && age > 2000) this.stage.tell(`Not connected to the server${ago}`);
+        else if (!store.connected && store.known && age > 2000)
+            this.stage.tell(`Not connected to the server${ago}`);
         else if (camera.state !== "live") this.stage.tell(`${stateName(camera)}${ago}`, stateReason(camera));
         else if (age === null) this.stage.tell("Waiting for the picture", "", false);
         else if (age > patienceOf(intervalOf(camera))) this.stage.tell(`No picture for ${spanText(age)}`);

@@ -15,22 +15,38 @@ export class MaskEditor {
         this.detail = detail;
         this.close = close;
         this.mask = readMask(detail.camera.settings?.mask);
-        this.cells = new Map();  // "row,column" -> element
-        this.painting = null;  // the sign that the pointer paints
-        this.element = make("div", {class: "zones", role: "group",
+        this.cells = new Map(); // "row,column" -> element
+        this.painting = null; // the sign that the pointer paints
+        this.element = make("div", {
+            class: "zones",
+            role: "group",
             "aria-label": "Motion zones: arrow keys move, space switches a zone",
-            onkeydown: (event) => this.steer(event), onclick: (event) => this.press(event),
+            onkeydown: (event) => this.steer(event),
+            onclick: (event) => this.press(event),
             onpointerdown: (event) => this.begin(event),
-            onpointermove: (event) => this.paint(event), onpointerup: () => this.end(),
-            onpointercancel: () => this.end()});
+            onpointermove: (event) => this.paint(event),
+            onpointerup: () => this.end(),
+            onpointercancel: () => this.end()
+        });
         this.count = make("span", {class: "count", role: "status"});
         this.line = standingLine("mask-standing");
-        this.bar = make("div", {class: "row editbar"}, make("strong", {}, "Motion mask"), this.count,
-            button("All", null, () => this.fill(() => "#")), button("None", null, () => this.fill(() => ".")),
+        this.bar = make(
+            "div",
+            {class: "row editbar"},
+            make("strong", {}, "Motion mask"),
+            this.count,
+            button("All", null, () => this.fill(() => "#")),
+            button("None", null, () => this.fill(() => ".")),
             button("Invert", null, () => this.fill((sign) => (sign === "#" ? "." : "#"))),
             button("Apply", null, () => this.apply(), {class: "main"}),
-            button("Close", null, () => close(), {class: "quiet"}), this.line.element,
-            make("p", {class: "help"}, "Zones with a tick count as motion. Draw over them, or use arrow keys and space."));
+            button("Close", null, () => close(), {class: "quiet"}),
+            this.line.element,
+            make(
+                "p",
+                {class: "help"},
+                "Zones with a tick count as motion. Draw over them, or use arrow keys and space."
+            )
+        );
         this.build();
     }
 
@@ -38,13 +54,22 @@ export class MaskEditor {
         const seen = visibleZones(this.detail.camera.zones);
         this.shape = JSON.stringify(this.detail.camera.zones);
         this.cells.clear();
-        this.element.replaceChildren(...seen.map(({row, column, box}) => {
-            const cell = make("button", {type: "button", class: "zone", role: "checkbox", tabindex: -1,
-                "data-row": row, "data-column": column, "aria-label": `Row ${row + 1}, column ${column + 1}`});
-            for (const [side, part] of Object.entries(box)) cell.style[side] = `${part * 100}%`;
-            this.cells.set(`${row},${column}`, cell);
-            return cell;
-        }));
+        this.element.replaceChildren(
+            ...seen.map(({row, column, box}) => {
+                const cell = make("button", {
+                    type: "button",
+                    class: "zone",
+                    role: "checkbox",
+                    tabindex: -1,
+                    "data-row": row,
+                    "data-column": column,
+                    "aria-label": `Row ${row + 1}, column ${column + 1}`
+                });
+                for (const [side, part] of Object.entries(box)) cell.style[side] = `${part * 100}%`;
+                this.cells.set(`${row},${column}`, cell);
+                return cell;
+            })
+        );
         this.element.firstElementChild?.setAttribute("tabindex", "0");
         this.show();
     }
@@ -56,8 +81,12 @@ export class MaskEditor {
             cell.setAttribute("aria-checked", on);
             counting += on ? 1 : 0;
         }
-        setText(this.count, this.cells.size === 0 ? "no zones are known before the first picture"
-            : `${counting} of ${this.cells.size} zones count`);
+        setText(
+            this.count,
+            this.cells.size === 0
+                ? "no zones are known before the first picture"
+                : `${counting} of ${this.cells.size} zones count`
+        );
     }
 
     update() {
@@ -65,7 +94,9 @@ export class MaskEditor {
         this.line.show(standing(this.detail.camera, "mask"));
     }
 
-    focus() { (this.element.querySelector("[tabindex='0']") ?? this.bar.querySelector("button")).focus(); }
+    focus() {
+        (this.element.querySelector("[tabindex='0']") ?? this.bar.querySelector("button")).focus();
+    }
 
     set(cell, sign) {
         const {row, column} = cell.dataset;
@@ -74,11 +105,14 @@ export class MaskEditor {
         this.show();
     }
 
-    toggled(cell) { return this.mask[cell.dataset.row][cell.dataset.column] === "#" ? "." : "#"; }
+    toggled(cell) {
+        return this.mask[cell.dataset.row][cell.dataset.column] === "#" ? "." : "#";
+    }
 
     /// Zones that are not on the picture stay as they are.
     fill(sign) {
-        for (const cell of this.cells.values()) this.set(cell, sign(this.mask[cell.dataset.row][cell.dataset.column]));
+        for (const cell of this.cells.values())
+            this.set(cell, sign(this.mask[cell.dataset.row][cell.dataset.column]));
     }
 
     move(cell) {
@@ -91,7 +125,9 @@ export class MaskEditor {
         if (!cell) return;
         const step = steps[event.key];
         if (step) {
-            const next = this.cells.get(`${Number(cell.dataset.row) + step[0]},${Number(cell.dataset.column) + step[1]}`);
+            const next = this.cells.get(
+                `${Number(cell.dataset.row) + step[0]},${Number(cell.dataset.column) + step[1]}`
+            );
             if (next) this.move(next);
             event.preventDefault();
         }
@@ -103,7 +139,9 @@ export class MaskEditor {
         if (cell && event.detail === 0) this.set(cell, this.toggled(cell));
     }
 
-    cellAt(event) { return document.elementFromPoint(event.clientX, event.clientY)?.closest(".zone") ?? null; }
+    cellAt(event) {
+        return document.elementFromPoint(event.clientX, event.clientY)?.closest(".zone") ?? null;
+    }
 
     begin(event) {
         const cell = this.cellAt(event);
@@ -117,10 +155,13 @@ export class MaskEditor {
 
     paint(event) {
         const cell = this.painting === null ? null : this.cellAt(event);
-        if (cell && this.cells.get(`${cell.dataset.row},${cell.dataset.column}`) === cell) this.set(cell, this.painting);
+        if (cell && this.cells.get(`${cell.dataset.row},${cell.dataset.column}`) === cell)
+            this.set(cell, this.painting);
     }
 
-    end() { this.painting = null; }
+    end() {
+        this.painting = null;
+    }
 
     async apply() {
         try {

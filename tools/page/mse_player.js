@@ -4,10 +4,13 @@
 import {make} from "./dom.js";
 
 const Source = window.ManagedMediaSource ?? window.MediaSource;
-const late = 0.15;  // s behind the newest picture: play faster
-const lost = 0.8;  // jump
-const keptSeconds = 12;  // behind what is shown
-const mostWaiting = 120;  // fragments: more are a page that could not keep up
+const lost = 0.8; // s behind the newest picture: jump
+
+/// How much faster than the pictures come, so many seconds behind the newest one.
+const hurry = (behind) => (behind > 0.22 ? 1.5 : behind > 0.15 ? 1.25 : behind > 0.1 ? 1.1 : 1);
+
+const keptSeconds = 12; // behind what is shown
+const mostWaiting = 120; // fragments: more are a page that could not keep up
 const mostHeads = 300;
 
 export const canPlay = (mime) => Source !== undefined && Source.isTypeSupported(mime);
@@ -15,10 +18,16 @@ export const canPlay = (mime) => Source !== undefined && Source.isTypeSupported(
 export class MsePlayer {
     /// `recorded`: pictures may come faster or slower than they were taken.
     constructor(name, shown, recorded) {
-        this.element = make("video", {class: "shot", muted: true, playsinline: true, autoplay: true,
-                                      disablepictureinpicture: true, "aria-label": name});
+        this.element = make("video", {
+            class: "shot",
+            muted: true,
+            playsinline: true,
+            autoplay: true,
+            disablepictureinpicture: true,
+            "aria-label": name
+        });
         this.element.muted = true;
-        this.element.disableRemotePlayback = true;  // what a managed source asks for
+        this.element.disableRemotePlayback = true; // what a managed source asks for
         this.element.addEventListener("error", () => this.restart());
         this.shown = shown;
         this.recorded = recorded;
@@ -35,10 +44,10 @@ export class MsePlayer {
 
     open() {
         this.queue = [this.init];
-        this.heads = [];  // of pictures appended and not shown yet
+        this.heads = []; // of pictures appended and not shown yet
         this.needsKey = true;
-        this.interval = 0.05;  // s between pictures, as they come
-        this.pace = 1;  // seconds of pictures in a second
+        this.interval = 0.05; // s between pictures, as they come
+        this.pace = 1; // seconds of pictures in a second
         this.last = null;
         this.buffer = null;
         const source = new Source();
@@ -53,7 +62,9 @@ export class MsePlayer {
         if (this.closed || source !== this.source) return;
         const buffer = source.addSourceBuffer(this.mime);
         this.buffer = buffer;
-        buffer.addEventListener("updateend", () => { if (buffer === this.buffer) this.appended(); });
+        buffer.addEventListener("updateend", () => {
+            if (buffer === this.buffer) this.appended();
+        });
         this.pump();
     }
 
@@ -116,13 +127,14 @@ export class MsePlayer {
         const behind = newest - video.currentTime;
         video.dataset.behindMs = Math.round(behind * 1000);
         if (video.currentTime < begin || behind > lost * Math.max(1, this.pace)) video.currentTime = newest;
-        else video.playbackRate = this.pace * (behind > 2 * late ? 1.5 : behind > late ? 1.15 : 1);
+        else video.playbackRate = this.pace * hurry(behind);
         if (video.paused) video.play().catch(() => null);
     }
 
     trim(seconds) {
         const {buffered, currentTime} = this.element;
-        if (this.buffer.updating || buffered.length === 0 || buffered.start(0) > currentTime - 2 * seconds) return;
+        if (this.buffer.updating || buffered.length === 0 || buffered.start(0) > currentTime - 2 * seconds)
+            return;
         this.buffer.remove(0, currentTime - seconds);
     }
 
@@ -137,14 +149,18 @@ export class MsePlayer {
             this.element.requestVideoFrameCallback(next);
         };
         if (this.element.requestVideoFrameCallback) this.element.requestVideoFrameCallback(next);
-        else this.element.addEventListener("timeupdate", () => this.last && this.shown(this.heads.at(-1) ?? {}));
+        else
+            this.element.addEventListener(
+                "timeupdate",
+                () => this.last && this.shown(this.heads.at(-1) ?? {})
+            );
     }
 
     close() {
         this.closed = true;
         this.queue = [];
         this.element.removeAttribute("src");
-        this.element.load();  // lets go of decoder and buffers
+        this.element.load(); // lets go of decoder and buffers
         if (this.url) URL.revokeObjectURL(this.url);
         this.element.remove();
     }

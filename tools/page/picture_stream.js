@@ -5,7 +5,7 @@ import {JpegPlayer} from "./jpeg_player.js";
 import {MsePlayer, canPlay} from "./mse_player.js";
 import {StillPlayer} from "./still_player.js";
 
-const patience = 8000;  // ms: live, the server says something every second
+const patience = 8000; // ms: live, the server says something every second
 
 export class PictureStream {
     /// handlers: shown(head) for each picture on the screen, begun(head), note(head) for what came without a
@@ -42,7 +42,11 @@ export class PictureStream {
         do {
             let failure = null;
             try {
-                for await (const {head, data} of readMessages(path, signal, this.recorded ? Infinity : patience)) {
+                for await (const {head, data} of readMessages(
+                    path,
+                    signal,
+                    this.recorded ? Infinity : patience
+                )) {
                     if (signal.aborted) return;
                     this.take(head, data);
                 }
@@ -70,8 +74,10 @@ export class PictureStream {
         const kind = head.codec !== "h264" ? JpegPlayer : playable ? MsePlayer : StillPlayer;
         if (this.player?.constructor !== kind) {
             this.player?.close();
-            this.player = kind === MsePlayer ? new MsePlayer(this.name, shown, this.recorded)
-                : new kind(this.name, shown, this.number);
+            this.player =
+                kind === MsePlayer
+                    ? new MsePlayer(this.name, shown, this.recorded)
+                    : new kind(this.name, shown, this.number);
             this.stage.setPicture(this.player.element);
         }
         this.stage.setShape(head.width, head.height);

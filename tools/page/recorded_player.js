@@ -16,16 +16,35 @@ export class RecordedPlayer {
         this.playing = false;
         this.stream = null;
         this.clock = make("output", {class: "clock"}, "");
-        this.playButton = button("Play", "play", () => (this.playing ? this.stop() : this.play()), {class: "main"});
-        const skip = (seconds) => button(`${seconds > 0 ? "+" : "−"}${Math.abs(seconds)} s`, null,
-            () => this.playFrom(this.at + seconds * 1000), {"aria-label": `${Math.abs(seconds)} seconds ${
-                seconds > 0 ? "forward" : "back"}`});
-        this.bar = make("div", {class: "row toolbar", role: "toolbar", "aria-label": "Playing"}, this.playButton,
-            skip(-10), skip(10), make("label", {}, "Speed ", make("select", {onchange: ({target}) => {
-                this.speed = Number(target.value);
-                if (this.playing) this.play();
-            }}, [0.5, 1, 2, 4, 8].map((speed) => make("option", {value: speed, selected: speed === 1}, `${speed} ×`)))),
-            this.clock);
+        this.playButton = button("Play", "play", () => (this.playing ? this.stop() : this.play()), {
+            class: "main"
+        });
+        const skip = (seconds, text) => button(text, null, () => this.playFrom(this.at + seconds * 1000));
+        this.bar = make(
+            "div",
+            {class: "row toolbar", role: "toolbar", "aria-label": "Playing"},
+            this.playButton,
+            skip(-10, "10 s back"),
+            skip(10, "10 s on"),
+            make(
+                "label",
+                {},
+                "Speed ",
+                make(
+                    "select",
+                    {
+                        onchange: ({target}) => {
+                            this.speed = Number(target.value);
+                            if (this.playing) this.play();
+                        }
+                    },
+                    [0.5, 1, 2, 4, 8].map((speed) =>
+                        make("option", {value: speed, selected: speed === 1}, `${speed} ×`)
+                    )
+                )
+            ),
+            this.clock
+        );
         this.stage.tell("Choose a moment on a time line", "", false);
         signal.addEventListener("abort", () => this.stream?.close(), {once: true});
         document.addEventListener("visibilitychange", () => document.hidden && this.stop(), {signal});
@@ -54,16 +73,22 @@ export class RecordedPlayer {
         if (!this.number || this.at === null) return;
         this.stream ??= this.makeStream(this.number);
         const from = new Date(this.at).toISOString();
-        this.stream.start(`/api/recordings/${this.number}/play?from=${encodeURIComponent(from)}&speed=${this.speed}`);
+        this.stream.start(
+            `/api/recordings/${this.number}/play?from=${encodeURIComponent(from)}&speed=${this.speed}`
+        );
         this.stage.tell("");
         this.setPlaying(true);
     }
 
     makeStream(number) {
-        return new PictureStream(this.stage, {name: `Recording of camera ${number}`, number, recorded: true}, {
-            shown: (head) => this.shown(head),
-            ended: (error) => this.ended(error)
-        });
+        return new PictureStream(
+            this.stage,
+            {name: `Recording of camera ${number}`, number, recorded: true},
+            {
+                shown: (head) => this.shown(head),
+                ended: (error) => this.ended(error)
+            }
+        );
     }
 
     shown(head) {
@@ -78,7 +103,11 @@ export class RecordedPlayer {
     ended(error) {
         this.setPlaying(false);
         if (!error) this.stage.tell("End of the recording", "", false);
-        else this.stage.tell("Nothing to play here", error.status === 404 ? "Nothing was recorded from then on" : error.message);
+        else
+            this.stage.tell(
+                "Nothing to play here",
+                error.status === 404 ? "Nothing was recorded from then on" : error.message
+            );
     }
 
     stop() {

@@ -3,16 +3,28 @@
 import {icon, make, setText, swapIcon} from "./dom.js";
 import {groups, isNamed, makeControl, settingsWith, valueAt} from "./settings_fields.js";
 
-const words = (value) => value === null || value === undefined || value === "" ? "its own"
-    : value === true ? "on" : value === false ? "off" : String(value);
+const words = (value) =>
+    value === null || value === undefined || value === ""
+        ? "its own"
+        : value === true
+          ? "on"
+          : value === false
+            ? "off"
+            : String(value);
 
 /// What is on its way, taken otherwise, or refused: "" when all is as wanted.
 export function standing(camera, name) {
     if (isNamed(camera.pending, name)) return {kind: "pending", text: "sent, not reported back yet"};
-    if (!isNamed(camera.differs, name)) return null;
     const reported = valueAt(camera.reported, name);
-    return {kind: "differs", text: typeof reported === "object" && reported !== null
-        ? "the camera has it otherwise" : `the camera has ${words(reported)}`};
+    const same = JSON.stringify(reported) === JSON.stringify(valueAt(camera.settings, name));
+    if (!isNamed(camera.differs, name) || same) return null; // "relay" differs: one of its parts does
+    return {
+        kind: "differs",
+        text:
+            typeof reported === "object" && reported !== null
+                ? "the camera has it otherwise"
+                : `the camera has ${words(reported)}`
+    };
 }
 
 /// The line below a field, for screen readers its description.
@@ -39,9 +51,13 @@ class Field {
         this.control = makeControl(field, id, (value) => this.send(value));
         this.line = standingLine(`${id}-standing`);
         this.control.input.setAttribute("aria-describedby", `${id}-standing`);
-        this.element = make("div", {class: `field ${field.kind}`},
+        this.element = make(
+            "div",
+            {class: `field ${field.kind}`},
             make("label", {for: id}, field.label, field.hint ? make("small", {}, ` ${field.hint}`) : null),
-            make("div", {class: "control"}, this.control.extra, this.control.input), this.line.element);
+            make("div", {class: "control"}, this.control.extra, this.control.input),
+            this.line.element
+        );
     }
 
     async send(value) {
@@ -60,10 +76,15 @@ class Field {
         const camera = this.detail.camera;
         if (!camera?.settings) return;
         // Nothing is written under the hands of somebody who is typing.
-        if (!this.control.inputs.includes(document.activeElement) || this.control.inputs[0].type === "checkbox") {
+        if (
+            !this.control.inputs.includes(document.activeElement) ||
+            this.control.inputs[0].type === "checkbox"
+        ) {
             if (!this.refusal) {
-                this.control.write(valueAt(camera.settings, this.field.name) ?? null,
-                                   valueAt(camera.reported, this.field.name) ?? null);
+                this.control.write(
+                    valueAt(camera.settings, this.field.name) ?? null,
+                    valueAt(camera.reported, this.field.name) ?? null
+                );
             }
         }
         this.line.show(this.refusal ?? standing(camera, this.field.name));
@@ -75,14 +96,27 @@ export function settingsForm(detail, signal) {
     const sections = groups.map(({title, fields: of}) => {
         const made = of.map((field) => new Field(field, detail));
         fields.push(...made);
-        return make("fieldset", {}, make("legend", {}, title), made.map((field) => field.element));
+        return make(
+            "fieldset",
+            {},
+            make("legend", {}, title),
+            made.map((field) => field.element)
+        );
     });
     const show = () => {
         for (const field of fields) field.show();
     };
     detail.addEventListener("change", show, {signal});
-    const form = make("form", {class: "settings", "aria-label": "Settings", onsubmit: (event) => event.preventDefault(),
-                               onfocusout: () => setTimeout(show)}, sections);
+    const form = make(
+        "form",
+        {
+            class: "settings",
+            "aria-label": "Settings",
+            onsubmit: (event) => event.preventDefault(),
+            onfocusout: () => setTimeout(show)
+        },
+        sections
+    );
     show();
     return form;
 }

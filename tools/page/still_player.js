@@ -1,7 +1,7 @@
 // For browsers that cannot play the camera's H.264: its newest key frame, made a JPEG by the server.
 import {JpegPlayer} from "./jpeg_player.js";
 
-const interval = 1000;  // ms
+const interval = 1000; // ms
 
 export class StillPlayer extends JpegPlayer {
     constructor(name, shown, number) {

@@ -3,7 +3,7 @@ import {get} from "./api.js";
 import {EventFeed} from "./events.js";
 
 const keptEvents = 4000;
-const keptFor = 15 * 60000;  // ms
+const keptFor = 15 * 60000; // ms
 const marks = new Set(["state", "motion", "trigger", "relay", "recording", "connection", "storage", "clock"]);
 
 /// Dispatches "cameras" (detail: Set of numbers), "event" (detail: the driver's event) and "connection".
@@ -11,24 +11,37 @@ class CameraStore extends EventTarget {
     constructor() {
         super();
         this.cameras = new Map();
-        this.events = [];  // oldest first
+        this.events = []; // oldest first
         this.connected = false;
-        this.known = false;  // the cameras were told at least once
+        this.known = false; // the cameras were told at least once
         this.version = null;
-        this.clockAhead = 0;  // ms that the server's clock is ahead of ours
+        this.clockAhead = 0; // ms that the server's clock is ahead of ours
         this.feed = new EventFeed("/api/events");
         this.feed.addEventListener("open", () => this.load());
         this.feed.addEventListener("lost", () => this.setConnected(false));
         this.feed.addEventListener("message", ({detail}) => this.take(detail.kind, detail.data));
     }
 
-    start() { this.feed.start(); }
+    get running() {
+        return this.feed.ending !== null;
+    }
 
-    stop() { this.feed.stop(); }
+    start() {
+        this.feed.start();
+    }
 
-    now() { return Date.now() + this.clockAhead; }
+    stop() {
+        this.feed.stop();
+        this.setConnected(false);
+    }
 
-    list() { return [...this.cameras.values()].sort((a, b) => a.number - b.number); }
+    now() {
+        return Date.now() + this.clockAhead;
+    }
+
+    list() {
+        return [...this.cameras.values()].sort((a, b) => a.number - b.number);
+    }
 
     setConnected(connected) {
         if (this.connected === connected) return;
@@ -41,15 +54,15 @@ class CameraStore extends EventTarget {
         try {
             const {time, version, cameras} = await get("/api/cameras");
             this.clockAhead = Date.parse(time) - Date.now();
-            this.version = version;
+            this.version = version ?? null;
             this.known = true;
             const gone = new Set(this.cameras.keys());
             for (const camera of cameras) gone.delete(camera.number);
             for (const number of gone) this.cameras.delete(number);
             this.merge(cameras, gone);
-            this.setConnected(true);
+            this.setConnected(this.running);
         } catch {
-            this.setConnected(false);  // the feed tries again
+            this.setConnected(false); // the feed tries again
         }
     }
 
@@ -77,7 +90,9 @@ class CameraStore extends EventTarget {
         this.events.splice(0, stale);
     }
 
-    eventsOf(number) { return this.events.filter((event) => event.camera === number); }
+    eventsOf(number) {
+        return this.events.filter((event) => event.camera === number);
+    }
 }
 
 export const store = new CameraStore();

@@ -4,33 +4,50 @@ import {icon, make, setAttribute, setText, swapIcon} from "./dom.js";
 import {rateText, spanText} from "./format.js";
 import {cameraTitle, stateName, stateReason, stateSince} from "./states.js";
 import {intervalOf, patienceOf} from "./store.js";
-import {drawZones} from "./zones.js";
+import {paintZones} from "./zones.js";
 
 const keptGaps = 5;
-const longestGap = 10000;  // ms: key frames of a slow camera may be this far apart
+const longestGap = 10000; // ms: key frames of a slow camera may be this far apart
 
 export class Tile {
     constructor(camera) {
         this.canvas = make("canvas", {class: "shot", width: 0, height: 0});
-        this.overlay = make("canvas", {class: "overlay"});
+        this.context = this.canvas.getContext("2d", {alpha: false});
         this.noticeHead = make("strong");
         this.noticeText = make("span");
         this.notice = make("div", {class: "notice", hidden: true}, this.noticeHead, this.noticeText);
         this.marks = ["motion", "trigger", "relay", "recording"].map((kind) =>
-            make("span", {class: `mark ${kind}`, title: kind, hidden: true, "data-kind": kind}, icon(kind)));
+            make("span", {class: `mark ${kind}`, hidden: true, "data-kind": kind}, icon(kind))
+        );
         this.stateIcon = icon("connecting");
         this.name = make("span", {class: "name"});
-        this.rate = make("span", {class: "rate"});
-        this.age = make("span", {class: "age"});
-        this.element = make("a", {class: "tile", href: `#/camera/${camera.number}`, tabindex: -1,
-                                  "data-number": camera.number},
-            make("div", {class: "picture"}, this.canvas, this.overlay, this.notice,
-                 make("div", {class: "marks", "aria-hidden": "true"}, this.marks)),
-            make("div", {class: "caption"}, make("span", {class: "state"}, this.stateIcon), this.name,
-                 this.rate, this.age));
+        // To screen readers: what changes all the time is left out.
+        this.said = make("span", {class: "unseen"});
+        this.rate = make("span", {class: "rate", "aria-hidden": "true"});
+        this.age = make("span", {class: "age", "aria-hidden": "true"});
+        this.element = make(
+            "a",
+            {class: "tile", href: `#/camera/${camera.number}`, tabindex: -1, "data-number": camera.number},
+            make(
+                "div",
+                {class: "picture", "aria-hidden": "true"},
+                this.canvas,
+                this.notice,
+                make("div", {class: "marks"}, this.marks)
+            ),
+            make(
+                "div",
+                {class: "caption"},
+                make("span", {class: "state"}, this.stateIcon),
+                this.name,
+                this.said,
+                this.rate,
+                this.age
+            )
+        );
         this.visible = false;
         this.decoding = false;
-        this.waiting = null;  // the newest thumbnail that came while one was decoded
+        this.waiting = null; // the newest thumbnail that came while one was decoded
         this.forget();
         this.update(camera);
     }
@@ -38,9 +55,8 @@ export class Tile {
     /// The picture is gone, and with it the memory of its canvas.
     forget() {
         this.canvas.width = this.canvas.height = 0;
-        this.overlay.width = this.overlay.height = 0;
         this.waiting = null;
-        this.pictureAt = null;  // performance.now() when what is shown was taken
+        this.pictureAt = null; // performance.now() when what is shown was taken
         this.lastTime = null;
         this.gaps = [];
     }
@@ -51,12 +67,16 @@ export class Tile {
         swapIcon(this.stateIcon, camera.state);
         setText(this.name, `${camera.number} ${cameraTitle(camera)}`);
         setText(this.rate, camera.state === "live" ? rateText(camera.rate) : stateName(camera));
-        const active = this.marks.filter((mark) => {
-            mark.hidden = camera[mark.dataset.kind] !== true;
-            return !mark.hidden;
-        }).map((mark) => mark.dataset.kind);
-        setAttribute(this.element, "aria-label",
-                     [`Camera ${camera.number}`, cameraTitle(camera), stateName(camera), ...active].join(", "));
+        const active = this.marks
+            .filter((mark) => {
+                mark.hidden = camera[mark.dataset.kind] !== true;
+                return !mark.hidden;
+            })
+            .map((mark) => mark.dataset.kind);
+        setText(
+            this.said,
+            ["", stateName(camera), stateReason(camera), ...active].filter((text, i) => !i || text).join(", ")
+        );
         if (camera.state === "off" || camera.state === "refused") this.forget();
         this.tick(performance.now());
     }
@@ -75,7 +95,7 @@ export class Tile {
         while (this.waiting) {
             const next = this.waiting;
             this.waiting = null;
-            await this.show(next).catch(() => null);  // a picture that is none is left out
+            await this.show(next).catch(() => null); // a picture that is none is left out
         }
         this.decoding = false;
     }
@@ -85,11 +105,11 @@ export class Tile {
         if (this.visible) {
             if (this.canvas.width !== bitmap.width) this.canvas.width = bitmap.width;
             if (this.canvas.height !== bitmap.height) this.canvas.height = bitmap.height;
-            this.canvas.getContext("2d").drawImage(bitmap, 0, 0);
+            this.context.drawImage(bitmap, 0, 0);
+            paintZones(this.context, this.camera.zones, head.zones);
             this.noteTime(Date.parse(head.time));
             this.pictureAt = came - (head.age_ms ?? 0);
             this.element.dataset.shown = Number(this.element.dataset.shown ?? 0) + 1;
-            drawZones(this.overlay, this.camera.zones, head.zones);
             this.tick(performance.now());
         }
         bitmap.close();
@@ -134,7 +154,10 @@ export class Tile {
         const since = age === null ? "" : `, last picture ${spanText(age)} ago`;
         if (this.camera.state !== "live") {
             const time = stateSince(this.camera);
-            return [`${stateName(this.camera)}${since || (time && ` for ${time}`)}`, stateReason(this.camera)];
+            return [
+                `${stateName(this.camera)}${since || (time && ` for ${time}`)}`,
+                stateReason(this.camera)
+            ];
         }
         if (old) return [`No picture for ${spanText(age)}`, ""];
         return age === null ? ["Waiting for the picture", ""] : ["", ""];

@@ -10,14 +10,26 @@ const moves = {ArrowLeft: -1, ArrowRight: 1, PageDown: -10, PageUp: 10};
 export class TimeLine {
     constructor(name, chosen) {
         this.chosen = chosen;
-        const {svg, draw} = lanes(height, ["lane kept", "lane motion", "lane found", "lane marked"],
-                                  {"aria-hidden": "true"});
+        const {svg, draw} = lanes(height, ["lane kept", "lane motion", "lane found", "lane marked"], {
+            "aria-hidden": "true"
+        });
         this.draw = draw;
         this.cursor = makeSvg("path", {class: "cursor"});
         svg.append(this.cursor);
-        this.element = make("div", {class: "timeline", role: "slider", tabindex: 0, "aria-label": `Recording of ${name}`,
-            "aria-valuemin": 0, "aria-valuemax": 1000, onclick: (event) => this.point(event),
-            onkeydown: (event) => this.steer(event)}, svg);
+        this.element = make(
+            "div",
+            {
+                class: "timeline",
+                role: "slider",
+                tabindex: 0,
+                "aria-label": `Recording of ${name}`,
+                "aria-valuemin": 0,
+                "aria-valuemax": 1000,
+                onclick: (event) => this.point(event),
+                onkeydown: (event) => this.steer(event)
+            },
+            svg
+        );
         this.segments = [];
         this.motion = [];
         this.setSpan(0, 1);
@@ -37,9 +49,13 @@ export class TimeLine {
         this.show();
     }
 
-    setFound(spans) { this.draw(2, spanPath(spans, this.from, this.to, 20, 8)); }
+    setFound(spans) {
+        this.draw(2, spanPath(spans, this.from, this.to, 20, 8));
+    }
 
-    setMarked(span) { this.draw(3, span ? spanPath([span], this.from, this.to, 0, height) : ""); }
+    setMarked(span) {
+        this.draw(3, span ? spanPath([span], this.from, this.to, 0, height) : "");
+    }
 
     show() {
         this.draw(0, spanPath(this.segments, this.from, this.to, 10, 8));
@@ -55,14 +71,17 @@ export class TimeLine {
         setAttribute(this.element, "aria-valuenow", Math.round(Math.min(1, Math.max(0, part)) * 1000));
         const kept = this.segments.some(({begin, end}) => at >= begin && at < end);
         const moving = this.motion.some(({begin, end}) => at >= begin && at < end);
-        setAttribute(this.element, "aria-valuetext",
-                     `${momentText(at)}, ${kept ? "recorded" : "not recorded"}${moving ? ", motion" : ""}`);
+        setAttribute(
+            this.element,
+            "aria-valuetext",
+            `${momentText(at)}, ${kept ? "recorded" : "not recorded"}${moving ? ", motion" : ""}`
+        );
         setAttribute(this.element, "title", clockText(at));
     }
 
     point(event) {
         const box = this.element.getBoundingClientRect();
-        this.choose(this.from + (event.clientX - box.left) / box.width * (this.to - this.from), true);
+        this.choose(this.from + ((event.clientX - box.left) / box.width) * (this.to - this.from), true);
     }
 
     /// Arrow keys move on by a 200th, page keys by ten of them; enter plays.

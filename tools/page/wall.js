@@ -11,25 +11,34 @@ const filters = {
     trouble: (camera) => camera.state !== "live" && camera.state !== "off",
     motion: (camera) => camera.motion === true
 };
-let kept = {size: "fit", show: "all", text: "", number: 0};  // while the page lives
+let kept = {size: "fit", show: "all", text: "", number: 0}; // while the page lives
 
 class Wall {
     constructor(place, signal) {
-        this.tiles = new Map();  // by number
-        this.shown = [];  // tiles that pass the filter, in order
+        this.tiles = new Map(); // by number
+        this.shown = []; // tiles that pass the filter, in order
         this.visible = new Set();
         this.columns = 1;
         this.summary = make("p", {class: "summary", role: "status"});
-        this.grid = make("ul", {class: "wall", "aria-label": "Cameras", onkeydown: (event) => this.steer(event)});
+        this.grid = make("ul", {
+            class: "wall",
+            "aria-label": "Cameras",
+            onkeydown: (event) => this.steer(event)
+        });
         this.empty = make("p", {class: "empty", hidden: true});
-        place.append(make("h1", {class: "unseen"}, "All cameras"),
-                     make("div", {class: "row filter"}, this.summary, this.controls()), this.grid, this.empty);
+        place.append(
+            make("h1", {class: "unseen"}, "All cameras"),
+            make("div", {class: "row filter"}, this.summary, this.controls()),
+            this.grid,
+            this.empty
+        );
         this.seen = new IntersectionObserver((entries) => this.noteSeen(entries), {rootMargin: "80px"});
         const sized = new ResizeObserver(() => this.layOut());
         sized.observe(this.grid);
         window.addEventListener("resize", () => this.layOut(), {signal});
         signal.addEventListener("abort", () => this.end(sized), {once: true});
         store.addEventListener("cameras", ({detail}) => this.update(detail), {signal});
+        store.addEventListener("connection", () => this.tell(this.shown.length), {signal});
         every(250, signal, () => this.tick());
         this.stream = new WallStream(signal, (head, data) => this.tiles.get(head.camera)?.offer(head, data));
         this.update(new Set(store.cameras.keys()));
@@ -37,13 +46,39 @@ class Wall {
     }
 
     controls() {
-        const choice = (name, key, options) => make("label", {}, `${name} `, make("select", {
-            onchange: ({target}) => { kept[key] = target.value; this.arrange(); }
-        }, Object.entries(options).map(([value, text]) =>
-            make("option", {value, selected: kept[key] === value}, text))));
+        const choice = (name, key, options) =>
+            make(
+                "label",
+                {},
+                `${name} `,
+                make(
+                    "select",
+                    {
+                        onchange: ({target}) => {
+                            kept[key] = target.value;
+                            this.arrange();
+                        }
+                    },
+                    Object.entries(options).map(([value, text]) =>
+                        make("option", {value, selected: kept[key] === value}, text)
+                    )
+                )
+            );
         return [
-            make("label", {}, "Find ", make("input", {type: "search", value: kept.text, placeholder: "name or number",
-                oninput: ({target}) => { kept.text = target.value; this.arrange(); }})),
+            make(
+                "label",
+                {},
+                "Find ",
+                make("input", {
+                    type: "search",
+                    value: kept.text,
+                    placeholder: "name or number",
+                    oninput: ({target}) => {
+                        kept.text = target.value;
+                        this.arrange();
+                    }
+                })
+            ),
             choice("Show", "show", {all: "all", trouble: "in trouble", motion: "with motion"}),
             choice("Size", "size", {fit: "to fit", small: "small", medium: "medium", large: "large"})
         ];
@@ -68,13 +103,22 @@ class Wall {
 
     wanted() {
         const text = kept.text.trim().toLowerCase();
-        return store.list().filter((camera) => filters[kept.show](camera) &&
-            (text === "" || String(camera.number) === text || cameraTitle(camera).toLowerCase().includes(text)));
+        return store
+            .list()
+            .filter(
+                (camera) =>
+                    filters[kept.show](camera) &&
+                    (text === "" ||
+                        String(camera.number) === text ||
+                        cameraTitle(camera).toLowerCase().includes(text))
+            );
     }
 
     /// Puts the tiles that pass the filter into the grid; touches it only when they are others than before.
     arrange() {
-        const tiles = this.wanted().map((camera) => this.tiles.get(camera.number)).filter(Boolean);
+        const tiles = this.wanted()
+            .map((camera) => this.tiles.get(camera.number))
+            .filter(Boolean);
         this.tell(tiles.length);
         if (tiles.length !== this.shown.length || tiles.some((tile, i) => tile !== this.shown[i])) {
             this.place(tiles);
@@ -94,7 +138,9 @@ class Wall {
         for (const tile of tiles) {
             if (!this.shown.includes(tile)) this.seen.observe(tile.element);
         }
-        this.grid.replaceChildren(...tiles.map((tile) => tile.element.parentElement ?? make("li", {}, tile.element)));
+        this.grid.replaceChildren(
+            ...tiles.map((tile) => tile.element.parentElement ?? make("li", {}, tile.element))
+        );
         this.shown = tiles;
         if (this.grid.contains(active)) active.focus({preventScroll: true});
         this.rove(tiles.find((tile) => tile.camera.number === kept.number) ?? tiles[0]);
@@ -105,11 +151,20 @@ class Wall {
         const cameras = store.list();
         const live = cameras.filter((camera) => camera.state === "live").length;
         const trouble = cameras.filter(filters.trouble).length;
-        setText(this.summary, `${live} of ${cameras.length} live${trouble ? `, ${trouble} in trouble` : ""}`);
+        setText(
+            this.summary,
+            (store.connected || !store.known ? "" : "Not connected, when last heard of: ") +
+                `${live} of ${cameras.length} live${trouble ? `, ${trouble} in trouble` : ""}`
+        );
         this.empty.hidden = count > 0;
-        setText(this.empty, !store.known ? "Waiting for the server." : cameras.length === 0
-            ? "No camera is configured: start 'plendix serve' with addresses or a configuration file."
-            : "No camera matches: choose 'all', or another text.");
+        setText(
+            this.empty,
+            !store.known
+                ? "Waiting for the server."
+                : cameras.length === 0
+                  ? "No camera is configured: start 'plendix serve' with addresses or a configuration file."
+                  : "No camera matches: choose 'all', or another text."
+        );
     }
 
     layOut() {

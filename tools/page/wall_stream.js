@@ -4,7 +4,7 @@ import {readMessages} from "./binary_stream.js";
 import {pause} from "./dom.js";
 import {store} from "./store.js";
 
-const gathering = 120;  // ms: scrolling changes what is seen with every picture
+const gathering = 120; // ms: scrolling changes what is seen with every picture
 
 export class WallStream {
     constructor(signal, take) {
@@ -43,7 +43,9 @@ export class WallStream {
                     if (head.id !== undefined) this.begin(head.id);
                     else this.take(head, data);
                 }
-            } catch { /* the connection: the banner tells */ }
+            } catch {
+                /* the connection: the banner tells */
+            }
             if (!signal.aborted) this.id = null;
             await pause(1000, signal);
         }
@@ -66,7 +68,7 @@ export class WallStream {
         try {
             await post(`/api/wall/${this.id}`, this.wish);
         } catch {
-            const signal = this.ending?.signal;  // once more, as long as this stream lives
+            const signal = this.ending?.signal; // once more, as long as this stream lives
             await pause(1000, signal);
             if (signal && !signal.aborted) this.timer ||= setTimeout(() => this.tell(), gathering);
         }

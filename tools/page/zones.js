@@ -1,6 +1,6 @@
 // Motion zones over a picture. Rows are numbers as the camera sends them: bit 7 - c of a row is column c.
 
-export const isActive = (rows, row, column) => ((rows?.[row] ?? 0) >> (7 - column) & 1) === 1;
+export const isActive = (rows, row, column) => (((rows?.[row] ?? 0) >> (7 - column)) & 1) === 1;
 
 export const anyActive = (rows) => rows?.some((row) => row !== 0) ?? false;
 
@@ -13,7 +13,9 @@ export function zoneBox(zones, row, column) {
     const top = Math.max(0, zones.top + row * zones.height);
     const right = Math.min(1, zones.left + (column + 1) * zones.width);
     const bottom = Math.min(1, zones.top + (row + 1) * zones.height);
-    return right - left < 0.001 || bottom - top < 0.001 ? null : {left, top, width: right - left, height: bottom - top};
+    return right - left < 0.001 || bottom - top < 0.001
+        ? null
+        : {left, top, width: right - left, height: bottom - top};
 }
 
 /// Every zone that is seen on the picture: {row, column, box}.
@@ -29,26 +31,36 @@ export function visibleZones(zones) {
     return seen;
 }
 
-/// Draws the zones with motion; those that the mask leaves out with a broken line only.
-export function drawZones(canvas, zones, rows, mask) {
-    const width = canvas.clientWidth;
-    const height = canvas.clientHeight;
-    if (canvas.width !== width || canvas.height !== height) {
-        canvas.width = width;
-        canvas.height = height;
-    }
-    const context = canvas.getContext("2d");
-    context.clearRect(0, 0, width, height);
+/// Paints the zones with motion; those that the mask leaves out with a broken line only.
+export function paintZones(context, zones, rows, mask) {
     if (!anyActive(rows)) return;
+    const {width, height} = context.canvas;
     context.lineWidth = 2;
     for (const {row, column, box} of visibleZones(zones)) {
         if (!isActive(rows, row, column)) continue;
         const counted = isCounted(mask, row, column);
-        const place = [box.left * width + 1, box.top * height + 1, box.width * width - 2, box.height * height - 2];
+        const place = [
+            box.left * width + 1,
+            box.top * height + 1,
+            box.width * width - 2,
+            box.height * height - 2
+        ];
         context.fillStyle = "rgb(255 178 36 / 22%)";
         context.strokeStyle = counted ? "rgb(255 178 36 / 95%)" : "rgb(255 255 255 / 70%)";
         context.setLineDash(counted ? [] : [4, 4]);
         if (counted) context.fillRect(...place);
         context.strokeRect(...place);
     }
+}
+
+/// The same on a canvas of its own, which lies over the picture.
+export function drawZones(canvas, zones, rows, mask) {
+    const {clientWidth: width, clientHeight: height} = canvas;
+    if (canvas.width !== width || canvas.height !== height) {
+        canvas.width = width;
+        canvas.height = height;
+    }
+    const context = canvas.getContext("2d");
+    context.clearRect(0, 0, width, height);
+    paintZones(context, zones, rows, mask);
 }
