@@ -69,7 +69,7 @@ void visitor(const std::string& text, bool changes, bool tls) {
     Request request;
     request.headers = headers_of(text);
     const OwnNames own{{"localhost", "::1", "cameras.example"}, false, tls};
-    const Refusal refusal = check_visitor(request, changes, own);
+    const Denial refusal = check_visitor(request, changes, own);
     require(safe(refusal.line) && (refusal.status == 0) == refusal.line.empty());
     if (refusal.status != 0) return;
     const std::string name = name_of_host(request.header("Host").value_or(""));

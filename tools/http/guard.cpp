@@ -57,7 +57,7 @@ std::string Guard::user_of(const Request& request) const {
 }
 
 std::optional<Response> Guard::refuse(Request& request, const std::string& method, const Route* route) const {
-    const Refusal refusal = check_visitor(request, changes_something(method), names_);
+    const Denial refusal = check_visitor(request, changes_something(method), names_);
     if (refusal.status != 0) return error_response(refusal.status, refusal.line);
     if (!login_needed()) return std::nullopt;
     request.user = user_of(request);

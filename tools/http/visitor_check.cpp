@@ -95,7 +95,7 @@ std::string name_of_host(const std::string& host) {
     return split_host(host).name;
 }
 
-Refusal check_visitor(const Request& request, bool changes, const OwnNames& own) {
+Denial check_visitor(const Request& request, bool changes, const OwnNames& own) {
     if (ambiguous(request)) return {400, "a request needs one Host header, and one length at most"};
     const std::string host = *request.header("Host");
     const std::string name = name_of_host(host);

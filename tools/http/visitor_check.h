@@ -20,13 +20,13 @@ struct OwnNames {
 std::string name_of_host(const std::string& host);
 
 /// Why the request is refused; status 0: it is not.
-struct Refusal {
+struct Denial {
     int status = 0;
     std::string line;
 };
 
 /// One Host header, that of this server; an Origin of this server or none, no other site's page behind
 /// it; and for everything that `changes` something the header `X-Plendix: 1`, which no form can send.
-Refusal check_visitor(const Request& request, bool changes, const OwnNames& own);
+Denial check_visitor(const Request& request, bool changes, const OwnNames& own);
 
 }  // namespace plendix

@@ -172,7 +172,6 @@ ordered_json CameraBoard::detail(int camera) const {
         report = found->second.report;
     }
     const Desk::Status status = desk_.status(camera);
-    json["zones"] = report ? zones_of(*report) : ordered_json();
     json["settings"] = settings_json(status.wanted);
     json["reported"] = report ? settings_json(report->settings) : ordered_json();
     json["pending"] = status.pending;

@@ -44,8 +44,9 @@ double seconds_of(const json& body) {
     return found->get<double>();
 }
 
-Response all(House& house) {
-    return json_response({{"time", utc_text(utc_ms())}, {"cameras", house.board().summaries()}});
+Response all(House& house, const std::string& version) {
+    return json_response(
+        {{"time", utc_text(utc_ms())}, {"version", version}, {"cameras", house.board().summaries()}});
 }
 
 Response one(House& house, int camera) {
@@ -61,8 +62,8 @@ int camera_of(const Request& request, House& house) {
     return camera;
 }
 
-void add_camera_routes(Router& router, House& house) {
-    router.add("GET", "/api/cameras", [&house](const Request&) { return all(house); });
+void add_camera_routes(Router& router, House& house, const std::string& version) {
+    router.add("GET", "/api/cameras", [&house, version](const Request&) { return all(house, version); });
     router.add("GET", "/api/cameras/{camera}",
                [&house](const Request& request) { return one(house, camera_of(request, house)); });
     router.add("PATCH", "/api/cameras/{camera}", [&house](const Request& request) {

@@ -11,7 +11,7 @@ class House;
 class Server;
 
 /// All of them are added before the server starts; the house outlives it.
-void add_camera_routes(Router& router, House& house);
+void add_camera_routes(Router& router, House& house, const std::string& version);
 void add_event_routes(Router& router, House& house);
 void add_live_routes(Router& router, House& house);
 /// `server` is there by the time of the first request.

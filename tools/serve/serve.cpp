@@ -17,7 +17,7 @@ namespace {
 void add_routes(Router& router, House& house, Guard& guard, const Server*& server,
                 const std::string& version) {
     guard.add_routes(router, version);
-    add_camera_routes(router, house);
+    add_camera_routes(router, house, version);
     add_event_routes(router, house);
     add_live_routes(router, house);
     add_program_routes(router, house, server, version);
@@ -31,7 +31,7 @@ int serve(ServePlan plan) {
     Guard guard(plan.guard);
     plan.server.socket = open_listening_socket(plan.server.listen);
     std::optional<ScratchFolder> scratch;
-    if (plan.scratch) plan.house.state = scratch.emplace().name();
+    if (plan.scratch) plan.house.state = scratch.emplace().path();
     const std::shared_ptr<void> cameras = plan.prepare ? plan.prepare(plan.house) : nullptr;
     const LossyOutput standard_error(std::cerr, STDERR_FILENO);
     StopSignals signals(StopSignals::Again::ends_process,
