@@ -161,16 +161,25 @@ TEST(Inspect, TellsWhatTheDriverCouldNotHaveDelivered) {
 
 /// One camera for each fault, all in one capture; stalls take the driver's ten seconds.
 TEST(Inspect, AgreesWithTheCountersOfSimulatedCameras) {
-    const std::pair<const char*, std::optional<Loss>> faults[] = {
-        {"loss 2%", Loss::lost_on_way},    {"reorder 20%", Loss::lost_on_way},
-        {"truncate 5%", Loss::never_sent}, {"wrong-block 5%", Loss::never_sent},
-        {"ack-loss 5%", Loss::ack_lost},   {"error 10%", Loss::refused},
-        {"no-oack 10%", Loss::refused},    {"oack-512 10%", Loss::refused},
-        {"silent 12s", Loss::stalled},     {"reboot 2s", Loss::stalled},
-        {"delay 20%/11s", Loss::stalled},  {"duplicate 20%", std::nullopt},
-        {"garbage 20%", std::nullopt},     {"foreign 20%", std::nullopt},
-        {"corrupt 20%", std::nullopt},     {"mac-change 20%", std::nullopt},
-        {"delay 20%/20ms", std::nullopt}};
+    using Kind = Incident::Kind;
+    const std::tuple<const char*, std::optional<Loss>, std::optional<Kind>> faults[] = {
+        {"loss 2%", Loss::lost_on_way, Kind::lost_picture},
+        {"reorder 20%", Loss::lost_on_way, Kind::lost_picture},
+        {"truncate 5%", Loss::never_sent, Kind::lost_picture},
+        {"wrong-block 5%", Loss::never_sent, Kind::lost_picture},
+        {"ack-loss 5%", Loss::ack_lost, Kind::reconnected},
+        {"error 10%", Loss::refused, Kind::reconnected},
+        {"no-oack 10%", Loss::refused, Kind::reconnected},
+        {"oack-512 10%", Loss::refused, Kind::reconnected},
+        {"silent 12s", Loss::stalled, Kind::reconnected},
+        {"reboot 2s", Loss::stalled, Kind::restarted},
+        {"delay 20%/11s", Loss::stalled, std::nullopt},
+        {"duplicate 20%", std::nullopt, std::nullopt},
+        {"garbage 20%", std::nullopt, Kind::garbage},
+        {"foreign 20%", std::nullopt, Kind::strangers},
+        {"corrupt 20%", std::nullopt, std::nullopt},
+        {"mac-change 20%", std::nullopt, Kind::other_mac},
+        {"delay 20%/1100ms", std::nullopt, Kind::slow_answer}};
     const TemporaryFolder folder;
     std::vector<Config> cameras(std::size(faults), sensor(640, 480));
     std::vector<CameraSettings> settings(cameras.size());
@@ -183,8 +192,8 @@ TEST(Inspect, AgreesWithTheCountersOfSimulatedCameras) {
         settings[i].rate = 25;
         settings[i].codec = Codec::jpeg;
         capture.push_back(cameras[i].address);
-        const std::string kind(faults[i].first, std::string(faults[i].first).find(' '));
-        scenario << "2s " << i + 1 << ' ' << faults[i].first << "\n4s " << i + 1 << ' ' << kind << " 0%\n";
+        const std::string fault = std::get<0>(faults[i]), kind = fault.substr(0, fault.find(' '));
+        scenario << "2s " << i + 1 << ' ' << fault << "\n4s " << i + 1 << ' ' << kind << " 0%\n";
     }
     const pid_t capturing = start_command(capture, open("said", O_RDWR | O_CREAT, 0600));
     const auto limit = std::chrono::steady_clock::now() + 10s;
@@ -216,10 +225,16 @@ TEST(Inspect, AgreesWithTheCountersOfSimulatedCameras) {
     for (const auto& pair : findings.pairs) {
         const std::size_t i = (pair.camera & 255U) - 1;
         const std::uint64_t lost = fleet.counters(i).frames_lost;
-        const std::string said = std::string(faults[i].first) + ": " + sum_of(pair.counts);
+        const auto& [fault, cause, kind] = faults[i];
+        const std::string said = std::string(fault) + ": " + sum_of(pair.counts);
+        const auto right = pair.counts.lost.at(static_cast<std::size_t>(cause.value_or(Loss::given_up)));
         EXPECT_EQ(pair.counts.all_lost(), lost) << said;
-        const auto cause = static_cast<std::size_t>(faults[i].second.value_or(Loss::given_up));
-        EXPECT_GE(pair.counts.lost.at(cause) + pair.counts.either, lost) << said;
+        EXPECT_GE(right + pair.counts.either, lost) << said;
+        const auto is_told = [&, kind = kind](const Incident& incident) {
+            return incident.camera == pair.camera && incident.kind == kind;
+        };
+        const auto incidents = findings.incidents.sorted();
+        EXPECT_EQ(std::any_of(incidents.begin(), incidents.end(), is_told), kind.has_value()) << said;
         EXPECT_GT(pair.counts.whole, 0U) << said;
     }
 }

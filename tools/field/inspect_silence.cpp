@@ -51,6 +51,7 @@ void Link::settle(std::int64_t now_ns, const IdLedger& ids, bool end) {
         open_.pop_front();
         decide(open, now_ns, ids);
     }
+    tell_connections(now_ns, end);
     while (connections_.size() > 1 &&
            nanoseconds_between(connections_.front().last_ns, now_ns) > remembered_ns)
         forget_connection();

@@ -91,7 +91,23 @@ void ReplayCamera::request(const link::ReadRequest& request, const Endpoint& cli
     if (choice.kind == Kind::picture || choice.kind == Kind::none) last_client_ = client;
     count(choice);
     tell(choice, request.name);
+    if (choice.kind == Kind::picture) now = time_of_request(*choice.transfer, now);
     if (choice.transfer) begin(client, choice.transfer, now);
+}
+
+/// A camera has pictures at its own pace, and a request waits for the next one: of a client that asks
+/// later than the one in the capture, the answer is as long behind that to the request before as it was
+/// there, and not later still. Returns when the request would have come for that.
+ReplayCamera::Time ReplayCamera::time_of_request(const ReplayTransfer& picture, Time now) {
+    if (picture.sends.empty()) return now;
+    const std::chrono::microseconds delay(picture.sends.front().time_us);
+    const std::int64_t begin_ns = picture.begin_ns + std::chrono::nanoseconds(delay).count();
+    const bool follows = last_begin_ != Time{} && begin_ns > last_begin_ns_;
+    const std::chrono::nanoseconds distance(follows ? begin_ns - last_begin_ns_ : 0);
+    const Time asked = follows ? std::clamp(last_begin_ + distance - delay, now - delay, now) : now;
+    last_begin_ns_ = begin_ns;
+    last_begin_ = asked + delay;
+    return asked;
 }
 
 void ReplayCamera::begin(const Endpoint& client, ReplayTransferPointer transfer, Time now) {

@@ -62,6 +62,7 @@ private:
     void take(std::size_t socket, Time now);
     void request(const link::ReadRequest& request, const Endpoint& client, Time now);
     void begin(const Endpoint& client, ReplayTransferPointer transfer, Time now);
+    Time time_of_request(const ReplayTransfer& picture, Time now);
     void count(const ReplayChoice& choice);
     void tell(const ReplayChoice& choice, const std::string& asked);
     void tell_once(const std::string& text);
@@ -76,6 +77,8 @@ private:
     ReplayScript script_;
     std::map<Endpoint, ReplaySession> sessions_;  // by client
     Endpoint last_client_;                        // that asked for a picture
+    std::int64_t last_begin_ns_ = 0;              // of that picture's answer, in the capture
+    Time last_begin_{};                           // and here
     ReplayCounts counts_;
     std::set<std::string> told_;
     link::Bytes buffer_;

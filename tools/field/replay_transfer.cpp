@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::size_t plain_block_size = 512;  // RFC 1350: without an option acknowledgement
 constexpr std::size_t data_header = 4;
-constexpr std::uint32_t acknowledgement_head = 4U << 16U;  // and the block's number
+constexpr std::int64_t farthest_ns = 4'000'000'000'000'000'000;  // so that differences are numbers, too
+constexpr std::uint32_t acknowledgement_head = 4U << 16U;        // and the block's number
 
 std::uint32_t time_us(const Transfer& transfer, const Step& step, std::uint32_t least) {
     const std::int64_t begin = transfer.begin_ns();
@@ -76,7 +77,7 @@ ReplayTransferPointer replay_of(const Transfer& transfer) {
     auto made = std::make_shared<ReplayTransfer>();
     made->request = transfer.request;
     made->name = transfer.name;
-    made->begin_ns = transfer.begin_ns();
+    made->begin_ns = std::clamp(transfer.begin_ns(), -farthest_ns, farthest_ns);
     Receipt receipt(*made);
     std::uint32_t time = 0;
     for (const Step& step : transfer.steps) {
