@@ -102,10 +102,11 @@ PieceStream::Pieces PageResponse::picture() {
 
 /// Somebody who waits is told that, and why.
 PieceStream::Pieces PageResponse::pause() {
+    if (board_ == nullptr) return {{}, viewer_->finished()};
     const std::int64_t now = now_ms();
     if (now - said_ms_ < pause_period_ms) return {};
     said_ms_ = now;
-    const ordered_json summary = board_.summary(camera_);
+    const ordered_json summary = board_->summary(camera_);
     if (summary.is_null()) return {{}, true};
     const ordered_json json{
         {"age_ms", summary["age_ms"]}, {"state", summary["state"]}, {"reason", summary["reason"]}};

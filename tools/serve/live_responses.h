@@ -33,8 +33,11 @@ private:
 /// Messages for the page's large picture: JPEG as it comes, H.264 in fragments of MP4.
 class PageResponse : public PieceStream {
 public:
+    /// Live: where nothing comes, the board tells why.
     PageResponse(int camera, std::shared_ptr<Viewer> viewer, const CameraBoard& board)
-        : camera_(camera), viewer_(std::move(viewer)), board_(board) {}
+        : camera_(camera), viewer_(std::move(viewer)), board_(&board) {}
+    /// A recording, to its end.
+    explicit PageResponse(std::shared_ptr<Viewer> viewer) : viewer_(std::move(viewer)) {}
 
 protected:
     Pieces next() override;
@@ -45,9 +48,9 @@ private:
     Pieces pause();
     std::int64_t time_of_stream();
 
-    const int camera_;
+    const int camera_ = 0;
     const std::shared_ptr<Viewer> viewer_;
-    const CameraBoard& board_;
+    const CameraBoard* const board_ = nullptr;
     FrameParts parts_;
     std::unique_ptr<Mp4Fragments> fragments_;
     FramePointer frame_;  // that is being sent

@@ -33,6 +33,21 @@ void Viewer::offer(const FramePointer& frame) {
     if (wake) wake();
 }
 
+void Viewer::finish() {
+    std::function<void()> wake;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        finished_ = true;
+        wake = wake_;
+    }
+    if (wake) wake();
+}
+
+bool Viewer::finished() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return finished_ && waiting_.empty();
+}
+
 FramePointer Viewer::take() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (waiting_.empty()) return nullptr;

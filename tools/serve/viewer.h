@@ -25,6 +25,10 @@ public:
     /// Called, by the thread that offers, when there is something to take that was not there before.
     void on_arrival(std::function<void()> wake);
     void offer(const FramePointer& frame);
+    /// Nothing more comes: a recording was played to its end.
+    void finish();
+    /// And all of it was taken.
+    bool finished() const;
     /// Null when nothing is there.
     FramePointer take();
     /// Pictures that were offered and never given.
@@ -41,6 +45,7 @@ private:
     std::size_t waiting_bytes_ = 0;
     bool needs_key_ = true;
     bool begun_ = false;
+    bool finished_ = false;
     std::uint64_t lost_ = 0;
 };
 
