@@ -1,6 +1,6 @@
 // What HTTP costs without a camera: requests a second for a small body, and pictures to many viewers of
-// one stream. Prints Markdown lines; CPU is that of the serving process alone, its clients are another.
-// Usage: http_load [SECONDS_EACH]
+// one stream, as fast as it goes (/endless) and 20 a second (/paced). Prints Markdown lines; CPU is that of
+// the serving process alone, its clients are another. Usage: http_load [SECONDS_EACH]
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -114,6 +115,47 @@ std::string request(const std::string& path) {
     std::_Exit(0);
 }
 
+int open_listener(int& port) {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+        listen(listener, 256) != 0)
+        std::exit(1);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    port = ntohs(address.sin_port);
+    return listener;
+}
+
+/// The floor: a loop that sends the same frame to whoever can take some, and reads nothing.
+void run_bare(int clients, double seconds) {
+    int port = 0;
+    const int listener = open_listener(port);
+    const double cpu = cpu_seconds();
+    const pid_t child = fork();
+    if (child == 0) run_clients(port, clients, "/", false, seconds);
+    std::vector<pollfd> sockets;
+    for (int i = 0; i < clients; ++i)
+        sockets.push_back({accept(listener, nullptr, nullptr), POLLOUT, 0});
+    const std::string frame(frame_bytes, 'p');
+    double sent = 0;
+    const auto start = Clock::now();
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0 && poll(sockets.data(), sockets.size(), 100) >= 0)
+        for (const pollfd& one : sockets)
+            if (one.revents != 0)
+                sent += static_cast<double>(std::max<ssize_t>(
+                    0, send(one.fd, frame.data(), frame.size(), MSG_DONTWAIT | MSG_NOSIGNAL)));
+    const double took = std::chrono::duration<double>(Clock::now() - start).count();
+    std::printf("| bare loop | %d | - | %.1f | %.0f %% | - |\n", clients, sent / took / 1e6,
+                (cpu_seconds() - cpu) / took * 100);
+    for (const pollfd& one : sockets)
+        close(one.fd);
+    close(listener);
+}
+
 class Bench {
 public:
     explicit Bench(double seconds) : seconds_(seconds), guard_({}) {
@@ -138,7 +180,6 @@ public:
         }
         while (server_->counts().open_connections > 0)
             tick();
-        const int ticks = ticks_;
         const ServerCounts before = server_->counts();
         const double cpu = cpu_seconds();
         const auto start = Clock::now();
@@ -149,10 +190,10 @@ public:
             tick();
         const double took = std::chrono::duration<double>(Clock::now() - start).count();
         const ServerCounts after = server_->counts();
-        std::printf("| %s | %d | %.0f | %.1f | %.0f %% | %.0f | %d |\n", path, clients,
+        std::printf("| %s | %d | %.0f | %.1f | %.0f %% | %.0f |\n", path, clients,
                     static_cast<double>(after.requests - before.requests) / took,
                     static_cast<double>(after.bytes - before.bytes) / took / 1e6,
-                    (cpu_seconds() - cpu) / took * 100, resident_mib(), ticks_ - ticks);
+                    (cpu_seconds() - cpu) / took * 100, resident_mib());
         std::fflush(stdout);
         if (status != 0) std::exit(1);
     }
@@ -179,7 +220,8 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    Bench bench(argc > 1 ? std::atof(argv[1]) : 3);
+    const double seconds = argc > 1 ? std::atof(argv[1]) : 3;
+    Bench bench(seconds);
     std::puts("| Path | Clients | Requests/s | MB/s | CPU | RSS MiB |\n|---|---|---|---|---|---|");
     for (const int clients : {1, 50, 200})
         bench.run("/small", clients, true);
@@ -187,5 +229,7 @@ int main(int argc, char** argv) {
         bench.run("/endless", clients, false);
     for (const int clients : {1, 50, 200})
         bench.run("/paced", clients, false);
+    for (const int clients : {1, 50, 200})
+        run_bare(clients, seconds);
     return 0;
 }

@@ -37,7 +37,6 @@ private:
 };
 
 std::string typed(const char* prompt) {
-    const EchoOff echo_off;
     std::cerr << prompt << std::flush;
     std::string line;
     std::getline(std::cin, line);
@@ -46,6 +45,7 @@ std::string typed(const char* prompt) {
 }
 
 std::string asked_password() {
+    const EchoOff echo_off;
     std::string password = typed("Password: ");
     if (typed("Again: ") != password) throw UsageError("the two passwords are not the same");
     return password;

@@ -144,6 +144,7 @@ ordered_json CameraBoard::summary(const Entry& entry) const {
         {"relay", flag(entry.relay)},
         {"recording", entry.marked},
         {"recorded", recorded_},
+        {"zones", entry.report ? zones_of(*entry.report) : ordered_json()},
         {"counters", counters_of(state)}};
 }
 
