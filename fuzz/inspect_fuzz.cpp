@@ -16,10 +16,10 @@ using plendix::Inspector;
 
 constexpr Endpoint hosts[] = {{0x7F000001, 40001}, {0x7F000001, 40002}, {0x7F000009, 40001}, {0x7F000101, 69},
                               {0x7F000101, 3456},  {0x7F000102, 69},    {0x7F000102, 3456},  {0x7FFEFEFE, 5}};
-const std::string names[] = {"getreg?page=3;reg=122;", "setreg?page=3;reg=111;val=7;",
-                             "image?res=full;x0=0;y0=0;x1=64;y1=64;quality=8;",
-                             "h264?res=full;x0=0;y0=0;x1=64;y1=32;qp=29;iframe=1;ssn=1;",
-                             "h264?res=full;x0=0;y0=0;x1=64;y1=32;qp=29;iframe=0;ssn=1;"};
+constexpr const char* names[] = {"getreg?page=3;reg=122;", "setreg?page=3;reg=111;val=7;",
+                                 "image?res=full;x0=0;y0=0;x1=64;y1=64;quality=8;",
+                                 "h264?res=full;x0=0;y0=0;x1=64;y1=32;qp=29;iframe=1;ssn=1;",
+                                 "h264?res=full;x0=0;y0=0;x1=64;y1=32;qp=29;iframe=0;ssn=1;"};
 
 // A packet that somebody may send, with numbers and sizes that belong together often enough.
 std::string Payload(Input& input, std::size_t& size) {

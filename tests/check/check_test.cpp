@@ -208,6 +208,13 @@ TEST_F(CheckTest, FindsEachDefectOfACameraByItsRule) {
              it.stuck = {{2, 11}, {110, 4}, {79, 0}, {25, 48}};
          },
          {"registers.2", "registers.110", "registers.setup", "registers.trigger"}},
+        {"not to be put back",  // 111 takes a value once for its own rule, once for registers.kept
+         [](MadeCamera& it) {
+             it.refuses = [left = 3](File text) mutable {
+                 return text.find("setreg?page=3;reg=111;") != text.npos && --left < 0;
+             };
+         },
+         {"registers.kept", "answers.refused"}},
         {"MAC",
          [](MadeCamera& it) { it.spoil_trailer = [](Bytes& t) { std::fill_n(t.begin() + 6, 6, 0); }; },
          {"pictures.mac"}},

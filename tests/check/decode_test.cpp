@@ -74,6 +74,20 @@ TEST_F(DecodeTest, MakesTheCamerasPicturesOfWhatClientsFetch) {
     DecodePlan several = plan({"key", "p1"});
     several.output = "x.png";
     EXPECT_THROW(decode_files(several), UsageError);
+    several = plan({"a", "b"});  // one would replace the other
+    several.output = "x.jpg";
+    several.raw = true;
+    EXPECT_THROW(decode_files(several), UsageError);
+    EXPECT_FALSE(std::filesystem::exists("x.jpg"));
+
+    Bytes damaged = load("a");  // in the middle of its scan, where libjpeg complains and goes on
+    damaged[500] = 0xFF;
+    damaged[501] = 0xD3;
+    save("damaged", damaged);
+    EXPECT_EQ(decode_files(plan({"damaged"})), exit_failed);
+    DecodePlan as_delivered = plan({"damaged"});
+    as_delivered.raw = true;
+    EXPECT_EQ(decode_files(as_delivered), exit_done);
 }
 
 TEST_F(DecodeTest, TellsWhatIsWrongWithFilesThatAreNone) {
@@ -106,14 +120,16 @@ TEST_F(DecodeTest, TellsWhatIsWrongWithFilesThatAreNone) {
                 "")
                 << size << " of " << whole.size();
 
-    PictureGroup group;
+    std::size_t decoded = 0;
+    PictureGroup group([&decoded](const auto& one) { decoded += one.trouble.empty() ? 1 : 0; });
     const auto add = [&group](const Bytes& file) { return group.add(read_raw_transfer(file, {})); };
     EXPECT_THAT(add(p1), testing::HasSubstr("picture 1 of its group, which begins with a key frame"));
     EXPECT_EQ(add(key), "");
     EXPECT_THAT(add(p2), testing::HasSubstr("picture 1 is missing"));
     EXPECT_THAT(add(p3), testing::HasSubstr("pictures 1 to 2 are missing"));
     EXPECT_EQ(add(p1), "");
-    EXPECT_EQ(group.decode().size(), 2U);
+    group.end();
+    EXPECT_EQ(decoded, 2U);
 }
 
 }  // namespace

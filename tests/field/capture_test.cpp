@@ -1,6 +1,7 @@
 // Capture files of every kind, and captures of simulated cameras on this machine's own network.
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -14,6 +15,7 @@
 #include "field/silence_watch.h"
 #include "link/packet.h"
 #include "support/camera_bench.h"
+#include "support/command.h"
 #include "support/folder.h"
 #include "usage.h"
 
@@ -88,6 +90,9 @@ TEST(CaptureFile, IsReadInEitherOrderAndEndsWithAWordWhereItIsDamaged) {
         const auto at = [&](const std::string& resolution, std::uint64_t time, std::int64_t offset = 0) {
             return Text(start).interface(1, resolution, offset).packet(0, time, "abcde", 5);
         };
+        const auto missed = [&](Text file, unsigned interface, unsigned count) {
+            return file.block(5, Text{big}.u32(interface).u32(0).u32(0).u16(5).u16(8).add(count, 8));
+        };
         const Text whole = at("\x09", 1'000'000'002);
         const std::pair<Text, std::string> cases[] = {
             {whole, good},
@@ -105,7 +110,9 @@ TEST(CaptureFile, IsReadInEitherOrderAndEndsWithAWordWhereItIsDamaged) {
                         "te")),
              "1@1:/0no\nte;"},
             {Text(eth).block(77, Text{big}.u32(1)).packet(0, 1'000'000'002, "abcde", 5), good},
-            {Text(eth).block(5, Text{big}.u32(0).u32(0).u32(0).u16(5).u16(8).add(4, 8)), "missed 4"},
+            {missed(eth, 0, 4), "missed 4"},
+            {missed(missed(missed(Text(eth).interface(1, ""), 0, 4), 1, 3), 0, 6), "missed 9"},
+            {missed(missed(eth, 0, 4).section().interface(1, ""), 0, 6), "missed 10"},
             {pcap(big, 0xA1B2C3D4).u32(1).u32(2).u32(1).u32(60).add('a', 1), "101@1000002000:a/60;"},
             {pcap(big, 0xA1B23C4D).u32(1).u32(2).u32(1).u32(60).add('a', 1), "101@1000000002:a/60;"},
             {pcap(big, 0xA1B2C3D4).u32(1).u32(2).u32(~0U).u32(60),
@@ -155,7 +162,7 @@ TEST(PictureCutter, LeavesNothingThatMayBeSeen) {
         return std::string(packet.begin(), packet.end());
     };
     const auto block = [](std::size_t size) { return std::string("\0\3\0\1", 4) + std::string(size, 'p'); };
-    const std::string options("\0\6blksize\0001450\0", 15);
+    const std::string options("\0\6blksize\0001450\0", 15), refusal("\0\5\0\0", 4);
     PictureCutter cutter;
     const auto kept = [&](CapturedPacket packet) {
         const std::size_t before = packet.original_size;
@@ -164,7 +171,11 @@ TEST(PictureCutter, LeavesNothingThatMayBeSeen) {
         return static_cast<int>(packet.data.size()) - 48;  // behind the UDP header
     };
     EXPECT_EQ(kept(udp(port, client, block(90))), 4) << "the request was not seen";
+    EXPECT_EQ(kept(udp(port, client, options)) + kept(udp(port, client, refusal + "no")), 8) << "the same";
     EXPECT_EQ(kept(udp(client, camera, request("image?quality=8;"))), 41);
+    EXPECT_EQ(kept(udp(port, client, refusal + "no")) + kept(udp(client, port, refusal + "why")), 13);
+    for (const std::string& words : {options, refusal})
+        EXPECT_EQ(kept(udp(port, client, words + std::string(509, 'p'))), 4) << "too long for words";
     EXPECT_EQ(kept(udp(port, client, block(90))), 4) << "the block size was not seen";
     EXPECT_EQ(kept(udp(port, client, options)), 15);
     EXPECT_EQ(kept(udp(port, client, block(1450))), 4);
@@ -258,6 +269,39 @@ TEST(CaptureRing, KeepsTheLastMinutesWithinItsBoundAndIsReadByOthers) {
             EXPECT_TRUE(again[i].data == packets[i].data && again[i].link_type == link_cooked2 &&
                         again[i].time_ns == packets[i].time_ns - 5 + rest);
     }
+}
+
+/// As `plendix capture -o - >>FILE` on a disk that is full.
+TEST(CaptureWriter, TakesNothingBackOfAFileThatWasThere) {
+    const TemporaryFolder folder;
+    const std::string before(5000, 'b');
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const auto on_full_file = std::signal(SIGXFSZ, SIG_IGN);
+    const int output = dup(STDOUT_FILENO);
+    for (const int flags : {O_APPEND, 0}) {
+        std::ofstream("there") << before;
+        const Descriptor there(open("there", O_WRONLY | flags));
+        lseek(there.get(), 0, flags == 0 ? SEEK_END : SEEK_SET);
+        std::fflush(stdout);
+        dup2(there.get(), STDOUT_FILENO);
+        std::uint64_t whole = 0;
+        {
+            CaptureWriter writer("-");
+            writer.flush();
+            whole = writer.size();
+            writer.write(udp({7, 69}, {1, 40001}, std::string(2000, 'p')));
+            const rlimit full{before.size() + whole + 1000, limit.rlim_max};
+            setrlimit(RLIMIT_FSIZE, &full);
+            EXPECT_THROW(writer.flush(), Failure);
+        }
+        setrlimit(RLIMIT_FSIZE, &limit);
+        dup2(output, STDOUT_FILENO);
+        EXPECT_EQ(fs::file_size("there"), before.size() + whole);
+        EXPECT_EQ(text("there").substr(0, before.size()), before);
+    }
+    ::close(output);
+    std::signal(SIGXFSZ, on_full_file);
 }
 
 /// The built command, with its standard error.

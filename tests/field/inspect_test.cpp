@@ -107,6 +107,7 @@ TEST(Inspect, TellsWhatTheDriverCouldNotHaveDelivered) {
         {"cut short", "P O a0 d1 a1 s2 a2 d3 " + good, "1 whole, 1 never sent"},
         {"no such block", "P O a0 d9 a9 d2 a2 t3 a3 " + good, "1 whole, 1 never sent"},
         {"no such end", "P O a0 z1 a1 t7 a7 " + good, "1 whole, 1 never sent"},
+        {"end without a number", "P O a0 d1 a1 t0 a0 " + good, "1 whole, 1 never sent"},
         {"missing", "P O a0 d2 a2 t3 a3 K O a0 d1 a1 t2 a2", "1 whole, 1 lost on the way"},
         {"late", "P O a0 d1 a1 t3 a3 d2 K O a0 d1 a1 t2 a2", "1 whole, 1 lost on the way"},
         {"missed by the capture", "P O a0 d2 a2 t3 a3 " + good, "1 whole, 1 unknown"},
@@ -176,7 +177,7 @@ TEST(Inspect, AgreesWithTheCountersOfSimulatedCameras) {
         {"delay 20%/11s", Loss::stalled, std::nullopt},
         {"duplicate 20%", std::nullopt, std::nullopt},
         {"garbage 20%", std::nullopt, Kind::garbage},
-        {"foreign 20%", std::nullopt, Kind::strangers},
+        {"foreign 20%", std::nullopt, std::nullopt},  // the capture is of the cameras' addresses only
         {"corrupt 20%", std::nullopt, std::nullopt},
         {"mac-change 20%", std::nullopt, Kind::other_mac},
         {"delay 20%/1100ms", std::nullopt, Kind::slow_answer}};

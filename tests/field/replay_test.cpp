@@ -1,4 +1,5 @@
 // Captures played again: to the driver, which has to see the same, and to clients of every kind.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -9,6 +10,7 @@
 #include "field/replay_fleet.h"
 #include "platform/clock.h"
 #include "support/camera_bench.h"
+#include "support/command.h"
 #include "support/folder.h"
 #include "support/host.h"
 #include "usage.h"
@@ -316,6 +318,16 @@ TEST_F(Captured, WithGapsLeavesNoClientWaiting) {
     EXPECT_THAT(told_, HasSubstr("'nothing?' is not in the capture"));
 }
 
+TEST_F(Captured, WithoutPicturesIsOverBehindTheLastRequest) {
+    register_value(5);
+    play();
+    EXPECT_FALSE(replay_->finished());
+    const auto begin = ReplayClock::now();
+    EXPECT_EQ(client.read(7), 5);
+    replay_->stop();
+    EXPECT_GE(replay_->finished().value_or(ReplayClock::time_point{}), begin);
+}
+
 TEST_F(Captured, WithoutCamerasIsRefused) {
     ask("image?");
     file_.finish({});
@@ -324,6 +336,14 @@ TEST_F(Captured, WithoutCamerasIsRefused) {
                                         {ReplayWishes{{}, 2}, "that is of 0.0.0.2"}}) {
         const auto open = [wish = wishes] { ReplayCapture("field", wish); };
         EXPECT_THAT(open, testing::ThrowsMessage<Failure>(HasSubstr(words)));
+    }
+    for (const auto& [address, code, words] : {std::tuple{"10.0.0.9", 2, "127.0.0.0/8"},
+                                               {"224.0.0.1", 2, "127.0.0.0/8"},
+                                               {"127.0.0.9", 1, "nobody"}}) {
+        const Descriptor said(open("said", O_RDWR | O_CREAT | O_TRUNC, 0600));
+        EXPECT_EQ(exit_code(start_command({"plendix", "replay", "field", "--address", address}, said.get())),
+                  code);
+        EXPECT_THAT(text("said"), HasSubstr(words));
     }
 }
 

@@ -202,6 +202,11 @@ TEST_F(Live, SilenceAndASlowReaderCostPicturesAndNothingElse) {
     EXPECT_TRUE(await([&] { return fleet->counters(2).frames > 40; }));
     kill(stuck, SIGTERM);
     EXPECT_EQ(exit_code(stuck), 0) << "while it writes";
+    const pid_t still = run({"snapshot", own_address(3), "--codec", "jpeg", "-o", "-"}, unread[1], "stuck");
+    const std::uint64_t shown = fleet->counters(2).frames;
+    EXPECT_TRUE(await([&] { return fleet->counters(2).frames > shown + 2; })) << "it writes to a full pipe";
+    kill(still, SIGTERM);
+    EXPECT_EQ(exit_code(still), 1);
     for (const int end : unread)
         close(end);
     read_on(file, 100'000);

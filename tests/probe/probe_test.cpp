@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "input/input.h"
+#include "link/words.h"
 #include "probe/addresses.h"
 #include "probe/finding_words.h"
 #include "probe/prober.h"
@@ -291,6 +292,8 @@ TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
         {network + " " + nobody, exit_failed, nobody + "  a machine with nothing"},
         {own_address(4) + "-250", exit_failed, "247 addresses: a machine with nothing"},
         {own_address(4) + "-5 --all", exit_failed, own_address(5) + "  a machine with nothing"},
+        {"127.255.255.255", exit_failed, "a broadcast address"},
+        {"--check 0.0.0.0", exit_usage, "which no machine has"},
         {"10.0.0.0/15", exit_usage, "131072 addresses"},
         {camera + " --reads 10001", exit_usage, "--reads 10001 is not from 0 to 10000"},
         {camera + " --timeout 0.2s", exit_usage, "is not from 0.3s to 60s"},
@@ -305,17 +308,18 @@ TEST_F(ProbeOfCameras, SearchesANetworkInTime) {
 TEST(ProbeAddresses, AreThoseOfARange) {
     const auto ends = [](const std::string& word) {
         const auto addresses = parse_addresses({word})[0].addresses;
-        return dotted(addresses.front()) + ' ' + dotted(addresses.back()) + ' ' +
+        return address_text(addresses.front()) + ' ' + address_text(addresses.back()) + ' ' +
                std::to_string(addresses.size());
     };
     EXPECT_EQ(ends("10.1.2.77/24"), "10.1.2.1 10.1.2.254 254");
     EXPECT_EQ(ends("10.1.0.0/16"), "10.1.0.1 10.1.255.254 65534");
     EXPECT_EQ(ends("10.1.2.6/31"), "10.1.2.6 10.1.2.7 2");
-    EXPECT_EQ(ends("255.255.255.255/32"), "255.255.255.255 255.255.255.255 1");
+    EXPECT_EQ(ends("223.255.255.255/32"), "223.255.255.255 223.255.255.255 1");
     EXPECT_EQ(ends("10.1.2.250-10.1.3.5"), "10.1.2.250 10.1.3.5 12");
     EXPECT_EQ(ends("10.1.2.9-12"), "10.1.2.9 10.1.2.12 4");
     for (const char* wrong : {"gate", "10.0.0.0/33", "10.0.0.0/", "10.0.0.9-8", "10.0.0.1-256",
-                              "0.0.0.0-255.255.255.255", "10.0.0.1-"})
+                              "0.0.0.0-255.255.255.255", "10.0.0.1-", "0.0.0.0", "0.255.255.255-1.0.0.1",
+                              "223.255.255.255-224.0.0.1", "239.1.2.3", "255.255.255.255", "240.0.0.0/24"})
         EXPECT_THROW(parse_addresses({wrong}), UsageError) << wrong;
     EXPECT_THROW(parse_addresses({"10.0.0.0/16", "10.1.0.0/29"}), UsageError);
 }

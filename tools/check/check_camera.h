@@ -19,9 +19,10 @@ struct CheckReport {
     bool clean() const { return heard && findings.count(Verdict::fail) == 0; }
 };
 
-/// Blocks for as long as the check takes, at most the budget and some patience. Registers that are
-/// written hold their former values afterwards. Any thread, one at a time in a process. Throws Failure
-/// where the machine refuses.
+/// Blocks for as long as the check takes, at most the budget, some patience and 10 s for each register
+/// that is put back. Registers that are written hold their former values afterwards, except 79 and 25, which
+/// the driver writes at each connection; the relay is switched back. Any thread, one at a time in a process.
+/// Throws Failure where the machine refuses.
 CheckReport examine(const CheckOptions& options);
 
 }  // namespace plendix::check

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,28 +31,47 @@ public:
     /// Why nothing more is asked; empty while there is no reason.
     std::string over() const {
         std::string reason = ended();
-        if (!reason.empty() || restoring) return reason;
+        if (!reason.empty() || restoring()) return reason;
         return silences >= most_silences ? "the camera fell silent" : "";
     }
     /// The same, of reasons that are not the camera's.
     std::string ended() const {
-        if (restoring) return {};
-        if (stopped()) return "ended before its time";
+        if (stopped()) return restoring() ? "it could not be put back in time" : "ended before its time";
+        if (restoring()) return {};
         if (Clock::now() < end_) return {};
         return "the check's " + std::to_string(options.budget.count() / 1000) + " s are over";
     }
-    bool stopped() const { return !restoring && options.stopped && options.stopped(); }
+    /// Nothing is waited for any more.
+    bool stopped() const { return restore_end_ ? Clock::now() >= *restore_end_ : asked_to_end(); }
+    bool asked_to_end() const { return options.stopped && options.stopped(); }
+
+    /// While it lives, what was changed is put back, whatever has happened; it has a time of its own for
+    /// that.
+    class Restoring {
+    public:
+        explicit Restoring(Examination& examination) : examination_(examination) {
+            examination.restore_end_ = Clock::now() + time_to_restore;
+        }
+        ~Restoring() { examination_.restore_end_.reset(); }
+        Restoring(const Restoring&) = delete;
+        Restoring& operator=(const Restoring&) = delete;
+
+    private:
+        Examination& examination_;
+    };
+    bool restoring() const { return restore_end_.has_value(); }
 
     const CheckOptions options;
     Findings findings{};
     bool heard = false;                    // anything, from the camera's address
     int silences = 0;                      // requests without an answer, one behind the other
-    bool restoring = false;                // what was changed is put back, whatever has happened
     std::vector<Clock::duration> waits{};  // for a packet, from what asked for it
 
 private:
     static constexpr int most_silences = 3;
+    static constexpr milliseconds time_to_restore{10'000};
     const Clock::time_point end_;
+    std::optional<Clock::time_point> restore_end_{};
 };
 
 }  // namespace plendix::check

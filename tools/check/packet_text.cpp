@@ -1,10 +1,9 @@
 #include "check/packet_text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
 #include "host/plain_text.h"
+#include "link/words.h"
 
 namespace plendix::check {
 namespace {
@@ -45,17 +44,12 @@ std::string name_of(const link::Packet& packet) {
 std::string packet_text(link::View datagram) {
     const auto packet = link::parse_packet(datagram);
     const std::string name = packet ? name_of(*packet) : bytes_text(datagram.size) + " that are no packet";
-    return name + ": " + hex_text(datagram);
+    return name + ": " + first_bytes(datagram);
 }
 
-std::string hex_text(link::View bytes, std::size_t most) {
-    std::string text;
-    for (std::size_t i = 0; i < std::min(bytes.size, most); ++i) {
-        std::array<char, 4> pair{};
-        std::snprintf(pair.data(), pair.size(), i == 0 ? "%02x" : " %02x",
-                      static_cast<unsigned>(bytes.data[i]));
-        text += pair.data();
-    }
+std::string first_bytes(link::View bytes) {
+    constexpr std::size_t most = 16;
+    const std::string text = hex_text({bytes.data, std::min(bytes.size, most)});
     return bytes.size > most ? text + " ..." : text;
 }
 

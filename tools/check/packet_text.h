@@ -11,7 +11,7 @@ namespace plendix::check {
 /// behind a colon the first bytes in hex.
 std::string packet_text(link::View datagram);
 
-/// At most `most` bytes, "00 03 00 01 ...".
-std::string hex_text(link::View bytes, std::size_t most = 16);
+/// At most 16 bytes, "00 03 00 01 ...".
+std::string first_bytes(link::View bytes);
 
 }  // namespace plendix::check

@@ -57,7 +57,7 @@ void Album::judge(const Shot& shot) {
     const bool full = payload.size() - content < shot.fetched.block_size;
     std::string came =
         std::to_string(payload.size() - content) + " bytes behind a picture of " + std::to_string(content);
-    if (other != payload.end()) came += ", with " + hex_text({&*other, 1}) + " among them";
+    if (other != payload.end()) came += ", with " + first_bytes({&*other, 1}) + " among them";
     findings().judge(
         Rule::pictures_padding, other == payload.end() && full,
         {request_text(shot), came, "zeros, fewer than " + std::to_string(shot.fetched.block_size)});
@@ -66,7 +66,7 @@ void Album::judge(const Shot& shot) {
 void Album::judge_mac(const Shot& shot) {
     const auto& mac = shot.trailer.mac;
     const auto text = [](const std::array<std::uint8_t, 6>& bytes) {
-        return hex_text({bytes.data(), bytes.size()});
+        return first_bytes({bytes.data(), bytes.size()});
     };
     const bool zero = mac == std::array<std::uint8_t, 6>{};
     const std::string expected = mac_ ? text(*mac_) + ", as before" : "an address";

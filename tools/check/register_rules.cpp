@@ -61,7 +61,7 @@ void check_setting(Interview& interview, const Setting& setting) {
     findings.judge(Rule::registers_unread, before != unread_value(setting.number),
                    {reading(setting.number), text_of(before), "another value"});
     const std::uint16_t wanted = setting.other(*before);
-    Restored restored(interview, setting.number, *before);
+    Restored restored(interview, setting.rule, setting.number, *before);
     const auto answered = interview.write(setting.number, wanted);
     if (!answered) return findings.skip(setting.rule, interview.trouble());
     const Evidence evidence{writing(setting.number, wanted), text_of(answered), std::to_string(wanted)};
@@ -70,9 +70,7 @@ void check_setting(Interview& interview, const Setting& setting) {
     if (!held) return findings.skip(setting.rule, interview.trouble());
     findings.judge(setting.rule, *held == wanted,
                    {evidence.sent + ", then read", text_of(held), evidence.expected});
-    const std::string back = writing(setting.number, *before) + ", then read";
-    if (!restored.restore())
-        findings.fail(setting.rule, {back, "another value", text_of(before) + ", as it was before"});
+    restored.restore();
     const std::string note = "it holds " + text_of(before) + ", which the driver writes over";
     findings.pass(setting.rule, setting.at_rest(*before) ? "" : note);
 }
@@ -95,27 +93,35 @@ bool check_level(Interview& interview, Rule rule, const std::string& sent) {
 }
 
 void check_relay(Interview& interview, bool high_before) {
-    std::string sent;
-    for (const std::uint16_t level : {high_before ? io_low : io_high, high_before ? io_high : io_low}) {
-        if (!interview.write(register_io, level))
-            return interview.findings().skip(Rule::registers_relay, interview.trouble());
-        sent += (sent.empty() ? "" : ", then ") + std::to_string(level);
+    const std::uint16_t former = high_before ? io_high : io_low, other = high_before ? io_low : io_high;
+    const std::string over = interview.examination().over();
+    if (!over.empty()) return interview.findings().skip(Rule::registers_relay, over);
+    const bool switched = interview.write(register_io, other).has_value();
+    const std::string trouble = interview.trouble();
+    {  // also where no answer came: it may have been switched all the same
+        const Examination::Restoring restoring(interview.examination());
+        if (!interview.write(register_io, former))
+            interview.findings().fail(Rule::registers_relay,
+                                      {writing(register_io, other) + ", then " + std::to_string(former),
+                                       interview.trouble(), "an answer: the relay may stay switched"});
     }
+    if (!switched) return interview.findings().skip(Rule::registers_relay, trouble);
+    const std::string sent = std::to_string(other) + ", then " + std::to_string(former);
     if (check_level(interview, Rule::registers_relay, sent))
         interview.findings().pass(Rule::registers_relay, high_before ? "it is high" : "it is low now");
 }
 
 }  // namespace
 
-bool Restored::restore() {
-    if (done_) return true;
-    Examination& examination = interview_.examination();
-    examination.restoring = true;
+void Restored::restore() {
+    if (done_) return;
+    done_ = true;
+    const Examination::Restoring restoring(interview_.examination());
     interview_.write(number_, before_);
     const auto now = interview_.read(number_);
-    examination.restoring = false;
-    done_ = now.has_value();
-    return now == before_;
+    if (now == before_) return;
+    const std::string former = text_of(before_) + ", as it was before";
+    interview_.findings().fail(rule_, {writing(number_, before_) + ", then read", text_of(now), former});
 }
 
 Restored::~Restored() {
@@ -191,7 +197,7 @@ KeptRegister::KeptRegister(Interview& interview) : interview_(interview) {
     const auto before = interview.read(kept);
     trouble_ = interview.trouble();
     if (!before) return;
-    restored_ = std::make_unique<Restored>(interview, kept, *before);
+    restored_ = std::make_unique<Restored>(interview, Rule::registers_kept, kept, *before);
     const auto answered = interview.write(kept, settings.back().other(*before));
     trouble_ = interview.trouble();
     if (answered && *answered != settings.back().other(*before))
@@ -202,9 +208,13 @@ KeptRegister::KeptRegister(Interview& interview) : interview_(interview) {
 void KeptRegister::judge() {
     Findings& findings = interview_.findings();
     const auto now = trouble_.empty() ? interview_.read(kept) : std::nullopt;
-    if (!now) return findings.skip(Rule::registers_kept, trouble_.empty() ? interview_.trouble() : trouble_);
-    findings.judge(Rule::registers_kept, *now == written_,
-                   {writing(kept, written_) + ", and pictures, then read", text_of(now), text_of(written_)});
+    if (now)
+        findings.judge(
+            Rule::registers_kept, *now == written_,
+            {writing(kept, written_) + ", and pictures, then read", text_of(now), text_of(written_)});
+    else
+        findings.skip(Rule::registers_kept, trouble_.empty() ? interview_.trouble() : trouble_);
+    if (restored_) restored_->restore();
 }
 
 }  // namespace plendix::check

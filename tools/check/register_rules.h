@@ -7,21 +7,22 @@
 
 namespace plendix::check {
 
-/// Writes a register's former value back when it goes, also where the check ends before its time.
+/// Writes a register's former value back when it goes, also where the check ends before its time. The rule
+/// fails when the register does not hold it then.
 class Restored {
 public:
-    Restored(Interview& interview, int number, std::uint16_t before)
-        : interview_(interview), number_(number), before_(before) {}
+    Restored(Interview& interview, Rule rule, int number, std::uint16_t before)
+        : interview_(interview), rule_(rule), number_(number), before_(before) {}
     ~Restored();
     Restored(const Restored&) = delete;
     Restored& operator=(const Restored&) = delete;
 
-    /// False when the register does not hold the former value then.
-    bool restore();
-    std::uint16_t before() const { return before_; }
+    /// Sooner, and once.
+    void restore();
 
 private:
     Interview& interview_;
+    Rule rule_;
     int number_;
     std::uint16_t before_;
     bool done_ = false;
@@ -46,7 +47,7 @@ void check_trigger(Interview& interview);
 class KeptRegister {
 public:
     explicit KeptRegister(Interview& interview);
-    /// Whether it still holds what was written.
+    /// Whether it still holds what was written; then its former value is put back.
     void judge();
 
 private:

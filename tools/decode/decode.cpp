@@ -1,5 +1,6 @@
 #include "decode/decode.h"
 
+#include <deque>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -41,8 +42,9 @@ public:
             } catch (const Failure& failure) {
                 fault(file, failure.what());
             }
-        end_group();
+        group_.end();
         if (!stream_.empty()) write(plan_.output, stream_);
+        if (!std::cout.flush()) throw Failure("cannot write to standard output");
         return faults_ == 0 ? exit_done : exit_failed;
     }
 
@@ -54,20 +56,24 @@ private:
         if (!transfer.trouble.empty()) throw Failure("no raw transfer of a picture: " + transfer.trouble);
         if (!transfer.trailer.h264) return take_jpeg(file, transfer);
         if (plan_.raw) return take_raw(file, transfer);
-        if (transfer.trailer.key) end_group();
+        if (transfer.trailer.key) group_.end();
         const std::string trouble = group_.add(transfer);
         if (!trouble.empty()) throw Failure(trouble);
-        waiting_.push_back(file);
+        waiting_.push_back(file);  // which is handed over with the next one, at the earliest
     }
 
     void take_jpeg(const fs::path& file, const RawTransfer& transfer) {
+        if (plan_.files.size() > 1 && !plan_.output.empty())
+            throw UsageError('\'' + printable(file.string()) +
+                             "' is JPEG, and -o makes one stream of H.264 only: leave it out");
         const link::Bytes jpeg =
             link::make_picture({transfer.payload.data(), transfer.payload.size()}, transfer.trailer);
         if (plan_.raw || format_for(StillFormat::jpeg) == StillFormat::jpeg) {
             write(target(file, ".jpg"), jpeg);
             const std::string complaint = jpeg_complaint(jpeg.data(), jpeg.size());
-            if (!complaint.empty()) tell(file, "libjpeg says of it: " + complaint);
-            return;
+            if (complaint.empty()) return;
+            const std::string words = "libjpeg says of it: " + complaint;
+            return plan_.raw ? tell(file, words) : fault(file, words);
         }
         const auto picture = decode_still(FrameCodec::jpeg, jpeg);
         if (!picture) throw Failure("it does not decode");
@@ -82,20 +88,18 @@ private:
         stream_.insert(stream_.end(), unit.begin(), unit.end());
     }
 
-    void end_group() {
-        if (waiting_.empty()) return;
-        const auto decoded = group_.decode();
-        const std::vector<fs::path> files = std::move(waiting_);
-        waiting_.clear();
-        const StillFormat format = format_for(StillFormat::png);
-        for (std::size_t i = 0; i < files.size(); ++i)
-            try {
-                if (!decoded[i].picture) throw Failure("it does not decode: " + decoded[i].trouble);
-                const bool png = format == StillFormat::png;
-                write(target(files[i], png ? ".png" : ".jpg"), encode_still(*decoded[i].picture, format));
-            } catch (const Failure& failure) {
-                fault(files[i], failure.what());
-            }
+    /// Of the file that waits longest.
+    void take_decoded(const PictureGroup::Decoded& decoded) {
+        const fs::path file = std::move(waiting_.front());
+        waiting_.pop_front();
+        try {
+            if (!decoded.picture) throw Failure("it does not decode: " + decoded.trouble);
+            const StillFormat format = format_for(StillFormat::png);
+            const char* const extension = format == StillFormat::png ? ".png" : ".jpg";
+            write(target(file, extension), encode_still(*decoded.picture, format));
+        } catch (const Failure& failure) {
+            fault(file, failure.what());
+        }
     }
 
     StillFormat format_for(StillFormat usual) const {
@@ -114,7 +118,7 @@ private:
         }
         std::cout.write(reinterpret_cast<const char*>(content.data()),
                         static_cast<std::streamsize>(content.size()));
-        if (!std::cout.flush()) throw Failure("standard output takes no more");
+        if (!std::cout.flush()) throw Failure("cannot write to standard output");
     }
 
     void fault(const fs::path& file, const std::string& what) {
@@ -127,8 +131,8 @@ private:
     }
 
     const DecodePlan& plan_;
-    PictureGroup group_;
-    std::vector<fs::path> waiting_;  // files of the group
+    PictureGroup group_{[this](const PictureGroup::Decoded& decoded) { take_decoded(decoded); }};
+    std::deque<fs::path> waiting_;  // files of the group
     link::Bytes stream_;
     std::size_t faults_ = 0;
 };
@@ -136,7 +140,7 @@ private:
 }  // namespace
 
 int decode_files(const DecodePlan& plan) {
-    av_log_set_level(AV_LOG_ERROR);
+    av_log_set_level(AV_LOG_QUIET);  // a picture that does not decode is told in our words
     if (!plan.raw && plan.files.size() > 1 && !plan.output.empty())
         throw UsageError("-o names one picture, and there are " + std::to_string(plan.files.size()) +
                          " files: leave it out, or give --raw for one H.264 stream");

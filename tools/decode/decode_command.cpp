@@ -6,6 +6,7 @@
 #include <string>
 
 #include "decode/decode.h"
+#include "host/command_values.h"
 #include "usage.h"
 
 namespace plendix {
@@ -23,6 +24,7 @@ DecodePlan plan_of(const DecodeOptions& options) {
     plan.files.assign(options.files.begin(), options.files.end());
     plan.output = options.output;
     plan.raw = options.raw;
+    if (plan.output == "-") require_no_terminal("plendix decode FILE -o - | feh -");
     if (options.block_size) {
         constexpr long least = 94, most = 65464;  // above a trailer; RFC 2348
         if (*options.block_size < least || *options.block_size > most)
@@ -57,13 +59,15 @@ void add_decode_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix decode key p1 p2 --raw -o group.h264\n"
         "  plendix decode frame -o - | feh -\n"
         "A file that is there already is replaced. Exit code 0: every file is a picture now; 1: one is no\n"
-        "raw transfer, was cut short, lacks pictures in front of it or does not decode; 2: wrong usage.");
+        "raw transfer, was cut short, lacks pictures in front of it or does not decode (a JPEG picture of\n"
+        "which the decoder complains is written all the same); 2: wrong usage.");
     command->add_option("file", options->files, "raw transfers")->required();
     command->add_option("-o,--output", options->output,
                         "file for the picture (.jpg or .png), or - for standard output");
     command->add_flag(
         "--raw", options->raw,
-        "the driver's own bytes, H.264 as a stream too: FILE.jpg, FILE.h264, or all in one with -o");
+        "the driver's own bytes, H.264 as a stream too: FILE.jpg, FILE.h264, or all of H.264 in one with -o; "
+        "that JPEG decodes is not asked for then");
     command->add_option("--block-size", options->block_size,
                         "that it was fetched with; without it 1450 or another that is usual");
     command->add_option(

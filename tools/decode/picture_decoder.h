@@ -2,6 +2,7 @@
 // libav's log is listened to.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "ffmpeg.h"
@@ -23,7 +24,7 @@ public:
 
     /// What came out so far, in order.
     const std::vector<LibavPointer<AVFrame>>& pictures() const { return pictures_; }
-    std::vector<LibavPointer<AVFrame>> take_pictures() { return std::move(pictures_); }
+    std::vector<LibavPointer<AVFrame>> take_pictures() { return std::exchange(pictures_, {}); }
 
 private:
     std::string decode(const AVPacket* packet);

@@ -1,35 +1,51 @@
 #include "decode/picture_group.h"
 
-#include "decode/picture_decoder.h"
+#include <utility>
 
 namespace plendix {
 
 std::string PictureGroup::add(const RawTransfer& transfer) {
     std::string trouble = order_.take(transfer);
-    if (trouble.empty())
-        pictures_.push_back(
-            link::make_picture({transfer.payload.data(), transfer.payload.size()}, transfer.trailer));
-    return trouble;
+    if (!trouble.empty()) return trouble;
+    if (!decoder_) decoder_.emplace(AV_CODEC_ID_H264);
+    troubles_.push_back(decoder_->feed(
+        link::make_picture({transfer.payload.data(), transfer.payload.size()}, transfer.trailer)));
+    hand_over(1);  // what the decoder says at the end is the last one's
+    return {};
 }
 
-std::vector<PictureGroup::Decoded> PictureGroup::decode() {
-    PictureDecoder decoder(AV_CODEC_ID_H264);
-    std::vector<Decoded> decoded(pictures_.size());
-    for (std::size_t i = 0; i < pictures_.size(); ++i)
-        decoded[i].trouble = decoder.feed(pictures_[i]);
-    const std::string trouble = decoder.finish();
-    if (!decoded.empty() && decoded.back().trouble.empty()) decoded.back().trouble = trouble;
-    pictures_.clear();
+void PictureGroup::end() {
     order_.end();
-    auto pictures = decoder.take_pictures();
-    // A picture that was not decoded leaves it open whose the others are, so it ends the group.
-    std::size_t good = 0;
-    while (good < decoded.size() && decoded[good].trouble.empty() && good < pictures.size()) {
-        decoded[good].picture = std::move(pictures[good]);
-        ++good;
+    if (!decoder_) return;
+    const std::string trouble = decoder_->finish();
+    if (!troubles_.empty() && troubles_.back().empty()) troubles_.back() = trouble;
+    hand_over(0);
+    decoder_.reset();
+    pictures_.clear();
+    broken_ = false;
+}
+
+void PictureGroup::hand_over(std::size_t keep) {
+    for (LibavPointer<AVFrame>& picture : decoder_->take_pictures())
+        if (!broken_) pictures_.push_back(std::move(picture));
+    while (troubles_.size() > keep) {
+        const bool known = broken_ || !troubles_.front().empty() || !pictures_.empty();
+        if (!known && keep > 0) return;
+        hand_(next());
     }
-    for (std::size_t i = good; i < decoded.size(); ++i)
-        if (decoded[i].trouble.empty()) decoded[i].trouble = "a picture in front of it does not decode";
+}
+
+PictureGroup::Decoded PictureGroup::next() {
+    Decoded decoded;
+    decoded.trouble = std::move(troubles_.front());
+    troubles_.pop_front();
+    // A picture that was not decoded leaves it open whose the others are, so it ends the group.
+    if (decoded.trouble.empty() && (broken_ || pictures_.empty()))
+        decoded.trouble = "a picture in front of it does not decode";
+    broken_ = broken_ || !decoded.trouble.empty();
+    if (broken_) return decoded;
+    decoded.picture = std::move(pictures_.front());
+    pictures_.pop_front();
     return decoded;
 }
 

@@ -90,8 +90,12 @@ void require_new(const std::filesystem::path& file);
 /// be read however the writer ended; each link type is an interface of its own.
 class CaptureWriter {
 public:
+    /// Whether to go on waiting for a reader of standard output that takes nothing; asked ten times a second.
+    using Patience = std::function<bool()>;
+
     /// "-" is standard output. Throws Failure, also when the file exists.
-    explicit CaptureWriter(const std::filesystem::path& file, CaptureDescription description = {});
+    explicit CaptureWriter(const std::filesystem::path& file, CaptureDescription description = {},
+                           Patience patience = {});
     /// Hands over what is kept back, if it can.
     ~CaptureWriter();
     CaptureWriter(const CaptureWriter&) = delete;
@@ -104,16 +108,24 @@ public:
     /// Adds the counts, and flushes. Nothing comes behind.
     void finish(const CaptureCounts& counts);
 
+    /// Nobody reads the pipe any more: nothing is written from then on.
+    bool reader_gone() const { return reader_gone_; }
+
     /// Including what is kept back.
     std::uint64_t size() const { return size_ + pending_.size(); }
 
 private:
     void begin_interface(int link_type);
-    [[noreturn]] void give_up(int error);
+    std::size_t write_some(std::size_t done);
+    void wait_for_reader(std::size_t done);
+    [[noreturn]] void give_up(std::size_t done, const std::string& why);
 
     std::filesystem::path file_;
     CaptureDescription description_;
     Descriptor descriptor_;
+    const Patience patience_;
+    const bool waits_;  // for a reader at the other end
+    bool reader_gone_ = false;
     Bytes pending_;           // whole blocks
     std::uint64_t size_ = 0;  // in the file
     std::vector<int> link_types_;

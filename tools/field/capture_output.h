@@ -28,6 +28,8 @@ public:
     /// The file is whole then, under its name.
     virtual void finish(const CaptureCounts& counts) = 0;
     virtual Kept kept() const = 0;
+    /// There is no reader any more, and what is written goes nowhere.
+    virtual bool reader_gone() const { return false; }
     /// Where to look for what was captured when it ends without `finish`.
     virtual std::filesystem::path place() const = 0;
 };
@@ -35,12 +37,14 @@ public:
 /// Under its own name from the beginning: what is there can be read whatever happens.
 class WholeOutput : public CaptureOutput {
 public:
-    WholeOutput(const std::filesystem::path& file, const CaptureDescription& description)
-        : file_(file), writer_(file, description) {}
+    WholeOutput(const std::filesystem::path& file, const CaptureDescription& description,
+                const CaptureWriter::Patience& patience)
+        : file_(file), writer_(file, description, patience) {}
     void write(const CapturedPacket& packet, Time now) override;
     void flush(Time) override { writer_.flush(); }
     void finish(const CaptureCounts& counts) override { writer_.finish(counts); }
     Kept kept() const override;
+    bool reader_gone() const override { return writer_.reader_gone(); }
     std::filesystem::path place() const override { return file_; }
 
 private:

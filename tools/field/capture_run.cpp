@@ -30,6 +30,7 @@ constexpr std::chrono::milliseconds pass{100};
 constexpr std::chrono::seconds tick_period{1};
 constexpr std::chrono::milliseconds kernel_delay{250};  // until it has handed over what it has
 constexpr std::chrono::seconds after_silence{10};
+constexpr std::chrono::seconds after_end{2};  // for a reader that is slow
 constexpr std::size_t most_of_pass = 10'000;  // packets between looks at signals and the time
 constexpr std::size_t most_clients = 4096;
 constexpr std::size_t most_named = 5;
@@ -50,9 +51,20 @@ std::string contents_of(const CapturePlan& plan) {
                                ", no pictures";
 }
 
-std::unique_ptr<CaptureOutput> output_of(const CapturePlan& plan, const std::string& filter) {
+std::string duration_words(const CapturePlan& plan) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(plan.duration);
+    return seconds.count() > 0 ? span_words(seconds) : std::to_string(plan.duration.count()) + " ms";
+}
+
+/// What it ends with.
+std::string end_words(const CapturePlan& plan) {
+    return plan.duration.count() == 0 ? "until Ctrl-C" : "for " + duration_words(plan) + " or until Ctrl-C";
+}
+
+std::unique_ptr<CaptureOutput> output_of(const CapturePlan& plan, const std::string& filter,
+                                         const CaptureWriter::Patience& patience) {
     const CaptureDescription description{plan.interface, filter, "contains " + contents_of(plan)};
-    if (plan.ring.count() == 0) return std::make_unique<WholeOutput>(plan.output, description);
+    if (plan.ring.count() == 0) return std::make_unique<WholeOutput>(plan.output, description, patience);
     return std::make_unique<CaptureRing>(plan.output, description,
                                          CaptureRing::Bounds{plan.ring, plan.ring_bytes});
 }
@@ -73,12 +85,15 @@ private:
     void drain();
     void conclude();
     bool over(Clock::time_point now) const;
+    bool waits_for_reader();
 
     const CapturePlan& plan_;
     const LossyOutput standard_error_{std::cerr, STDERR_FILENO};
     CaptureScreen screen_{std::cerr, STDERR_FILENO};
     const StopSignals signals_;
     LiveCapture live_;
+    Clock::time_point end_ = Clock::time_point::max();
+    Clock::time_point reader_end_ = Clock::time_point::max();  // known when it is over
     const std::unique_ptr<CaptureOutput> output_;
     std::set<std::uint32_t> cameras_;
     std::set<Endpoint> clients_;  // that asked a camera
@@ -92,13 +107,12 @@ private:
     CapturedPacket held_;  // the last one, which is written when another comes, or with the notes at the end
     bool holds_ = false;
     Clock::time_point next_tick_;
-    Clock::time_point end_ = Clock::time_point::max();
 };
 
 Run::Run(const CapturePlan& plan)
     : plan_(plan),
       live_(plan.interface, plan.addresses),
-      output_(output_of(plan, live_.filter())),
+      output_(output_of(plan, live_.filter(), [this] { return waits_for_reader(); })),
       next_tick_(Clock::now() + tick_period) {
     for (const std::string& address : plan.addresses)
         cameras_.insert(address_of(address).value_or(0));
@@ -110,10 +124,11 @@ void Run::introduce() {
                 (plan_.interface == "any" ? "all interfaces" : "'" + plan_.interface + "'") +
                 (plan_.pictures ? ", with pictures (--no-pictures leaves them out)" : ", without pictures"));
     const std::string file = plan_.output == "-" ? "standard output" : "'" + plan_.output.string() + "'";
-    if (plan_.ring.count() == 0) return screen_.say("to " + file + ", until Ctrl-C");
+    if (plan_.ring.count() == 0) return screen_.say("to " + file + ", " + end_words(plan_));
     screen_.say("the last " + span_words(std::chrono::duration_cast<std::chrono::seconds>(plan_.ring)) +
-                ", at most " + byte_words(plan_.ring_bytes) + ", will be in " + file +
-                " at the end; until then they are in '" + output_->place().string() + "'");
+                ", at most " + byte_words(plan_.ring_bytes) + ", will be in " + file + " at the end" +
+                (plan_.duration.count() == 0 ? "" : ", in " + duration_words(plan_)) +
+                "; until then they are in '" + output_->place().string() + "'");
 }
 
 void Run::go() {
@@ -134,7 +149,14 @@ void Run::go() {
 }
 
 bool Run::over(Clock::time_point now) const {
-    return signals_.requested() || now >= end_;
+    return signals_.requested() || now >= end_ || output_->reader_gone();
+}
+
+/// As long as it captures, and then a little: what is not read by then is lost.
+bool Run::waits_for_reader() {
+    const auto now = Clock::now();
+    if (over(now) && reader_end_ == Clock::time_point::max()) reader_end_ = now + after_end;
+    return now < reader_end_;
 }
 
 void Run::read(std::size_t most) {
@@ -214,6 +236,7 @@ void Run::conclude() {
     const CaptureOutput::Kept kept = output_->kept();
     if (plan_.ring.count() > 0) screen_.say("writing '" + plan_.output.string() + "'");
     output_->finish(counts);
+    if (output_->reader_gone()) return screen_.say("nobody reads standard output any more: ended");
     if (totals_.packets == 0)
         screen_.say("nothing came from or to " + names_of(plan_.addresses) + " on " + plan_.interface);
     if (kept.packets == 0) return;

@@ -1,4 +1,7 @@
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +14,7 @@ namespace plendix {
 namespace {
 
 constexpr std::size_t most_pending = 256U << 10U;
+constexpr int look_ms = 100;  // at whether to go on waiting
 constexpr std::size_t longest_option = 65532;
 constexpr std::uint32_t section_block = 0x0A0D0D0A, interface_block = 1, statistics_block = 5,
                         packet_block = 6;
@@ -103,6 +107,20 @@ Descriptor opened(const std::filesystem::path& file) {
     return made;
 }
 
+bool is_file(const Descriptor& descriptor, struct stat& status) {
+    return fstat(descriptor.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Of the bytes that were written last takes so many back, unless there is something behind them: standard
+/// output may have been somebody's file before, which is appended to.
+void take_back(const Descriptor& descriptor, std::size_t bytes) {
+    struct stat status {};
+    const off_t end = lseek(descriptor.get(), 0, SEEK_CUR);
+    if (!is_file(descriptor, status) || status.st_size != end || end < static_cast<off_t>(bytes)) return;
+    if (ftruncate(descriptor.get(), end - static_cast<off_t>(bytes)) != 0) return;
+    lseek(descriptor.get(), end - static_cast<off_t>(bytes), SEEK_SET);
+}
+
 }  // namespace
 
 void require_new(const std::filesystem::path& file) {
@@ -111,8 +129,16 @@ void require_new(const std::filesystem::path& file) {
         throw Failure("'" + file.string() + "' exists, and is not written over");
 }
 
-CaptureWriter::CaptureWriter(const std::filesystem::path& file, CaptureDescription description)
-    : file_(file), description_(std::move(description)), descriptor_(opened(file)) {
+CaptureWriter::CaptureWriter(const std::filesystem::path& file, CaptureDescription description,
+                             Patience patience)
+    : file_(file),
+      description_(std::move(description)),
+      descriptor_(opened(file)),
+      patience_(std::move(patience)),
+      waits_([this] {
+          struct stat status {};
+          return file_ == "-" && !is_file(descriptor_, status);
+      }()) {
     if (!descriptor_) throw Failure("standard output is closed");
     begin_section(pending_, description_.comment);
 }
@@ -159,22 +185,43 @@ void CaptureWriter::write(const CapturedPacket& packet) {
 
 void CaptureWriter::flush() {
     std::size_t done = 0;
-    while (done < pending_.size()) {
-        const ssize_t part = ::write(descriptor_.get(), pending_.data() + done, pending_.size() - done);
-        if (part < 0 && errno == EINTR) continue;
-        if (part < 0) give_up(errno);
-        done += static_cast<std::size_t>(part);
-    }
+    if (waits_ && pending_.empty()) wait_for_reader(0);
+    while (!reader_gone_ && done < pending_.size())
+        done += write_some(done);
     size_ += done;
     pending_.clear();
 }
 
+std::size_t CaptureWriter::write_some(std::size_t done) {
+    if (waits_) wait_for_reader(done);
+    if (reader_gone_) return 0;
+    // A pipe that has room has it for so much; more would wait for the reader.
+    const std::size_t most = waits_ ? PIPE_BUF : pending_.size();
+    const ssize_t part =
+        ::write(descriptor_.get(), pending_.data() + done, std::min(most, pending_.size() - done));
+    if (part >= 0) return static_cast<std::size_t>(part);
+    reader_gone_ = waits_ && (errno == EPIPE || errno == ECONNRESET);
+    if (!reader_gone_ && errno != EINTR && errno != EAGAIN) give_up(done, error_text(errno));
+    return 0;
+}
+
+/// Returns when there is room or the reader has gone; with nothing to write, at once.
+void CaptureWriter::wait_for_reader(std::size_t done) {
+    const bool writes = !pending_.empty();
+    pollfd room{descriptor_.get(), static_cast<short>(writes ? POLLOUT : 0), 0};
+    while (poll(&room, 1, writes ? look_ms : 0) <= 0) {
+        if (!writes) return;
+        if (patience_ && !patience_()) give_up(done, "its reader takes nothing");
+    }
+    reader_gone_ = (room.revents & POLLOUT) == 0 || (room.revents & POLLERR) != 0;
+}
+
 /// Takes back what is no whole block, which a pipe does not do.
-void CaptureWriter::give_up(int error) {
+void CaptureWriter::give_up(std::size_t done, const std::string& why) {
     pending_.clear();
-    [[maybe_unused]] const int ignored = ftruncate(descriptor_.get(), static_cast<off_t>(size_));
+    take_back(descriptor_, done);
     throw Failure("cannot write " + (file_ == "-" ? "standard output" : "'" + file_.string() + "'") + ": " +
-                  error_text(error));
+                  why);
 }
 
 void CaptureWriter::finish(const CaptureCounts& counts) {

@@ -1,7 +1,5 @@
 #include "field/datagram.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <charconv>
 
@@ -67,21 +65,8 @@ std::optional<std::size_t> network_offset(const CapturedPacket& packet) {
 
 }  // namespace
 
-std::string address_text(std::uint32_t address) {
-    std::string text;
-    for (const unsigned shift : {24U, 16U, 8U, 0U})
-        text += std::to_string(address >> shift & 0xFFU) + (shift > 0 ? "." : "");
-    return text;
-}
-
 std::string to_text(const Endpoint& endpoint) {
     return address_text(endpoint.address) + ':' + std::to_string(endpoint.port);
-}
-
-std::optional<std::uint32_t> address_of(const std::string& text) {
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) return std::nullopt;
-    return ntohl(address.s_addr);
 }
 
 std::optional<Endpoint> endpoint_of(const std::string& text) {

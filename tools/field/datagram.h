@@ -7,6 +7,7 @@
 #include <string>
 
 #include "field/capture_file.h"
+#include "link/words.h"
 
 namespace plendix {
 
@@ -21,12 +22,9 @@ struct Endpoint {
     }
 };
 
-/// "10.0.0.7"
-std::string address_text(std::uint32_t address);
 /// "10.0.0.7:69"
 std::string to_text(const Endpoint& endpoint);
-/// Reads what they write; nothing for anything else.
-std::optional<std::uint32_t> address_of(const std::string& text);
+/// Reads what it writes; nothing for anything else.
 std::optional<Endpoint> endpoint_of(const std::string& text);
 
 struct Datagram {
@@ -36,7 +34,7 @@ struct Datagram {
     std::size_t size = 0;                   // of the payload as far as it was captured
     std::size_t original_size = 0;          // of the payload on the wire
     std::uint16_t ip_id = 0;
-    bool atomic = false;  // as below: the number means nothing
+    bool atomic = false;         // as below: the number means nothing
     std::uint64_t position = 0;  // of the payload in the capture's file
 };
 

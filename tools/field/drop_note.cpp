@@ -8,6 +8,7 @@ namespace plendix {
 namespace {
 
 constexpr const char* beginning = "plendix: socket ";
+constexpr std::size_t most_notes = 256;  // of a packet: a driver has a socket for each of 255 cameras
 
 /// Takes the text up to `mark` off the front, with the mark; nothing where it is not.
 std::optional<std::string> take_until(std::string& rest, const std::string& mark) {
@@ -45,7 +46,7 @@ std::string drop_note(const DropNote& note) {
 std::vector<DropNote> drop_notes(const std::string& comment) {
     std::vector<DropNote> notes;
     std::istringstream lines(comment);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; notes.size() < most_notes && std::getline(lines, line);)
         if (const auto note = note_of(line)) notes.push_back(*note);
     return notes;
 }

@@ -20,7 +20,7 @@ struct DropNote {
 /// "plendix: socket 0.0.0.0:40001 dropped 5 (+2)"
 std::string drop_note(const DropNote& note);
 
-/// The notes of a packet's comment, line by line; other lines are passed over.
+/// The notes of a packet's comment, line by line; other lines are passed over. 256 at most.
 std::vector<DropNote> drop_notes(const std::string& comment);
 
 }  // namespace plendix

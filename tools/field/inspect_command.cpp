@@ -48,6 +48,7 @@ std::optional<std::uint32_t> camera_of(const InspectOptions& options) {
     return address_of(parse_address(options.camera));
 }
 
+/// Throws Failure where the file ends in front of its first packet's end.
 Findings look_through(CaptureReader& reader, const InspectOptions& options) {
     const Span span = span_of(options);
     Inspector inspector(camera_of(options));
@@ -61,6 +62,8 @@ Findings look_through(CaptureReader& reader, const InspectOptions& options) {
         const auto datagram = datagram_of(packet);
         if (datagram && !sight.seen(packet, *datagram)) inspector.add(*datagram, packet.comment);
     }
+    if (!begin && reader.cut_short())
+        throw Failure("'" + options.file + "' ends within its first packet: nothing is in it");
     return inspector.finish();
 }
 
@@ -112,7 +115,10 @@ void add_inspect_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix inspect field.pcapng\n"
         "  plendix inspect field.pcapng --camera 10.0.0.7 --from 90s --to 2m --verbose\n"
         "  plendix inspect field.pcapng --json | jq '.links[].lost'\n"
-        "Exit code 1: the file cannot be read, or only in part; what was read is printed.");
+        "A capture that ends within a packet, as of a command that was killed, counts as far as it goes; a\n"
+        "line says so. Exit code 1: the file cannot be read, ends within its first packet, or is damaged: "
+        "what\n"
+        "is in front of the damage is printed.");
     command->add_option("file", options->file, "capture, pcapng or pcap; - is standard input")->required();
     command->add_option("--camera", options->camera, "address of the only camera to look at");
     command->add_option("--from", options->from, "leave out what is before, such as 90s since the beginning");

@@ -105,7 +105,7 @@ private:
         }
         time_answer(step, last_acknowledged_ + 1 == packet.number);
         const bool again =
-            !flow_.blocks.try_emplace(packet.number, Flow::Block{step.time_ns, step.zeros}).second;
+            !flow_.blocks.try_emplace(packet.number, Flow::Block{step.time_ns, step.zeros, step.cut}).second;
         flow_.repeated = again && packet.number == last_acknowledged_;
         if (payload >= flow_.block_size) return;
         flow_.end = &step;

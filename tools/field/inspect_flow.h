@@ -48,7 +48,8 @@ struct Timing {
 struct Flow {
     struct Block {
         std::int64_t time_ns = 0;  // when it came first
-        bool zeros = false;
+        bool zeros = false;        // fill it up
+        bool cut = false;          // whether they do is not in the capture
     };
 
     std::map<std::uint16_t, Block> blocks;  // that came in front of the end

@@ -40,7 +40,7 @@ Incident Link::incident(std::int64_t time_ns, Kind kind) const {
     return incident;
 }
 
-void Link::add(const Transfer& transfer, Verdict verdict, const IdLedger& ids) {
+void Link::add(const Transfer& transfer, const Verdict& verdict, const IdLedger& ids) {
     count(transfer, verdict);
     note_connection(transfer, verdict);
     note_oddities(transfer, verdict);

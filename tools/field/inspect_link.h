@@ -48,11 +48,13 @@ public:
         : camera_(camera), client_(client), capture_(capture) {}
 
     /// The link's next transfer that is over.
-    void add(const Transfer& transfer, Verdict verdict, const IdLedger& ids);
+    void add(const Transfer& transfer, const Verdict& verdict, const IdLedger& ids);
     /// The request that a stranger got in the camera's place.
     void add_astray(const Transfer& transfer);
     /// Decides what is open by what has followed until now, or at the end of the capture.
     void settle(std::int64_t now_ns, const IdLedger& ids, bool end);
+    /// `settle` has nothing to do until something is added, or the capture ends.
+    bool settled() const;
     /// Decides the rest by what was found of all links. Once, at the end.
     void conclude();
 

@@ -193,9 +193,9 @@ private:
         const auto lines = findings_.incidents.folded();
         for (std::size_t i = 0; i < std::min(lines.size(), most_lines); ++i) {
             const Folded& line = lines[i];
-            print_line(line.first, line.count == 1 ? ""
-                                                   : " (" + std::to_string(line.count) + " times until " +
-                                                         moment(line.until_ns) + ")");
+            const std::string more =
+                " (and " + std::to_string(line.count - 1) + " like it until " + moment(line.until_ns) + ')';
+            print_line(line.first, line.count == 1 ? "" : more);
         }
         if (lines.size() > most_lines)
             out_ << "and " << lines.size() - most_lines << " lines more: --verbose prints all\n";

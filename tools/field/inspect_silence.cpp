@@ -58,6 +58,10 @@ void Link::settle(std::int64_t now_ns, const IdLedger& ids, bool end) {
     if (end && held_) lose(*std::exchange(held_, std::nullopt), true);
 }
 
+bool Link::settled() const {
+    return open_.empty() && connections_.size() < 2 && (connections_.empty() || connections_.front().told);
+}
+
 const Link::Connection* Link::next_connection(const Open& open) const {
     const auto found =
         std::find_if(connections_.begin(), connections_.end(), [&](const Connection& connection) {

@@ -90,7 +90,7 @@ Verdict& judge_whole(Verdict& verdict, const Flow& flow, bool picture) {
         return lose(verdict, Loss::withheld, Why::too_large, 0, end - 1);
     if (flow.end->size < header + link::trailer_size)
         return lose(verdict, Loss::never_sent, Why::cut_short, end);
-    verdict.bytes = (std::size_t{end} - 1) * flow.block_size;
+    verdict.bytes = std::size_t{end - 1U} * flow.block_size;
     const auto& bytes = flow.end->bytes;
     verdict.trailer = link::parse_trailer({bytes.data() + header, bytes.size() - header});
     if (!verdict.trailer) return verdict;  // not captured whole
@@ -102,7 +102,9 @@ Verdict& judge_end(Verdict& verdict, const Flow& flow, bool picture) {
     std::uint32_t missing = 1;
     while (missing < flow.end_number && flow.taken(static_cast<std::uint16_t>(missing)))
         ++missing;
-    if (missing >= flow.end_number)
+    if (flow.end_number == 0)
+        lose(verdict, Loss::never_sent, Why::number_not_there);
+    else if (missing >= flow.end_number)
         judge_whole(verdict, flow, picture);
     else
         judge_gap(verdict, flow, missing);
@@ -147,7 +149,7 @@ Verdict& judge_silence(Verdict& verdict, const Flow& flow, std::uint16_t last) {
     } else if (const std::uint32_t number = first_not_taken(flow, last); number <= last) {
         verdict.why = Why::not_taken;
         verdict.block = number;
-    } else if (last > 0 && flow.blocks.at(last).zeros) {
+    } else if (last > 0 && (flow.blocks.at(last).zeros || flow.blocks.at(last).cut)) {
         verdict.why = Why::nothing_at_the_end;
     }
     return verdict;

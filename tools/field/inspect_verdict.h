@@ -38,7 +38,7 @@ enum class Why {
     behind_the_end,      // block `block` of `last` came later
     nothing_came,        // neither option acknowledgement nor anything else
     nothing_behind,      // nothing came behind the acknowledgement of `block`
-    nothing_at_the_end,  // the same, and what was to come is the trailer
+    nothing_at_the_end,  // the same, and what was to come is the trailer, as far as can be seen
     not_taken,           // block `block` was not acknowledged
     too_late,            // after `block` milliseconds
     restarted,           // its registers had to be written again

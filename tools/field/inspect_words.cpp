@@ -77,7 +77,7 @@ std::string why_words(const Incident& incident) {
         case Why::nothing_behind:
             return behind(incident);
         case Why::nothing_at_the_end:
-            return behind(incident) + ", the last in front of the trailer";
+            return behind(incident) + ", where the trailer may have been next";
         case Why::not_taken:
             return (incident.block == 0 ? std::string("the option acknowledgement") : block_of(incident)) +
                    " was here, but was not acknowledged";

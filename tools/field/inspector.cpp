@@ -2,21 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "field/drop_note.h"
+#include "link/words.h"
 
 namespace plendix {
 namespace {
 
 // A capture may hold anything, such as a sweep through all addresses there are.
 constexpr std::size_t most_cameras = 2048, most_clients = 8192, most_links = 4096, most_drops = 4096;
-
-std::string mac_text(const std::array<std::uint8_t, 6>& mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", unsigned{mac[0]}, unsigned{mac[1]},
-                  unsigned{mac[2]}, unsigned{mac[3]}, unsigned{mac[4]}, unsigned{mac[5]});
-    return text;
-}
 
 std::string format_text(const link::Trailer& trailer) {
     return std::to_string(trailer.width()) + 'x' + std::to_string(trailer.height()) +
@@ -48,10 +43,8 @@ void Inspector::take_notes(const Datagram& datagram, const std::string& comment)
         drop.kind = Incident::Kind::socket_drops;
         drop.block = static_cast<std::uint32_t>(std::min<std::uint64_t>(note.added, 0xFFFFFFFF));
         drop.last = note.socket.port;
-        const auto client = std::find_if(clients_.begin(), clients_.end(), [&](const auto& entry) {
-            return entry.first.port == note.socket.port;
-        });
-        if (client != clients_.end()) drop.camera = client->second.camera;
+        const auto found = camera_of_port_.find(note.socket.port);
+        if (found != camera_of_port_.end()) drop.camera = found->second;
         capture_.incidents.add(std::move(drop));
         capture_.drops.push_back({datagram.time_ns, note.socket.port});
         if (capture_.drops.size() > most_drops) capture_.drops.pop_front();
@@ -64,21 +57,22 @@ void Inspector::take_transfers() {
         take(transfer);
     if (nanoseconds_between(settled_ns_, findings_.last_ns) < 5 * second_in_ns) return;
     settled_ns_ = findings_.last_ns;
-    settle(false);
+    settle();
 }
 
 void Inspector::take(const Transfer& transfer) {
-    Verdict verdict = judge(transfer);
+    const Verdict verdict = judge(transfer);
     if ((!verdict.answered && led_astray(transfer)) || (only_ && *only_ != transfer.camera)) return;
     const auto camera = cameras_.find(transfer.camera);
     const bool known = links_.count({transfer.camera, transfer.client.address}) != 0;
     if (camera == cameras_.end() || (!known && links_.size() >= most_links)) return;
     Client& client = clients_[transfer.client];
-    client.camera = transfer.camera;
+    client.camera = camera_of_port_[transfer.client.port] = transfer.camera;
     client.stranger = verdict.strangers.address;
     if (clients_.size() > most_clients) clients_.clear();
     if (verdict.trailer) note_trailer(transfer, verdict, camera->second);
-    link_of(transfer.camera, transfer.client.address).add(transfer, std::move(verdict), camera->second.ids);
+    unsettled_.insert({transfer.camera, transfer.client.address});
+    link_of(transfer.camera, transfer.client.address).add(transfer, verdict, camera->second.ids);
 }
 
 /// The driver answers to whoever sent last: behind a stranger's datagram its next request goes there.
@@ -117,9 +111,12 @@ Link& Inspector::link_of(std::uint32_t camera, std::uint32_t client) {
     return links_.try_emplace({camera, client}, camera, client, capture_).first->second;
 }
 
-void Inspector::settle(bool end) {
-    for (auto& [key, link] : links_)
-        link.settle(findings_.last_ns, cameras_[link.camera()].ids, end);
+void Inspector::settle() {
+    for (auto key = unsettled_.begin(); key != unsettled_.end();) {
+        Link& link = links_.at(*key);
+        link.settle(findings_.last_ns, cameras_[link.camera()].ids, false);
+        key = link.settled() ? unsettled_.erase(key) : std::next(key);
+    }
 }
 
 Findings Inspector::finish() {
@@ -127,7 +124,8 @@ Findings Inspector::finish() {
     Transfer transfer;
     while (reader_.take(transfer))
         take(transfer);
-    settle(true);
+    for (auto& [key, link] : links_)
+        link.settle(findings_.last_ns, cameras_[link.camera()].ids, true);
     for (auto& [key, link] : links_)
         link.conclude();
     for (const auto& [key, link] : links_)

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,14 +55,17 @@ private:
     bool led_astray(const Transfer& transfer);
     void note_trailer(const Transfer& transfer, const Verdict& verdict, Camera& camera);
     Link& link_of(std::uint32_t camera, std::uint32_t client);
-    void settle(bool end);
+    void settle();
 
     const std::optional<std::uint32_t> only_;
     TransferReader reader_{kept_bytes};
     std::map<std::uint32_t, Camera> cameras_;
     std::map<Endpoint, Client> clients_;
+    std::map<std::uint16_t, std::uint32_t> camera_of_port_;  // of a client, the last that had it
     CaptureState capture_;
-    std::map<std::pair<std::uint32_t, std::uint32_t>, Link> links_;
+    using LinkKey = std::pair<std::uint32_t, std::uint32_t>;  // addresses of camera and client
+    std::map<LinkKey, Link> links_;
+    std::set<LinkKey> unsettled_;  // so that what costs time is what happens, not how many there are
     Findings findings_;
     std::int64_t settled_ns_ = 0;
 

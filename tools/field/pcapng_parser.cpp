@@ -38,7 +38,7 @@ struct Interface {
     std::uint32_t snapshot = 0;   // 0: no limit
     std::uint8_t resolution = 6;  // negative power of ten or, with bit 7, of two
     std::int64_t offset_s = 0;
-    std::optional<std::uint64_t> missed;
+    std::uint64_t missed = 0;
 };
 
 struct Moment {
@@ -123,7 +123,6 @@ private:
 
     ByteOrder order_;
     std::vector<Interface> interfaces_;  // of this section
-    std::uint64_t missed_before_ = 0;    // in the sections before
     std::uint64_t block_position_ = 0, body_position_ = 0;
     std::uint32_t type_ = 0;
     Bytes body_;
@@ -142,7 +141,6 @@ bool PcapngParser::read_section() {
     if (order_.word(body_.data()) != 1)
         return damaged("version " + std::to_string(order_.word(body_.data())) +
                        " of the format, which is not known");
-    missed_before_ = missed_.value_or(0);
     interfaces_.clear();
     return true;
 }
@@ -201,24 +199,19 @@ bool PcapngParser::take_interface() {
     return good;
 }
 
-/// Each tells of the time since the capture began: the last of an interface counts.
+/// Each tells of the time since the capture began: the last of an interface counts. A file may hold as many
+/// as it likes, of as many interfaces: so they are not summed up for each.
 bool PcapngParser::take_statistics() {
     Part part = body();
     if (part.size < 12) return damaged("statistics of " + std::to_string(part.size) + " bytes");
     const std::uint32_t number = order_.number(part.at);
     if (interface(number) == nullptr) return false;
     part.skip(12);
-    const bool good = options(part, [&](std::uint16_t code, Part value) {
-        if (code == drops_option && value.size >= 8) interfaces_[number].missed = order_.wide(value.at);
+    return options(part, [&](std::uint16_t code, Part value) {
+        if (code != drops_option || value.size < 8) return;
+        const std::uint64_t missed = order_.wide(value.at);
+        missed_ = missed_.value_or(0) + missed - std::exchange(interfaces_[number].missed, missed);
     });
-    std::uint64_t sum = missed_before_;
-    bool told = missed_.has_value();
-    for (const Interface& each : interfaces_) {
-        told = told || each.missed;
-        sum += each.missed.value_or(0);
-    }
-    if (told) missed_ = sum;
-    return good;
 }
 
 const Interface* PcapngParser::interface(std::uint32_t number) {

@@ -11,6 +11,7 @@ namespace {
 constexpr std::size_t block_header = 4;       // opcode and number
 constexpr std::size_t longest_value = 16;     // of a register: two bytes, in fact
 constexpr std::size_t longest_trailer = 128;  // 90 to 93 bytes and some room
+constexpr std::size_t longest_words = 512;    // option acknowledgements and refusals
 constexpr std::size_t most_clients = 4096;
 constexpr std::size_t transport_header = 8;  // of UDP as of ICMP
 // Behind its header an ICMP error quotes an IP header, a UDP header and then the datagram.
@@ -43,10 +44,12 @@ std::size_t PictureCutter::kept_of(const Datagram& datagram) {
     }
     if (packet->opcode == link::Opcode::data)
         return block_header + kept_of_block(datagram.to, packet->rest.size);
-    if (packet->opcode == link::Opcode::error) return datagram.size;
-    if (packet->opcode != link::Opcode::options) return block_header;
-    const auto found = transfers_.find(datagram.to);
-    if (found != transfers_.end()) found->second.block_size = link::granted_block_size(*packet).value_or(0);
+    const bool refusal = packet->opcode == link::Opcode::error;
+    if (!refusal && packet->opcode != link::Opcode::options) return block_header;
+    auto found = transfers_.find(datagram.to);
+    if (refusal && found == transfers_.end()) found = transfers_.find(datagram.from);  // clients refuse, too
+    if (found == transfers_.end() || datagram.original_size > longest_words) return block_header;
+    if (!refusal) found->second.block_size = link::granted_block_size(*packet).value_or(0);
     return datagram.size;
 }
 

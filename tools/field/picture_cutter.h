@@ -14,8 +14,9 @@ namespace plendix {
 /// acknowledgement was not seen, later fragments, anything that is no TFTP. One thread.
 class PictureCutter {
 public:
-    /// Kept whole are requests, option acknowledgements, refusals, a register's value and a picture's
-    /// trailer; of any other datagram, the headers with the TFTP block number. `original_size` stays.
+    /// Kept whole are requests, option acknowledgements and refusals of up to 512 bytes, a register's
+    /// value and a picture's trailer; of any other datagram, the headers with the TFTP block number.
+    /// `original_size` stays.
     void cut(CapturedPacket& packet);
 
 private:

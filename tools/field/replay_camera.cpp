@@ -19,10 +19,6 @@ constexpr std::chrono::microseconds grain{50};
 // Of no camera: what came from another address in the capture comes from here.
 constexpr std::uint32_t stranger_address = 0x7FFEFEFD;  // 127.254.254.253
 
-std::uint32_t stranger_for(std::uint32_t address) {
-    return address >> 24U == 127 ? stranger_address : address;
-}
-
 std::string described(const link::FileName& name) {
     return std::string(name.kind == link::Kind::h264 ? "H.264" : "JPEG") + " of " +
            std::to_string(name.area.width()) + 'x' + std::to_string(name.area.height()) +
@@ -42,7 +38,7 @@ ReplayCamera::ReplayCamera(const ReplayCapture& capture, const CapturedCamera& c
       address_(address_text(address)),
       log_(std::move(log)),
       sockets_{ServerSocket(address, link::camera_port), ServerSocket(address, 0),
-               ServerSocket(stranger_for(address), 0)},
+               ServerSocket(stranger_address, 0)},
       script_(camera.transfers, options.loop),
       buffer_(longest_request) {}
 

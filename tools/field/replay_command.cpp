@@ -1,5 +1,7 @@
 #include "field/replay_command.h"
 
+#include <sys/resource.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -20,7 +22,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds linger{3000};  // behind the last picture, so that a client takes it
+constexpr milliseconds linger{3000};  // behind the last picture, so that a client takes it; or a request
 constexpr milliseconds look{100};     // at whether all is over
 
 struct CommandLine {
@@ -64,30 +66,44 @@ void announce(const ReplayCapture& capture, const std::string& file, std::uint32
         std::cerr << replay_line(capture.cameras()[i], first + static_cast<std::uint32_t>(i)) + '\n';
 }
 
-/// Until a signal, the given time, or some seconds behind the last picture.
+/// Until a signal, the given time, or some seconds behind the last picture or, without pictures, request.
 void wait(const CommandLine& line, const ReplayFleet& fleet, const StopSignals& signals) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
     auto end = Clock::time_point::max();
     if (line.duration) end = begin + parse_duration(*line.duration);
-    bool lingers = line.stay;
     while (!signals.requested() && Clock::now() < end) {
         signals.wait(look);
-        if (lingers || !fleet.finished()) continue;
-        lingers = true;
-        end = std::min(end, Clock::now() + linger);
+        const auto finished = line.stay ? std::nullopt : fleet.finished();
+        if (finished && Clock::now() >= *finished + linger) return;
     }
 }
 
+/// What others recorded is for this machine: no network sees cameras that are none.
+void require_own(std::uint32_t first) {
+    if (first >> 24U != 127)
+        throw UsageError("--address " + address_text(first) +
+                         ": cameras are played to this machine alone, give one of 127.0.0.0/8");
+}
+
 void require_addresses(std::uint32_t first, std::size_t count) {
-    const std::uint32_t last = first >> 24U == 127 ? 0x7FFFFFFE : 0xDFFFFFFE;
-    if (first == 0 || first > last || last - first < count - 1)
+    constexpr std::uint32_t last = 0x7FFFFFFE;
+    if (first > last || last - first < count - 1)
         throw UsageError("--address " + address_text(first) + ": " + std::to_string(count) +
                          " cameras want as many addresses from there on, as from 127.0.2.1");
 }
 
+/// Three sockets for each camera are more than most limits; what the system permits is taken.
+void raise_descriptor_limit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 int replay(const CommandLine& line) {
     const std::uint32_t first = address_from(line.address);
+    require_own(first);
     if (line.duration) parse_duration(*line.duration);
     const ReplayCapture capture(line.file, wishes_of(line));
     require_addresses(first, capture.cameras().size());
@@ -96,6 +112,7 @@ int replay(const CommandLine& line) {
     options.delays = !line.no_delays;
     options.loop = line.loop;
     const StopSignals signals;
+    raise_descriptor_limit();
     ReplayFleet fleet(capture, first, options, [](const std::string& text) { std::cerr << text + '\n'; });
     announce(capture, line.file, first);
     fleet.start();
@@ -113,7 +130,8 @@ int replay(const CommandLine& line) {
 void add_options(CLI::App& command, CommandLine& line) {
     command.add_option("file", line.file, "capture: pcapng or pcap")->required();
     command
-        .add_option("--address", line.address, "of the first camera; the others follow, as the capture's do")
+        .add_option("--address", line.address,
+                    "of the first camera, one of 127.0.0.0/8; the others follow, as the capture's do")
         ->capture_default_str();
     command
         .add_option("--camera", line.cameras,
@@ -153,7 +171,8 @@ void add_replay_command(CLI::App& app, std::function<int()>& chosen) {
         "  plendix replay field.pcapng --camera 10.0.0.7 --loop\n"
         "Who plays what goes to standard error, at the end a table of what was asked for to standard "
         "output.\n"
-        "Ends 3 s behind the last picture of the last camera. Port 69 needs root, CAP_NET_BIND_SERVICE, or "
+        "Ends 3 s behind the last picture of the last camera; where the capture has no pictures, 3 s behind\n"
+        "the last request. Port 69 needs root, CAP_NET_BIND_SERVICE, or "
         "a\n"
         "network namespace ('unshare -rn'). Exit codes: 1 the capture cannot be played or an address cannot\n"
         "be had, 2 wrong usage.");

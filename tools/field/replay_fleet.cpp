@@ -48,6 +48,7 @@ ReplayFleet::ReplayFleet(const ReplayCapture& capture, std::uint32_t first, cons
         cameras_.push_back(std::make_unique<ReplayCamera>(capture, camera, address, options, log));
         due_.push_back(ReplaySession::never);
         if (camera.pictures > 0) unfinished_.insert(index);
+        pictures_ = pictures_ || camera.pictures > 0;
         std::uint64_t mark = index * sockets_each;
         for (const int descriptor : cameras_[index]->descriptors())
             watch(epoll_, descriptor, mark++);
@@ -93,6 +94,7 @@ void ReplayFleet::serve(std::uint64_t mark, Time now) {
         armed_ = ReplaySession::never;  // it has gone off
         return drain(timer_);
     }
+    if (!pictures_) finished_ = now.time_since_epoch().count();
     const std::size_t camera = mark / sockets_each;
     cameras_[camera]->serve(mark % sockets_each, now);
     cameras_[camera]->run(now);
@@ -114,7 +116,12 @@ void ReplayFleet::plan(std::size_t camera) {
     if (due_[camera] != ReplaySession::never) order_.emplace(due_[camera], camera);
     if (unfinished_.empty() || !cameras_[camera]->over()) return;
     unfinished_.erase(camera);
-    if (unfinished_.empty()) finished_ = true;
+    if (unfinished_.empty()) finished_ = ReplayClock::now().time_since_epoch().count();
+}
+
+std::optional<ReplayFleet::Time> ReplayFleet::finished() const {
+    const Time::rep since_epoch = finished_;
+    return since_epoch == 0 ? std::nullopt : std::optional(Time(Time::duration(since_epoch)));
 }
 
 void ReplayFleet::arm_timer() {

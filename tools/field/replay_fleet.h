@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <thread>
 #include <utility>
@@ -28,8 +29,9 @@ public:
     void start();
     void stop();  // waits for the thread; calling it again does nothing
 
-    /// Every camera that has pictures has played them all, and there is one. For any thread.
-    bool finished() const { return finished_; }
+    /// When every camera that has pictures had played them all or, where none has pictures, when somebody
+    /// sent something last; nothing before that. For any thread.
+    std::optional<ReplaySession::Time> finished() const;
     /// While the thread does not run.
     ReplayCounts counts(std::size_t i) const { return cameras_.at(i)->counts(); }
 
@@ -47,7 +49,9 @@ private:
     std::set<std::pair<Time, std::size_t>> order_;  // of those that are due at some time
     std::set<std::size_t> unfinished_;
     Descriptor epoll_, wake_, timer_;
-    std::atomic<bool> finished_{false}, stop_{false};
+    bool pictures_ = false;               // any camera has some
+    std::atomic<Time::rep> finished_{0};  // since the clock's epoch; 0: not yet
+    std::atomic<bool> stop_{false};
     Time armed_ = ReplaySession::never;
     std::thread thread_;
 };

@@ -27,6 +27,8 @@ std::string advice(int error) {
             return "another camera or server has it: end that, or give another --address";
         case EADDRNOTAVAIL:
             return "not an address of this machine: give one of 127.0.0.0/8";
+        case EMFILE:
+            return "too many open files ('ulimit -n'), each camera wants three: choose some with --camera";
         default:
             return error_text(error);
     }

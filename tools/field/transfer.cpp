@@ -72,6 +72,7 @@ void TransferReader::append(Transfer& transfer, const Datagram& datagram, Step::
     step.from = from;
     step.address = other.address;
     step.port = other.port;
+    step.cut = datagram.size < datagram.original_size;
     step.zeros = ends_in_zeros(datagram);
     step.ip_id = datagram.ip_id;
     step.size = datagram.original_size;

@@ -21,7 +21,8 @@ struct Step {
     From from = From::client;
     std::uint32_t address = 0;  // of whoever is at the other end: the camera, or a stranger
     std::uint16_t port = 0;     // the same
-    bool zeros = false;         // was captured whole and ends in zeros, as the last full block of a picture
+    bool cut = false;           // was not captured whole
+    bool zeros = false;         // was, and ends in zeros, as the last full block of a picture
     std::uint16_t ip_id = 0;
     std::size_t size = 0;        // bytes on the wire
     std::size_t captured = 0;    // of these, in the capture

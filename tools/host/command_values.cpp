@@ -1,6 +1,7 @@
 #include "host/command_values.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <charconv>
 #include <cmath>
@@ -98,6 +99,11 @@ std::uint64_t parse_bytes(const std::string& text) {
     const auto bytes = parse_quantity(text, units, most_bytes);
     if (bytes) return static_cast<std::uint64_t>(*bytes);
     throw UsageError("size '" + text + "' is not a number of bytes, or one with K, M, G or T, as in 200G");
+}
+
+void require_no_terminal(const std::string& example) {
+    if (isatty(STDOUT_FILENO) == 1)
+        throw UsageError("standard output is a terminal, which shows no pictures: try '" + example + '\'');
 }
 
 }  // namespace plendix

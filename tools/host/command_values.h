@@ -24,4 +24,7 @@ std::chrono::milliseconds parse_duration(const std::string& text);
 /// "200G", "512M": K, M, G and T are 1024 times what stands before; a number alone for bytes.
 std::uint64_t parse_bytes(const std::string& text);
 
+/// Throws UsageError where standard output is a terminal, and shows a way out.
+void require_no_terminal(const std::string& example);
+
 }  // namespace plendix

@@ -10,6 +10,7 @@
 #include "host/diagnosis.h"
 #include "host/plain_text.h"
 #include "link/camera_socket.h"
+#include "link/driver_rules.h"
 #include "link/file_name.h"
 #include "link/inquiry.h"
 #include "usage.h"
@@ -92,6 +93,8 @@ private:
                 return nobody();
             case ENETUNREACH:
                 return "no route to " + address_ + ": check the address and this machine's network";
+            case EACCES:
+                return address_ + " is a broadcast address: give that of the camera";
             case EPERM:
                 return "a firewall of this machine keeps us from " + address_ +
                        ": allow UDP to port 69 and from any port";
@@ -113,7 +116,8 @@ private:
         const int model = value[0] << 8 | value[1];
         if (model == 0) return "a camera starts at " + address_ + ": wait until it knows its model";
         const std::string words = "Model " + std::to_string(model);
-        if (model % 100 > 5) return "at " + address_ + ": " + with_advice(words + " is not supported");
+        if (!driver_takes_model(static_cast<std::uint16_t>(model)))
+            return "at " + address_ + ": " + with_advice(words + " is not supported");
         return "a camera answers at " + address_ + " (model " + std::to_string(model) +
                "): the driver tries it again within 10 s; see that no other recorder holds it";
     }

@@ -1,7 +1,5 @@
 #include "live/live_options.h"
 
-#include <unistd.h>
-
 #include <tuple>
 
 #include "host/command_values.h"
@@ -48,11 +46,6 @@ std::chrono::milliseconds timeout_of(const LiveOptions& options) {
     const auto timeout = parse_duration(options.timeout);
     if (timeout.count() > 0) return timeout;
     throw UsageError("timeout '" + options.timeout + "' leaves a camera no time: 15s is a good one");
-}
-
-void require_no_terminal(const std::string& example) {
-    if (isatty(STDOUT_FILENO) == 1)
-        throw UsageError("standard output is a terminal, which shows no pictures: try '" + example + '\'');
 }
 
 }  // namespace plendix

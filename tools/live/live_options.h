@@ -27,7 +27,4 @@ void add_rate_option(CLI::App& command, LiveOptions& options);
 CameraSettings camera_of(const LiveOptions& options);
 std::chrono::milliseconds timeout_of(const LiveOptions& options);
 
-/// Throws UsageError where standard output is a terminal, and shows a way out.
-void require_no_terminal(const std::string& example);
-
 }  // namespace plendix

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "usage.h"
 
@@ -57,12 +58,16 @@ bool Outlet::write_some(const Piece& piece, std::size_t& written) {
     throw Failure("cannot write to standard output: " + error_text(errno));
 }
 
-bool Outlet::wait_for_room() const {
+bool Outlet::wait_for_room() {
     pollfd waiting{output_.get(), POLLOUT, 0};
     for (;;) {
         const int ready = poll(&waiting, 1, look_ms);
         if (ready > 0 && (waiting.revents & POLLOUT) != 0) return true;
         if (ready > 0) return false;
+        if (asked_ && asked_()) {
+            end_within(left_);
+            asked_ = nullptr;
+        }
         if (Clock::now().time_since_epoch().count() >= end_) return false;
     }
 }
@@ -74,6 +79,11 @@ bool Outlet::reader_gone() const {
 
 void Outlet::end_within(std::chrono::milliseconds time) {
     end_ = (Clock::now() + time).time_since_epoch().count();
+}
+
+void Outlet::end_when(std::function<bool()> asked, std::chrono::milliseconds time) {
+    asked_ = std::move(asked);
+    left_ = time;
 }
 
 }  // namespace plendix

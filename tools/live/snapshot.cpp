@@ -61,6 +61,7 @@ public:
 
     /// Until all are taken, somebody asks to stop or the reader has gone.
     void take(const StopSignals& signals) {
+        outlet_.end_when([&signals] { return signals.requested(); }, time_to_end);
         CameraTale tale(plan_.timeout, start_);
         while (!signals.requested() && !done_) {
             const auto delivery = camera_.frames().pop(longest_wait);
@@ -71,7 +72,6 @@ public:
             for (const std::string& line : tale.look(events, state, Clock::now()))
                 say(line);
             if (taken_ == 0) tale.require_camera(state, Clock::now());
-            if (signals.requested()) outlet_.end_within(time_to_end);
         }
     }
     std::uint64_t taken() const { return taken_; }

@@ -1,12 +1,11 @@
 #include "probe/addresses.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <numeric>
 #include <optional>
 
 #include "host/plain_text.h"
+#include "link/words.h"
 #include "usage.h"
 
 namespace plendix {
@@ -18,12 +17,6 @@ constexpr unsigned prefix_with_broadcast = 30;
 
 [[noreturn]] void refuse(const std::string& word, const std::string& why) {
     throw UsageError('\'' + printable(word) + "' " + why);
-}
-
-std::optional<std::uint32_t> address_of(const std::string& text) {
-    in_addr host{};
-    if (inet_pton(AF_INET, text.c_str(), &host) != 1) return std::nullopt;
-    return ntohl(host.s_addr);
 }
 
 std::optional<unsigned> number_of(const std::string& text, unsigned most) {
@@ -41,6 +34,15 @@ std::vector<std::uint32_t> span(const std::string& word, std::uint32_t first, st
     std::vector<std::uint32_t> addresses(last - first + 1);
     std::iota(addresses.begin(), addresses.end(), first);
     return addresses;
+}
+
+/// A datagram there goes to nobody, or to many.
+void require_machines(const AskedFor& asked) {
+    constexpr std::uint32_t first = 1U << 24U, last = 0xDFFFFFFF;  // 0/8, and 224/4 and above
+    if (asked.addresses.front() < first)
+        refuse(asked.word, "has addresses of 0.0.0.0/8, which no machine has");
+    if (asked.addresses.back() > last)
+        refuse(asked.word, "has addresses from 224.0.0.0 on, which are those of groups or of nobody");
 }
 
 std::vector<std::uint32_t> network(const std::string& word, std::size_t slash) {
@@ -81,17 +83,11 @@ std::vector<AskedFor> parse_addresses(const std::vector<std::string>& words) {
     std::uint64_t count = 0;
     for (const std::string& word : words) {
         asked.push_back(parse(word));
+        require_machines(asked.back());
         count += asked.back().addresses.size();
         if (count > most_addresses) refuse(word, "makes them more than 65536 addresses");
     }
     return asked;
-}
-
-std::string dotted(std::uint32_t address) {
-    std::string text;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        text += (text.empty() ? "" : ".") + std::to_string(address >> shift & 255U);
-    return text;
 }
 
 }  // namespace plendix

@@ -15,9 +15,8 @@ struct AskedFor {
 };
 
 /// "10.0.0.7", "10.0.0.0/24" (without the network's own address and the broadcast address),
-/// "10.0.0.1-10.0.0.50", "10.0.0.1-50". At most 65536 addresses all together. Throws UsageError.
+/// "10.0.0.1-10.0.0.50", "10.0.0.1-50". At most 65536 addresses all together, all of
+/// single machines as far as the numbers tell. Throws UsageError.
 std::vector<AskedFor> parse_addresses(const std::vector<std::string>& words);
-
-std::string dotted(std::uint32_t address);
 
 }  // namespace plendix

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "host/answer_words.h"
+#include "link/words.h"
 #include "usage.h"
 
 namespace plendix {
@@ -26,7 +27,8 @@ std::string foreign_words(const Finding& finding) {
     if (told || answer.first.empty()) return words;
     link::Bytes first = answer.first;
     first.resize(std::min(first.size(), most_bytes_shown));
-    return words + ", begins " + hex_text(first) + " '" + plain_characters(first) + '\'';
+    return words + ", begins " + hex_text({first.data(), first.size()}) + " '" + plain_characters(first) +
+           '\'';
 }
 
 std::string refused_words(const Finding& finding) {
@@ -39,6 +41,7 @@ std::string refused_words(const Finding& finding) {
 
 std::string failed_words(int error) {
     if (error == EPERM) return "a firewall of this machine keeps us from it";
+    if (error == EACCES) return "a broadcast address: it is not asked";
     if (error == EMFILE || error == ENFILE)
         return "cannot be asked: no descriptor is left, raise 'ulimit -n'";
     return "cannot be asked: " + error_text(error);
@@ -107,21 +110,6 @@ std::string finding_words(const Finding& finding) {
             break;
     }
     return "a camera";
-}
-
-std::string hex_text(const link::Bytes& bytes, const char* separator) {
-    const char* const digits = "0123456789ABCDEF";
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        if (!text.empty()) text += separator;
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
-}
-
-std::string mac_text(const std::array<std::uint8_t, 6>& mac) {
-    return hex_text(link::Bytes(mac.begin(), mac.end()), "-");
 }
 
 }  // namespace plendix

@@ -16,10 +16,4 @@ bool is_nobody(What what);
 /// "no camera: our own request comes back: an echo service or a loop"; of a camera only "a camera".
 std::string finding_words(const Finding& finding);
 
-/// "00-11-22-33-44-55"
-std::string mac_text(const std::array<std::uint8_t, 6>& mac);
-
-/// "54 65", or without a separator "5465"
-std::string hex_text(const link::Bytes& bytes, const char* separator = " ");
-
 }  // namespace plendix

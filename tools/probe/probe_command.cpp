@@ -119,6 +119,7 @@ int check(const ProbeOptions& options, bool timeout_given) {
         throw UsageError("--check takes one address, not " + std::to_string(options.words.size()));
     CheckWish wish;
     wish.address = parse_address(options.words.front());
+    parse_addresses(options.words);  // refuses what no camera has
     if (timeout_given) wish.patience = wish_of(options).timeout;
     wish.relay = options.relay;
     wish.json = options.json;
@@ -167,7 +168,8 @@ void add_probe_command(CLI::App& app, std::function<int()>& chosen) {
     auto* check_flag = command->add_flag(
         "--check", options->check,
         "put the rules of the camera protocol to one camera, for those who build cameras: PASS, FAIL or SKIP "
-        "for each. It writes registers, restores them, and takes pictures; exit code 1 is a FAIL");
+        "for each. It writes registers, restores them except 79 and 25 (setup and trigger input, which the "
+        "driver writes at each connection), and takes pictures; exit code 1 is a FAIL");
     command->add_flag("--relay", options->relay, "with --check: switch the relay, too")->needs(check_flag);
     for (const char* other : {"--reads", "--write", "--all"})
         command->get_option(other)->excludes(check_flag);

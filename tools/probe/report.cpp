@@ -5,6 +5,7 @@
 #include <map>
 
 #include "host/plain_text.h"
+#include "link/words.h"
 #include "probe/addresses.h"
 #include "probe/finding_words.h"
 
@@ -116,7 +117,7 @@ public:
 
 private:
     void add(std::uint32_t address, const Finding& finding) {
-        const std::string name = dotted(address);
+        const std::string name = address_text(address);
         if (finding.what == What::camera) {
             cameras_.push_back(camera_line(name, finding));
         } else if (result_.named.count(address) > 0 ||

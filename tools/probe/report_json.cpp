@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/answer_words.h"
+#include "link/words.h"
 #include "probe/addresses.h"
 #include "probe/finding_words.h"
 #include "probe/report.h"
@@ -34,7 +35,7 @@ Json answer_json(const Finding& finding) {
     if (finding.what != What::foreign) return {};
     return {{"words", answer_words(finding.answer)},
             {"size_bytes", finding.answer.size},
-            {"first_bytes_hex", hex_text(finding.answer.first, "")}};
+            {"first_bytes_hex", hex_text({finding.answer.first.data(), finding.answer.first.size()}, "")}};
 }
 
 Json zones_json(std::optional<PictureSize> sensor) {
@@ -61,7 +62,7 @@ Json finding_json(std::uint32_t address, const Finding& finding) {
     const auto sensor = finding.sensor();
     const auto model = finding.value(register_model);
     const bool knows_codec = finding.what == What::camera && model.has_value();
-    Json object{{"address", dotted(address)},
+    Json object{{"address", address_text(address)},
                 {"found", what_name(finding.what)},
                 {"words", finding_words(finding)},
                 {"system_error", finding.error == 0 ? Json() : Json(error_text(finding.error))},
