@@ -24,6 +24,11 @@
 #include "record/record_command.h"
 #include "record/search_command.h"
 #include "usage.h"
+#ifdef PLENDIX_SERVE
+#include "demo/serve_demo.h"
+#include "http/password_command.h"
+#include "serve/serve_command.h"
+#endif
 
 namespace {
 
@@ -74,6 +79,10 @@ int run(int argc, char** argv) {
     plendix::add_decode_command(app, chosen);
     plendix::add_replay_command(app, chosen);
     plendix::add_camera_command(app, chosen);
+#ifdef PLENDIX_SERVE
+    plendix::add_password_command(app, chosen);
+    plendix::add_serve_command(app, chosen, plendix::serve_demo_cameras);
+#endif
     require_known_commands(app, argc, argv);
     try {
         app.parse(argc, argv);

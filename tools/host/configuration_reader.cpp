@@ -55,7 +55,10 @@ ReportedCamera read_camera(const TiXmlElement& device) {
     camera.serial = word_of(&device, "Serial");
     camera.sensor_read = below(&device, {"Codec", "Resolution"}) != nullptr;
     read_video(below(&device, {"Video", "Input"}), camera.settings);
-    read_stream(below(&device, {"Codec", "Encoder", "Channel"}), camera.settings);
+    const TiXmlElement* channel = below(&device, {"Codec", "Encoder", "Channel"});
+    read_stream(channel, camera.settings);
+    camera.zone_width = read_side(channel, "MaskWidth");
+    camera.zone_height = read_side(channel, "MaskHeight");
     read_terminals(below(&device, {"Trigger"}), camera.settings);
     return camera;
 }

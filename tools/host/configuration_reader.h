@@ -18,6 +18,8 @@ struct ReportedCamera {
     int firmware = 0;
     std::string serial;        // "02-50-4C-2C-01-01", zeros until the first picture
     bool sensor_read = false;  // the codec, size and rate are those that come
+    int zone_width = 0;        // edges of a motion zone in delivered pixels; 0: not known
+    int zone_height = 0;
 };
 
 /// Nothing when the document is no complete configuration.

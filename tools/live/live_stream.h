@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "host/frame.h"
+#include "live/frame_parts.h"
 #include "live/live_writer.h"
 
 namespace plendix {
@@ -19,23 +19,20 @@ public:
     const Pieces& take(const Frame& frame);
 
     /// Of the picture taken last; not usable before the first.
-    const PictureFormat& format() const { return format_; }
-    std::uint64_t unreadable() const { return unreadable_; }
+    const PictureFormat& format() const { return parts_.format(); }
+    std::uint64_t unreadable() const { return parts_.unreadable(); }
     const char* media_type() const { return writer_->media_type(); }
 
 private:
-    bool take_apart(const Frame& frame, PictureFormat& format);
-    void begin(const PictureFormat& format, const Frame& frame);
+    void begin(const Frame& frame);
 
     const StreamFormat kind_;
     std::unique_ptr<LiveWriter> writer_;
-    PictureFormat format_;
+    FrameParts parts_;
     bool started_ = false;
-    bool needs_key_ = true;
+    FrameCodec codec_ = FrameCodec::jpeg;
     std::int64_t start_ms_ = 0;  // arrival of the first picture
     std::int64_t last_ms_ = -1;  // since then
-    std::uint64_t unreadable_ = 0;
-    H264Frame parts_;  // kept for its memory
 };
 
 }  // namespace plendix

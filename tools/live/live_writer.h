@@ -9,11 +9,11 @@
 
 namespace plendix {
 
-enum class StreamFormat { matroska, mpeg_ts, jpeg_parts };
+enum class StreamFormat { matroska, mpeg_ts, jpeg_parts, mp4 };
 
-/// "mkv", "ts", "mjpeg". Throws UsageError, which names the value.
+/// "mkv", "ts", "mjpeg", "mp4". Throws UsageError, which names the value.
 StreamFormat parse_stream_format(const std::string& text);
-/// "Matroska", "MPEG-TS", "multipart JPEG"
+/// "Matroska", "MPEG-TS", "multipart JPEG", "MP4"
 const char* format_name(StreamFormat format);
 /// Whether it has pictures of this codec.
 bool carries(StreamFormat format, FrameCodec codec);

@@ -241,7 +241,7 @@ RecordOptions read_options(const ConfigTable& root) {
 
 RecorderConfig read_config(const std::filesystem::path& file) {
     const ConfigTable root = ConfigTable::read(file);
-    RecorderConfig config{read_options(root), read_cameras(root)};
+    RecorderConfig config{read_options(root), root.table("record").has_value(), read_cameras(root)};
     root.finish();
     if (config.cameras.empty()) {
         throw UsageError(file.string() + ": no camera: each has a [[camera]] with its address");

@@ -13,6 +13,7 @@ namespace plendix {
 
 struct RecorderConfig {
     RecordOptions options;
+    bool records = false;                 // it says how: it has a [record] table
     std::vector<CameraSettings> cameras;  // at least one, in order of number
 };
 

@@ -31,6 +31,11 @@ bool MovieFile::read(AVPacket& packet) {
     }
 }
 
+bool MovieFile::seek(std::int64_t time_ms) {
+    const std::int64_t time = av_rescale_q(time_ms, {1, 1000}, stream_->time_base);
+    return av_seek_frame(context_.get(), stream_->index, time, AVSEEK_FLAG_BACKWARD) >= 0;
+}
+
 bool MovieFile::seek_end() {
     constexpr std::int64_t far_away = std::numeric_limits<std::int64_t>::max();
     return av_seek_frame(context_.get(), stream_->index, far_away, AVSEEK_FLAG_BACKWARD) >= 0;

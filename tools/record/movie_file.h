@@ -15,6 +15,8 @@ public:
 
     /// The next video packet; false at the end. Throws Failure when the file is damaged.
     bool read(AVPacket& packet);
+    /// Goes on with the key frame at or before this time in the file; false where it cannot.
+    bool seek(std::int64_t time_ms);
     /// Goes on with the last key frame that the file's index knows; false where it cannot.
     bool seek_end();
     /// A decoder that refuses what it would otherwise repair silently.

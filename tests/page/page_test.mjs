@@ -1,0 +1,321 @@
+// The page in a real browser: against `plendix serve` and simulated cameras where PLENDIX names the command,
+// else against the mock server. PAGE_SECONDS: how long memory is watched.
+import assert from "node:assert/strict";
+import {readFileSync} from "node:fs";
+import {createRequire} from "node:module";
+import {after, before, test} from "node:test";
+import {memory, memoryOf, moves, openPage, startBrowser, until} from "./browser.mjs";
+import {startMock} from "./mock_bench.mjs";
+import {startServe} from "./serve_bench.mjs";
+
+const real = Boolean(process.env.PLENDIX);
+const start = real ? startServe : startMock;
+const axe = readFileSync(createRequire(import.meta.url).resolve("axe-core/axe.min.js"), "utf8");
+let bench;
+let browser;
+
+before(async () => {
+    [bench, browser] = await Promise.all([start(), startBrowser()]);
+});
+after(async () => {
+    await browser?.close();
+    await bench?.stop();
+});
+
+const tile = (page, number) => page.locator(`.tile[data-number="${number}"]`);
+const cameraOf = async (number) => (await fetch(`${bench.base}api/cameras/${number}`)).json();
+const quiet = (page) => assert.deepEqual(page.complaints, []);
+const lineOf = (page, field) => page.locator(`#setting-${field}-standing`);
+
+/// No finding of these weights, in both colour schemes.
+async function accessible(page, view) {
+    for (const colorScheme of ["light", "dark"]) {
+        await page.emulateMedia({colorScheme, reducedMotion: "reduce"});
+        await page.evaluate(`if (!window.axe) { ${axe} }`);
+        const {violations} = await page.evaluate(() => window.axe.run());
+        const grave = violations.filter(({impact}) => ["serious", "critical"].includes(impact));
+        assert.deepEqual(
+            grave.map(
+                ({id, nodes}) => `${view} ${colorScheme} ${id} ${nodes[0].html} ${nodes[0].failureSummary}`
+            ),
+            []
+        );
+    }
+}
+
+test("the wall shows what is live, dims what is not, and is steered by keys", async () => {
+    const page = await openPage(browser, bench.base);
+    await Promise.all([1, 2].map((number) => moves(tile(page, number).locator(".shot"))));
+    assert.match(await tile(page, 3).textContent(), /<script>alert\(1\)<\/script>/);
+    await accessible(page, "wall");
+
+    await bench.silence(1);
+    const begun = Date.now();
+    await until(
+        "a dimmed tile",
+        () => tile(page, 1).evaluate((element) => element.classList.contains("old")),
+        3000
+    );
+    assert.match(await tile(page, 1).locator(".notice").textContent(), /No picture for|last picture/);
+    await until("the state in words", async () =>
+        /^Silent/.test(await tile(page, 1).locator(".notice").textContent())
+    );
+    await page.locator("#live", {hasText: "Gate: Silent"}).waitFor();
+    await bench.speak();
+    await until("a live tile again", () =>
+        tile(page, 1).evaluate((element) => !element.classList.contains("old"))
+    );
+    await moves(tile(page, 1).locator(".shot"));
+    assert.ok(Date.now() - begun > 2000);
+
+    await tile(page, 1).focus();
+    await page.keyboard.press("ArrowRight");
+    await page.keyboard.press("Enter");
+    await page.getByRole("heading", {name: /^2 Yard/}).waitFor();
+    await page.keyboard.press("Escape");
+    await until("the focus on the tile it came from", () =>
+        tile(page, 2).evaluate((element) => element === document.activeElement)
+    );
+    await page.getByLabel("Find").fill("script");
+    await until("one tile", async () => (await page.locator(".tile").count()) === 1);
+    quiet(page);
+    await page.close();
+});
+
+test("a camera is seen at its full rate in both codecs, and lost fragments are overcome", async () => {
+    for (const [number, kind] of [
+        [1, "canvas"],
+        [2, "video"]
+    ]) {
+        const page = await openPage(browser, `${bench.base}#/camera/${number}`);
+        const picture = page.locator(`.frame > ${kind}.shot`);
+        await moves(picture, 10);
+        const shown = () => page.locator(".stage").evaluate((stage) => Number(stage.dataset.shown));
+        const first = await shown();
+        await until("60 pictures more", async () => (await shown()) > first + 60, 10000);
+        await until("zones over it", () =>
+            page.locator(".frame > .overlay").evaluate(
+                (overlay) =>
+                    overlay.width > 0 &&
+                    overlay
+                        .getContext("2d")
+                        .getImageData(0, 0, overlay.width, overlay.height)
+                        .data.some((byte) => byte > 0)
+            )
+        );
+        if (kind === "video") {
+            await until("less than 0.3 s behind", () =>
+                picture.evaluate((video) => Math.abs(video.dataset.behindMs) < 300)
+            );
+            await bench.lose?.(7);
+            const before = await shown();
+            await until("pictures behind the gap", async () => (await shown()) > before + 40, 10000);
+            await until("at the edge again", () =>
+                picture.evaluate((video) => Math.abs(video.dataset.behindMs) < 300)
+            );
+        }
+        await accessible(page, kind);
+        quiet(page);
+        await page.close();
+    }
+});
+
+test("settings are sent, pending until reported, and what the camera has otherwise is told", async () => {
+    const page = await openPage(browser, `${bench.base}#/camera/1`, {expected: /400 \(Bad Request\)/});
+    await moves(page.locator(".frame > .shot"), 2);
+    await page.getByRole("button", {name: "Mask", exact: true}).click();
+    const zone = (row, column) =>
+        page.getByRole("checkbox", {name: `Row ${row}, column ${column}`, exact: true});
+    const [from, to] = [await zone(1, 1).boundingBox(), await zone(2, 3).boundingBox()];
+    await page.mouse.move(from.x + 20, from.y + 20);
+    await page.mouse.down();
+    await page.mouse.move(to.x + 20, from.y + 20, {steps: 12});
+    await page.mouse.move(to.x + 20, to.y + 20, {steps: 6});
+    await page.mouse.up();
+    await page.keyboard.press("ArrowDown");
+    await page.keyboard.press("Space");
+    await accessible(page, "mask");
+    await page.getByRole("button", {name: "Apply"}).click();
+    const painted = ["...#####", ".#.#####", ...Array(6).fill("########")];
+    await until(
+        "the mask as painted",
+        async () => JSON.stringify((await cameraOf(1)).reported.mask) === JSON.stringify(painted)
+    );
+    await page.keyboard.press("Escape");
+
+    await page.getByRole("button", {name: "Crop", exact: true}).click();
+    for (let i = 0; i < 20; ++i) await page.keyboard.press("Shift+ArrowLeft");
+    await page.keyboard.press("ArrowRight");
+    await page.getByRole("button", {name: "Apply"}).click();
+    await until("the crop as drawn", async () => {
+        const {left, width} = (await cameraOf(1)).reported.crop;
+        return left === 100 && width === 8000;
+    });
+    await accessible(page, "crop");
+    await page.keyboard.press("Escape");
+
+    await page.getByLabel("Saturation", {exact: true}).fill("60");
+    await page.keyboard.press("Tab");
+    await until("pending", async () => /not reported/.test(await lineOf(page, "saturation").textContent()));
+    await until("what the camera has", async () =>
+        /has 57/.test(await lineOf(page, "saturation").textContent())
+    );
+    await page.getByLabel("Name", {exact: true}).fill("<b>Gate</b>");
+    await page.keyboard.press("Tab");
+    await page.getByRole("heading", {name: "1 <b>Gate</b>"}).waitFor();
+    await page.getByLabel("Pictures a second").evaluate((input) => {
+        input.removeAttribute("max");
+    });
+    await page.getByLabel("Pictures a second").fill("99");
+    await page.keyboard.press("Tab");
+    await until("the server's refusal", async () => /rate 99/.test(await lineOf(page, "rate").textContent()));
+
+    await page.getByRole("button", {name: "Relay on for these seconds"}).click();
+    await page.locator(".head .chip.relay").waitFor();
+    await page.locator(".head .chip.relay").waitFor({state: "hidden"});
+    await page.getByRole("button", {name: "Recording mark on"}).click();
+    await page.locator(".head .chip.recording").waitFor();
+    await page.getByRole("button", {name: "Recording mark off"}).click();
+    const {crop} = (await cameraOf(1)).settings;
+    await fetch(`${bench.base}api/cameras/1`, {
+        method: "PATCH",
+        headers: {"X-Plendix": "1"},
+        body: JSON.stringify({crop: {left: 0, top: 0, width: 1, height: 1}})
+    }); // leaves no picture
+    await page.getByRole("button", {name: "Take the change back"}).click({timeout: 40000});
+    await until(
+        "what was before",
+        async () => JSON.stringify((await cameraOf(1)).settings.crop) === JSON.stringify(crop)
+    );
+    await moves(page.locator(".frame > .shot"), 3);
+    quiet(page);
+    await page.close();
+});
+
+test("health and recordings are there, and fit any width", async () => {
+    const page = await openPage(browser, `${bench.base}#/health`);
+    await page.locator("tbody tr").nth(3).waitFor();
+    await page.getByRole("button", {name: "Camera", exact: true}).click();
+    assert.match(await page.locator("tbody tr").first().textContent(), /^1 /);
+    await page.locator(".plot").first().waitFor();
+    await page.locator(".log li").first().waitFor();
+    await accessible(page, "health");
+
+    await page.getByRole("link", {name: "Recordings"}).click();
+    const line = page.getByRole("slider", {name: /^Recording of 1/});
+    await page.locator(".timerow").first().locator("small", {hasText: "MB"}).waitFor();
+    await line.focus();
+    await page.keyboard.press("End");
+    for (let i = 0; i < (real ? 1 : 60); ++i) await page.keyboard.press("ArrowLeft");
+    const mark = page.getByRole("button", {name: "Mark begin"});
+    await page.keyboard.press("Enter");
+    await moves(page.locator(".frame > .shot"));
+    await page.getByRole("button", {name: "Pause"}).click();
+    await mark.click();
+    assert.match(
+        await page.getByRole("link", {name: /^Export/}).getAttribute("href"),
+        /^\/api\/recordings\/1\/export\?from=2/
+    );
+    await page.getByRole("button", {name: "Search zones"}).click();
+    await page.keyboard.press("Shift+ArrowRight");
+    const asked = page.waitForRequest(/search\?zones=0-0%2C0-1&/);
+    await page.getByRole("button", {name: "Search", exact: true}).click();
+    await asked;
+    await page.getByText(/found$|Nothing moved/).waitFor();
+    await accessible(page, "recordings");
+
+    for (const [width, height] of [
+        [360, 640],
+        [3840, 2160]
+    ]) {
+        await page.setViewportSize({width, height});
+        for (const view of ["#/", "#/camera/1", "#/health", "#/recordings"]) {
+            await page.evaluate((hash) => {
+                location.hash = hash;
+            }, view);
+            const overflow = () => page.evaluate(() => document.documentElement.scrollWidth - innerWidth);
+            await until(
+                `no scrolling to the side at ${width} in ${view}`,
+                async () => (await overflow()) <= 0,
+                3000
+            );
+        }
+    }
+    quiet(page);
+    await page.close();
+});
+
+test("a reload and a server that restarts cost no more than the time they take", async () => {
+    const page = await openPage(browser, bench.base, {expected: /Failed to load resource|ERR_/});
+    await moves(tile(page, 1).locator(".shot"));
+    await page.reload();
+    await moves(tile(page, 1).locator(".shot"));
+    await bench.restart();
+    await page.locator("#banner").getByText("connection to the server is lost").waitFor();
+    await until("no live picture", () =>
+        tile(page, 1).evaluate((element) => element.classList.contains("old"))
+    );
+    await page.locator("#banner").waitFor({state: "hidden"});
+    await moves(tile(page, 1).locator(".shot"));
+    await page.close();
+});
+
+test(
+    "a wall of 255 cameras takes pictures of the tiles seen, and no memory that grows",
+    {timeout: 300000},
+    async () => {
+        const many = await start({cameras: 255});
+        try {
+            const page = await openPage(browser, many.base);
+            await until("filled tiles", async () => (await page.locator(".tile[data-shown]").count()) > 20);
+            assert.ok(
+                (await page.locator(".tile[data-shown]").count()) < 200,
+                "tiles out of sight are left alone"
+            );
+            await page.mouse.wheel(0, 100000);
+            await page.locator(".tile[data-number='255'][data-shown]").waitFor();
+            const taken = async () => ({...(await memory(page)), server: memoryOf(many.pid)});
+            const begun = await taken();
+            await page.waitForTimeout(1000 * Number(process.env.PAGE_SECONDS ?? 15));
+            const now = await taken();
+            for (const [part, most] of [
+                ["scripts", 3],
+                ["pictures", 80],
+                ["server", real ? 16 : Infinity]
+            ]) {
+                assert.ok(
+                    now[part] - begun[part] < most * 1e6,
+                    `${part}: from ${begun[part]} to ${now[part]} bytes`
+                );
+            }
+            quiet(page);
+            await page.close();
+        } finally {
+            await many.stop();
+        }
+    }
+);
+
+test("who has to log in is asked, also when the session ends in the middle", {skip: real}, async () => {
+    const guarded = await startMock({login: true});
+    try {
+        const page = await openPage(browser, guarded.base, {expected: /40[13]/});
+        await fetch(`${guarded.base}api/logout`, {method: "POST", headers: {"X-Plendix": "1"}});
+        await page.reload();
+        await page.getByLabel("Name", {exact: true}).fill("anna");
+        await page.getByLabel(/^Password/).fill("wrong");
+        await page.keyboard.press("Enter");
+        await page.getByText("Not logged in: wrong name or password").waitFor();
+        await accessible(page, "login");
+        await page.getByLabel(/^Password/).fill("right");
+        await page.keyboard.press("Enter");
+        await moves(tile(page, 1).locator(".shot"), 2);
+        await fetch(`${guarded.base}api/logout`, {method: "POST", headers: {"X-Plendix": "1"}});
+        await page.getByRole("link", {name: /^1 Gate/}).click();
+        await page.getByRole("heading", {name: "Log in"}).waitFor();
+        quiet(page);
+        await page.close();
+    } finally {
+        guarded.stop();
+    }
+});

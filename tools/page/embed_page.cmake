@@ -1,0 +1,30 @@
+# Makes a C++ source of the page's files: their bytes, types and entity tags, as page_table.h has them.
+# cmake -DOUTPUT=page_table.cpp -DFOLDER=tools/page -DFILES=index.html,app.js -P embed_page.cmake
+set(type_html "text/html; charset=utf-8")
+set(type_css "text/css; charset=utf-8")
+set(type_js "text/javascript; charset=utf-8")
+set(type_svg "image/svg+xml")
+
+string(REPLACE "," ";" files "${FILES}")
+set(arrays "")
+set(rows "")
+set(count 0)
+foreach(name IN LISTS files)
+  string(REGEX MATCH "[a-z]+$" ending ${name})
+  if(NOT DEFINED type_${ending})
+    message(FATAL_ERROR "${name}: no media type is known for '.${ending}'")
+  endif()
+  file(READ ${FOLDER}/${name} hex HEX)
+  file(SHA256 ${FOLDER}/${name} digest)
+  string(SUBSTRING ${digest} 0 16 tag)
+  string(LENGTH "${hex}" digits)
+  math(EXPR size "${digits} / 2")
+  string(REGEX REPLACE "(................................)" "\\1\n" hex "${hex}")
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "'\\\\x\\1'," bytes "${hex}")
+  string(APPEND arrays "const char file_${count}[] = {\n${bytes}'\\0'};\n")
+  string(APPEND rows "    {\"/${name}\", \"${type_${ending}}\", \"\\\"${tag}\\\"\", {file_${count}, ${size}}},\n")
+  math(EXPR count "${count} + 1")
+endforeach()
+file(WRITE ${OUTPUT} "// Made by embed_page.cmake.\n#include \"page/page_table.h\"\n\nnamespace plendix {\nnamespace {\n\n"
+  "${arrays}\n}  // namespace\n\nconst PageFile page_table[] = {\n${rows}};\n"
+  "const std::size_t page_table_size = ${count};\n\n}  // namespace plendix\n")

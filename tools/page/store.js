@@ -1,0 +1,108 @@
+// What the server said of its cameras last, and the events of the last minutes. One for the whole page.
+import {get} from "./api.js";
+import {EventFeed} from "./events.js";
+
+const keptEvents = 4000;
+const keptFor = 15 * 60000; // ms
+const marks = new Set(["state", "motion", "trigger", "relay", "recording", "connection", "storage", "clock"]);
+
+/// Dispatches "cameras" (detail: Set of numbers), "event" (detail: the driver's event) and "connection".
+class CameraStore extends EventTarget {
+    constructor() {
+        super();
+        this.cameras = new Map();
+        this.events = []; // oldest first
+        this.connected = false;
+        this.known = false; // the cameras were told at least once
+        this.version = null;
+        this.clockAhead = 0; // ms that the server's clock is ahead of ours
+        this.feed = new EventFeed("/api/events");
+        this.feed.addEventListener("open", () => this.load());
+        this.feed.addEventListener("lost", () => this.setConnected(false));
+        this.feed.addEventListener("message", ({detail}) => this.take(detail.kind, detail.data));
+    }
+
+    get running() {
+        return this.feed.ending !== null;
+    }
+
+    start() {
+        this.feed.start();
+    }
+
+    stop() {
+        this.feed.stop();
+        this.setConnected(false);
+    }
+
+    now() {
+        return Date.now() + this.clockAhead;
+    }
+
+    list() {
+        return [...this.cameras.values()].sort((a, b) => a.number - b.number);
+    }
+
+    setConnected(connected) {
+        if (this.connected === connected) return;
+        this.connected = connected;
+        this.dispatchEvent(new Event("connection"));
+    }
+
+    /// The whole list: at each connection, and when a camera was removed.
+    async load() {
+        try {
+            const {time, version, cameras} = await get("/api/cameras");
+            this.clockAhead = Date.parse(time) - Date.now();
+            this.version = version ?? null;
+            this.known = true;
+            const gone = new Set(this.cameras.keys());
+            for (const camera of cameras) gone.delete(camera.number);
+            for (const number of gone) this.cameras.delete(number);
+            this.merge(cameras, gone);
+            this.setConnected(this.running);
+        } catch {
+            this.setConnected(false); // the feed tries again
+        }
+    }
+
+    merge(cameras, changed = new Set()) {
+        const heard = performance.now();
+        for (const camera of cameras) {
+            this.cameras.set(camera.number, {...this.cameras.get(camera.number), ...camera, heard});
+            changed.add(camera.number);
+        }
+        this.dispatchEvent(new CustomEvent("cameras", {detail: changed}));
+    }
+
+    take(kind, data) {
+        if (kind === "cameras") return this.merge(data.cameras);
+        if (kind === "gap" || data.values?.removed) this.load();
+        if (marks.has(kind)) this.keep({...data, kind, at: Date.parse(data.time)});
+        this.dispatchEvent(new CustomEvent("event", {detail: {...data, kind}}));
+    }
+
+    keep(event) {
+        this.events.push(event);
+        const oldest = this.now() - keptFor;
+        let stale = Math.max(0, this.events.length - keptEvents);
+        while (stale < this.events.length && this.events[stale].at < oldest) ++stale;
+        this.events.splice(0, stale);
+    }
+
+    eventsOf(number) {
+        return this.events.filter((event) => event.camera === number);
+    }
+}
+
+export const store = new CameraStore();
+
+/// Milliseconds between two pictures of this camera.
+export function intervalOf(camera) {
+    return camera?.rate > 0 ? 1000 / camera.rate : 1000;
+}
+
+/// A picture older than this is shown as an old one: two of its intervals, at least 2 s.
+export function patienceOf(interval) {
+    return Math.max(2000, 2 * interval);
+}

@@ -1,0 +1,92 @@
+#include "serve/live_hub.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace plendix {
+namespace {
+
+// Dealing out takes microseconds: only a machine that stands still lets so much gather.
+constexpr std::size_t most_waiting_bytes = 256U << 20U;
+
+}  // namespace
+
+LiveHub::LiveHub() : thread_([this] { run(); }) {}
+
+LiveHub::~LiveHub() {
+    finish();
+    thread_.join();
+}
+
+void LiveHub::push(const FramePointer& frame) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Place& here = place(frame->camera);
+    here.newest = frame;
+    if (frame->key) here.newest_key = frame;
+    if (here.viewers.empty() || (here.gap && !frame->key)) return;
+    here.gap = waiting_bytes_ > most_waiting_bytes;
+    if (here.gap) return;
+    waiting_bytes_ += frame->data.size();
+    waiting_.push_back(frame);
+    if (waiting_.size() == 1) filled_.notify_one();
+}
+
+void LiveHub::finish() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    finished_ = true;
+    filled_.notify_one();
+}
+
+FramePointer LiveHub::newest(int camera) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return place(camera).newest;
+}
+
+FramePointer LiveHub::newest_key(int camera) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return place(camera).newest_key;
+}
+
+void LiveHub::follow(int camera, const std::shared_ptr<Viewer>& viewer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    place(camera).viewers.push_back(viewer);
+}
+
+std::size_t LiveHub::viewers(int camera) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto& viewers = place(camera).viewers;
+    return static_cast<std::size_t>(
+        std::count_if(viewers.begin(), viewers.end(), [](const auto& viewer) { return !viewer.expired(); }));
+}
+
+void LiveHub::run() {
+    for (;;) {
+        std::deque<FramePointer> frames;
+        {
+            std::unique_lock<std::mutex> lock(mutex_);
+            filled_.wait(lock, [this] { return finished_ || !waiting_.empty(); });
+            if (waiting_.empty()) return;
+            frames.swap(waiting_);
+            waiting_bytes_ = 0;
+        }
+        for (const FramePointer& frame : frames)
+            deal_out(frame);
+    }
+}
+
+/// Viewers are woken without the lock: the plug-in's thread does not wait for them.
+void LiveHub::deal_out(const FramePointer& frame) {
+    std::vector<std::shared_ptr<Viewer>> watching;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        auto& viewers = place(frame->camera).viewers;
+        watching.reserve(viewers.size());
+        for (const auto& viewer : viewers)
+            if (auto here = viewer.lock()) watching.push_back(std::move(here));
+        if (watching.size() < viewers.size()) viewers.assign(watching.begin(), watching.end());
+    }
+    for (const auto& viewer : watching)
+        viewer->offer(frame);
+}
+
+}  // namespace plendix

@@ -1,0 +1,157 @@
+// Recordings: what there is, playing, clips.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "host/clocks.h"
+#include "host/descriptor.h"
+#include "host/event_json.h"
+#include "http/http_error.h"
+#include "record/clip_export.h"
+#include "record/clock_text.h"
+#include "serve/house.h"
+#include "serve/live_responses.h"
+#include "serve/playback.h"
+#include "serve/routes.h"
+#include "usage.h"
+
+namespace plendix {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::int64_t longest_clip_ms = 3'600'000;
+
+/// A moment as the page writes it, "2026-11-23T14:00:05.250Z"; `otherwise` where it is not given.
+std::int64_t moment(const Request& request, const char* name, std::int64_t otherwise) {
+    const auto text = request.asked(name);
+    return text ? parse_moment(name, *text, true, DayMeans::its_end) : otherwise;
+}
+
+struct Span {
+    std::int64_t from_ms, to_ms;
+};
+
+Span span_of(const Request& request) {
+    const std::int64_t to_ms = moment(request, "to", utc_ms());
+    const Span span{moment(request, "from", to_ms - 86'400'000), to_ms};
+    if (span.from_ms >= span.to_ms) throw UsageError("to is not after from");
+    return span;
+}
+
+ordered_json spans_json(const std::vector<MotionSpan>& spans) {
+    ordered_json json = ordered_json::array();
+    for (const MotionSpan& span : spans)
+        json.push_back({{"begin", utc_text(span.first_ms)}, {"end", utc_text(span.last_ms)}});
+    return json;
+}
+
+Response overview(const Request& request, const RecordingIndex& index) {
+    const int camera = request.number("camera");
+    const Span span = span_of(request);
+    ordered_json segments = ordered_json::array();
+    for (const RecordedSegment& segment : index.segments(camera, span.from_ms, span.to_ms))
+        segments.push_back({{"begin", utc_text(segment.begin_ms)},
+                            {"end", utc_text(segment.end_ms)},
+                            {"bytes", segment.bytes},
+                            {"codec", segment.codec == FrameCodec::jpeg ? "jpeg" : "h264"}});
+    const auto motion = index.motion(camera, span.from_ms, span.to_ms, parse_zones({}));
+    return json_response({{"segments", segments}, {"motion", spans_json(motion)}});
+}
+
+Response search(const Request& request, const RecordingIndex& index) {
+    const auto zones = request.asked("zones");
+    const Span span = span_of(request);
+    const auto found = index.motion(request.number("camera"), span.from_ms, span.to_ms,
+                                    parse_zones(zones ? std::vector{*zones} : std::vector<std::string>()));
+    return json_response({{"spans", spans_json(found)}});
+}
+
+double speed_of(const Request& request) {
+    const auto text = request.asked("speed");
+    if (!text) return 1;
+    char* end = nullptr;
+    const double speed = std::strtod(text->c_str(), &end);
+    if (end != text->c_str() + text->size() || !(speed >= 0.1 && speed <= 16))
+        throw UsageError("speed: give a number from 0.1 to 16");
+    return speed;
+}
+
+Response play(const Request& request, const std::shared_ptr<const RecordingIndex>& index) {
+    const auto viewer = std::make_shared<Viewer>(Viewer::Limits());
+    const auto stream = std::make_shared<PageResponse>(viewer);
+    viewer->on_arrival([weak = std::weak_ptr<Stream>(stream)] {
+        if (const auto here = weak.lock()) here->wake();
+    });
+    if (!play_recording(index, request.number("camera"), moment(request, "from", utc_ms()), speed_of(request),
+                        viewer))
+        throw HttpError(503, "too many recordings are being played: close one of them");
+    return stream_response("application/octet-stream", stream).with("Cache-Control", "no-store");
+}
+
+/// A file that has no name any more: it goes with the response.
+class FileResponse : public Stream {
+public:
+    explicit FileResponse(Descriptor file) : file_(std::move(file)) {}
+
+    StreamRead read(std::uint8_t* to, std::size_t size) override {
+        const ssize_t length = ::read(file_.get(), to, size);
+        if (length <= 0) return {StreamRead::State::end, 0};
+        return {StreamRead::State::bytes, static_cast<std::size_t>(length)};
+    }
+
+private:
+    Descriptor file_;
+};
+
+Response clip(const Request& request, const RecordingIndex& index) {
+    static std::atomic<unsigned> number{0};
+    const Span span = span_of(request);
+    if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
+    ClipPlan plan;
+    plan.folder = index.folder();
+    plan.camera = request.number("camera");
+    plan.from_ms = span.from_ms;
+    plan.to_ms = span.to_ms;
+    plan.output =
+        index.folder() / (".clip-" + std::to_string(getpid()) + '-' + std::to_string(++number) + ".mkv");
+    plan.utc = true;
+    try {
+        export_clip(plan, [] { return false; });
+    } catch (const Failure& failure) {
+        throw HttpError(409, failure.what());
+    }
+    Descriptor file(::open(plan.output.c_str(), O_RDONLY | O_CLOEXEC));
+    ::unlink(plan.output.c_str());
+    if (!file) throw HttpError(500, "the clip cannot be read");
+    const std::string name =
+        "camera-" + std::to_string(plan.camera) + '-' + utc_text(span.from_ms).substr(0, 10);
+    return stream_response("video/x-matroska", std::make_shared<FileResponse>(std::move(file)))
+        .with("Content-Disposition", "attachment; filename=\"" + name + ".mkv\"");
+}
+
+}  // namespace
+
+void add_record_routes(Router& router, House& house) {
+    const auto index = std::make_shared<const RecordingIndex>(house.recordings());
+    const auto add = [&router, &house](const char* path, Lane lane, auto handle) {
+        router.add("GET", std::string("/api/recordings/{camera}") + path,
+                   [&house, handle](const Request& request) {
+                       camera_of(request, house);
+                       return handle(request);
+                   },
+                   {false, lane});
+    };
+    add("", Lane::worker, [index](const Request& request) { return overview(request, *index); });
+    add("/search", Lane::worker, [index](const Request& request) { return search(request, *index); });
+    add("/play", Lane::server, [index](const Request& request) { return play(request, index); });
+    add("/export", Lane::worker, [index](const Request& request) {
+        if (index->folder().empty()) throw HttpError(404, "nothing is recorded here");
+        return clip(request, *index);
+    });
+}
+
+}  // namespace plendix

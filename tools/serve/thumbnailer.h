@@ -1,0 +1,102 @@
+// Thumbnails for those who look at a wall of cameras: of the tiles they see, within a share of a processor.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "serve/live_hub.h"
+
+namespace plendix {
+
+/// One picture on its way to walls; they share it.
+struct WallPicture {
+    FramePointer frame;  // of which it was made
+    Bytes jpeg;
+    int width = 0, height = 0;
+};
+using WallPicturePointer = std::shared_ptr<const WallPicture>;
+
+/// One viewer's wall. At most one picture of each camera waits for him: newer ones take its place.
+class Wall {
+public:
+    struct View {
+        std::set<int> visible;
+        int width = 320;  // pixels
+        double rate = 5;  // pictures a second of each camera
+    };
+
+    /// Any thread.
+    void look_at(View view);
+    View view() const;
+    /// Called by the thread that brings something where nothing was.
+    void on_arrival(std::function<void()> wake);
+    void offer(const WallPicturePointer& picture);
+    /// Whether this picture was offered already.
+    bool knows(const Frame& frame) const;
+    /// Null when nothing is there.
+    WallPicturePointer take();
+
+private:
+    mutable std::mutex mutex_;
+    // Guarded by mutex_:
+    View view_;
+    std::map<int, std::int64_t> offered_;  // arrival of the last one, by camera
+    std::function<void()> wake_;
+    std::map<int, WallPicturePointer> waiting_;
+    std::deque<int> order_;  // of what waits
+};
+
+/// One thread of its own, which sleeps while nobody looks.
+class Thumbnailer {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// `share` of one processor, 0.01 to 1 and more for several.
+    Thumbnailer(const LiveHub& hub, double share);
+    ~Thumbnailer();
+    Thumbnailer(const Thumbnailer&) = delete;
+    Thumbnailer& operator=(const Thumbnailer&) = delete;
+
+    /// Brings the wall pictures until it is gone.
+    void serve(const std::shared_ptr<Wall>& wall);
+
+private:
+    using Key = std::pair<int, int>;  // camera, width
+    struct Made {
+        WallPicturePointer picture;
+        Clock::time_point time{};
+    };
+    struct Want {
+        Key key;
+        FramePointer frame;
+        Clock::time_point last{};
+        std::vector<std::shared_ptr<Wall>> walls;
+    };
+
+    void run();
+    std::vector<std::shared_ptr<Wall>> walls();
+    std::vector<Want> wants(const std::vector<std::shared_ptr<Wall>>& walls, Clock::time_point now);
+    Clock::duration make(const Want& want);
+
+    const LiveHub& hub_;
+    const double share_;
+    std::map<Key, Made> made_;  // the thread's own
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    // Guarded by mutex_:
+    std::vector<std::weak_ptr<Wall>> walls_;
+    bool ended_ = false;
+
+    std::thread thread_;  // last: it uses everything
+};
+
+}  // namespace plendix
