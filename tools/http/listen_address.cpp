@@ -39,7 +39,8 @@ int port_of(const std::string& digits, const std::string& text) {
 
 ListenAddress parse_listen_address(const std::string& text) {
     ListenAddress address;
-    if (text.find('\0') != std::string::npos) throw unusable(text.c_str());  // inet_pton ends there
+    if (text.find('\0') != std::string::npos)
+        throw unusable(text.substr(0, text.find('\0')));  // inet_pton ends there
     if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
         address.port = port_of(text, text);
         return address;

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "link/exchange.h"
 #include "link/driver_rules.h"
+#include "link/exchange.h"
 
 namespace plendix {
 

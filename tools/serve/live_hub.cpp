@@ -14,7 +14,7 @@ constexpr std::size_t most_waiting_bytes = 256U << 20U;
 LiveHub::LiveHub() : thread_([this] { run(); }) {}
 
 LiveHub::~LiveHub() {
-    finish();
+    LiveHub::finish();
     thread_.join();
 }
 
