@@ -58,7 +58,8 @@ try {
         "#/recordings",
         async (page) => {
             await page.waitForTimeout(40000); // something to see
-            await page.getByRole("button", {name: "10 s back"}).click();
+            const line = await page.locator("canvas").last().boundingBox();
+            await page.mouse.click(line.x + line.width - 4, line.y + line.height / 2);
             await page.waitForTimeout(3000);
         },
         {colorScheme: "dark"}
