@@ -58,8 +58,8 @@ try {
         "#/recordings",
         async (page) => {
             await page.waitForTimeout(40000); // something to see
-            const line = await page.locator("canvas").last().boundingBox();
-            await page.mouse.click(line.x + line.width - 4, line.y + line.height / 2);
+            const line = await page.locator(".lane.kept").first().boundingBox();
+            await page.mouse.click(line.x + line.width / 2, line.y + line.height / 2);
             await page.waitForTimeout(3000);
         },
         {colorScheme: "dark"}
