@@ -95,7 +95,7 @@ void texts(const std::string& text) {
     }
 }
 
-void login(const std::string& body) try {
+void log_in(const std::string& body) try {
     require(!parse_login(body).password.empty());
 } catch (const HttpError& error) {
     require(error.status() == 400);
@@ -110,6 +110,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (kind % 4 == 0) target(text);
     if (kind % 4 == 1) visitor(text, (kind & 4U) != 0, (kind & 8U) != 0);
     if (kind % 4 == 2) texts(text);
-    if (kind % 4 == 3) login(text);
+    if (kind % 4 == 3) log_in(text);
     return 0;
 }

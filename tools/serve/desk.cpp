@@ -5,6 +5,7 @@
 
 #include "host/document_builder.h"
 #include "host/session.h"
+#include "serve/page_message.h"
 #include "usage.h"
 
 namespace plendix {
@@ -34,8 +35,8 @@ CameraSettings patched_if_possible(const CameraSettings& camera, const nlohmann:
 
 }  // namespace
 
-Desk::Desk(std::vector<CameraSettings> cameras, const nlohmann::json& changes) {
-    for (CameraSettings& camera : cameras) {
+Desk::Desk(const std::vector<CameraSettings>& cameras, const nlohmann::json& changes) {
+    for (const CameraSettings& camera : cameras) {
         Entry& here = entries_[camera.number];
         here.configured = here.wanted = camera;
         const auto change = changes.is_object() ? changes.find(std::to_string(camera.number)) : changes.end();
@@ -95,7 +96,7 @@ void Desk::change(Entry& here, const CameraSettings& settings, std::int64_t now_
     if (names.empty()) return;
     const auto reported = here.reported ? settings_json(*here.reported) : nlohmann::ordered_json::object();
     for (const std::string& name : names)
-        here.wishes[name] = {reported.value(name, nlohmann::ordered_json()), now_ms};
+        here.wishes[name] = {json_text(reported.value(name, nlohmann::ordered_json())), now_ms};
     if (!here.before || here.delivers) here.before = here.wanted;
     here.wanted = settings;
     here.changed_ms = now_ms;
@@ -188,7 +189,8 @@ void Desk::settle(Entry& here, bool live, std::int64_t now_ms) {
     const auto reported = settings_json(*here.reported);
     for (auto wish = here.wishes.begin(); wish != here.wishes.end();) {
         const auto& value = reported.at(wish->first);
-        const bool answered = value == wanted.at(wish->first) || value != wish->second.reported_before;
+        const bool answered =
+            value == wanted.at(wish->first) || json_text(value) != wish->second.reported_before;
         const bool over = live && now_ms - wish->second.since_ms > longest_pending_ms;
         wish = answered || over ? here.wishes.erase(wish) : std::next(wish);
     }

@@ -30,7 +30,7 @@ public:
     };
 
     /// `changes`: what `changes` gave in an earlier life of the process; what it cannot use is left out.
-    explicit Desk(std::vector<CameraSettings> cameras, const nlohmann::json& changes = {});
+    explicit Desk(const std::vector<CameraSettings>& cameras, const nlohmann::json& changes = {});
 
     // --- From any thread ---
 
@@ -59,7 +59,7 @@ public:
 
 private:
     struct Wish {
-        nlohmann::ordered_json reported_before;
+        std::string reported_before;  // JSON
         std::int64_t since_ms;
     };
     struct Entry {

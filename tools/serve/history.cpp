@@ -1,5 +1,7 @@
 #include "serve/history.h"
 
+#include <cmath>
+
 #include "host/event_json.h"
 
 namespace plendix {
@@ -14,7 +16,7 @@ double per_second(std::uint64_t count, CameraState::Time::duration time) {
 
 /// Two decimals: more are noise in a plot and in a diff.
 double rounded(double value) {
-    return static_cast<double>(static_cast<std::int64_t>(value * 100 + 0.5)) / 100;
+    return static_cast<double>(std::llround(value * 100)) / 100;
 }
 
 }  // namespace

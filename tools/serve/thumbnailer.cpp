@@ -126,6 +126,7 @@ std::vector<Thumbnailer::Want> Thumbnailer::wants(const std::vector<std::shared_
         }
     }
     std::vector<Want> order;
+    order.reserve(wanted.size());
     for (auto& [key, want] : wanted)
         order.push_back(std::move(want));
     std::sort(order.begin(), order.end(),
