@@ -19,7 +19,6 @@
 namespace plendix {
 namespace {
 
-constexpr std::size_t most_cameras = 255;
 constexpr std::chrono::minutes longest_checked{1};       // without --check
 constexpr std::chrono::minutes segment_with_limits{10};  // what goes is whole segments
 constexpr std::uint64_t least_kept_bytes = 1U << 20U;
@@ -71,19 +70,6 @@ void override_camera(const CommandLine& line, CameraSettings& camera) {
     if (line.quality) require_range("quality", camera.quality = *line.quality, 10);
 }
 
-std::vector<CameraSettings> named_cameras(const std::vector<std::string>& addresses) {
-    std::vector<CameraSettings> cameras;
-    for (const auto& address : addresses) {
-        CameraSettings& camera = cameras.emplace_back();
-        camera.number = static_cast<int>(cameras.size());
-        camera.address = parse_address(address);
-        camera.name = "Camera " + std::to_string(camera.number);
-    }
-    const auto shared = shared_addresses(cameras);
-    if (!shared.empty()) throw UsageError(shared.front());
-    return cameras;
-}
-
 /// The cameras of the file or of the command line.
 RecorderConfig config_of(const CommandLine& line) {
     RecorderConfig config;
@@ -92,8 +78,6 @@ RecorderConfig config_of(const CommandLine& line) {
     } else {
         if (line.addresses.empty())
             throw UsageError("no camera: give addresses, as in 'plendix record 192.168.1.20', or --config");
-        if (line.addresses.size() > most_cameras)
-            throw UsageError(std::to_string(line.addresses.size()) + " cameras are too many: 255 at most");
         config.cameras = named_cameras(line.addresses);
     }
     for (CameraSettings& camera : config.cameras)

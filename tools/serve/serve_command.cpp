@@ -7,7 +7,6 @@
 #include <string>
 
 #include "host/command_values.h"
-#include "host/diagnosis.h"
 #include "record/config_file.h"
 #include "serve/serve_plan.h"
 #include "usage.h"
@@ -26,22 +25,6 @@ struct CommandLine {
     GuardOptions guard;
     std::string certificate, key;
 };
-
-std::vector<CameraSettings> named_cameras(const std::vector<std::string>& addresses) {
-    constexpr std::size_t most_cameras = 255;
-    if (addresses.size() > most_cameras)
-        throw UsageError(std::to_string(addresses.size()) + " cameras are too many: 255 at most");
-    std::vector<CameraSettings> cameras;
-    for (const auto& address : addresses) {
-        CameraSettings& camera = cameras.emplace_back();
-        camera.number = static_cast<int>(cameras.size());
-        camera.address = parse_address(address);
-        camera.name = "Camera " + std::to_string(camera.number);
-    }
-    const auto shared = shared_addresses(cameras);
-    if (!shared.empty()) throw UsageError(shared.front());
-    return cameras;
-}
 
 void require_one_source(const CommandLine& line) {
     const int sources =
