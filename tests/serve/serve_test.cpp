@@ -64,7 +64,8 @@ TEST(SettingsJson, TakesWhatIsRightAndNamesWhatIsNot) {
         "trigger": {"name": "Door", "normally_closed": true}, "relay": {"name": null, "normally_low": true}})";
     const CameraSettings all = patched(camera(1), json::parse(whole));
     EXPECT_EQ(patched(camera(1), json::parse(settings_json(all).dump())), all) << "reads back what it wrote";
-    EXPECT_THROW(require_distinct({camera(1), camera(2)}, patched(camera(1), json{{"address", "127.0.1.2"}})),
+    const std::vector<CameraSettings> both{camera(1), camera(2)};
+    EXPECT_THROW(require_distinct(both, both[0], patched(both[0], json{{"address", "127.0.1.2"}})),
                  UsageError);
 }
 
