@@ -8,6 +8,7 @@
 namespace plendix {
 
 class House;
+class Recordings;
 class Server;
 
 /// All of them are added before the server starts; the house outlives it.
@@ -16,7 +17,8 @@ void add_event_routes(Router& router, House& house);
 void add_live_routes(Router& router, House& house);
 /// `server` is there by the time of the first request.
 void add_program_routes(Router& router, House& house, const Server*& server, const std::string& version);
-void add_record_routes(Router& router, House& house);
+/// `recordings` live as long as the router.
+void add_record_routes(Router& router, House& house, Recordings& recordings);
 void add_page_routes(Router& router);
 
 /// The camera that the route names. Throws HttpError 404 where there is none.

@@ -57,6 +57,11 @@ FramePointer Viewer::take() {
     return frame;
 }
 
+std::size_t Viewer::waiting() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return waiting_.size();
+}
+
 std::uint64_t Viewer::lost() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return lost_;

@@ -31,6 +31,8 @@ public:
     bool finished() const;
     /// Null when nothing is there.
     FramePointer take();
+    /// Pictures that can be taken now.
+    std::size_t waiting() const;
     /// Pictures that were offered and never given.
     std::uint64_t lost() const;
 
