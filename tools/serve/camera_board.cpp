@@ -119,7 +119,8 @@ bool CameraBoard::ready() const {
 /// Requires mutex_.
 ordered_json CameraBoard::summary(const Entry& entry) const {
     const CameraState& state = entry.state;
-    const FramePointer newest = hub_.newest(state.number);
+    // What was there before it was switched off, or of another camera of this number, is none of its own.
+    const FramePointer newest = state.last_frame ? hub_.newest(state.number) : nullptr;
     const auto now_ms = milliseconds_of(CameraState::Time::clock::now());
     const std::string reason = reason_of(state, entry.diagnosis);
     const std::string serial = entry.report ? entry.report->serial : "";
@@ -184,7 +185,8 @@ ordered_json CameraBoard::detail(int camera) const {
 ordered_json CameraBoard::history(int camera) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = entries_.find(camera);
-    return found == entries_.end() ? ordered_json() : found->second.history.json(utc_ms());
+    return found == entries_.end() ? ordered_json()
+                                   : found->second.history.json(CameraState::Time::clock::now(), utc_ms());
 }
 
 }  // namespace plendix

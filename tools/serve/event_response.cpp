@@ -24,6 +24,13 @@ std::string EventResponse::events() {
     return text;
 }
 
+/// A number to come back with, for one who loses the connection before the first event.
+std::string EventResponse::beginning() {
+    begun_ = true;
+    const std::string text = "retry: 2000\nid: " + std::to_string(last_id_) + "\n\n";
+    return text + events();
+}
+
 std::string EventResponse::cameras() {
     std::string list;
     for (const auto& camera : board_.summaries()) {
@@ -38,7 +45,7 @@ std::string EventResponse::cameras() {
 
 PieceStream::Pieces EventResponse::next() {
     const std::int64_t now = milliseconds_of(std::chrono::steady_clock::now());
-    std::string text = events();
+    std::string text = begun_ ? events() : beginning();
     if (now >= next_cameras_ms_) {
         next_cameras_ms_ = now + cameras_period_ms;
         text += cameras();

@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -33,6 +34,14 @@ public:
     FramePointer newest(int camera) const;
     FramePointer newest_key(int camera) const;
 
+    /// The last picture that can be decoded, where it may be shown as live: neither it nor the one that came
+    /// last is older than two of its intervals, and 2 s; 5 s for what came last, however slow the camera is.
+    struct Sight {
+        FramePointer picture;                // null: there is none
+        std::optional<std::int64_t> age_ms;  // of the last picture that can be decoded, shown or not
+    };
+    Sight sight(int camera, std::int64_t now_ms) const;
+
     /// Offers the viewer what comes of this camera from now on, beginning with a key frame, until he is
     /// gone: the hub does not keep him.
     void follow(int camera, const std::shared_ptr<Viewer>& viewer);
@@ -41,10 +50,12 @@ public:
 private:
     struct Place {
         FramePointer newest, newest_key;
-        bool gap = false;  // the next one to be dealt out is a key frame
+        std::int64_t interval_ms = 0, key_interval_ms = 0;  // between the last two of each
+        bool gap = false;                                   // the next one to be dealt out is a key frame
         std::vector<std::weak_ptr<Viewer>> viewers;
     };
 
+    static FramePointer replace(FramePointer& place, std::int64_t& interval_ms, const FramePointer& frame);
     void run();
     void deal_out(const FramePointer& frame);
     Place& place(int camera) { return places_.at(static_cast<std::size_t>(camera)); }
