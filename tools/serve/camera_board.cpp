@@ -7,6 +7,7 @@
 #include "host/event_json.h"
 #include "serve/desk.h"
 #include "serve/live_hub.h"
+#include "serve/page_message.h"
 
 namespace plendix {
 namespace {
@@ -15,6 +16,7 @@ using nlohmann::ordered_json;
 
 constexpr int most_zones = 8;
 constexpr double whole_side = 10000;
+constexpr std::chrono::milliseconds texts_life{250};
 
 template <class Value>
 ordered_json known(Value value) {
@@ -161,6 +163,17 @@ std::vector<ordered_json> CameraBoard::summaries() const {
     for (const auto& [number, entry] : entries_)
         all.push_back(summary(entry));
     return all;
+}
+
+std::shared_ptr<const CameraBoard::Texts> CameraBoard::summary_texts() const {
+    const std::lock_guard<std::mutex> lock(texts_mutex_);
+    const auto now = CameraState::Time::clock::now();
+    if (texts_ && now - texts_made_ < texts_life) return texts_;
+    auto texts = std::make_shared<Texts>();
+    for (const ordered_json& camera : summaries())
+        texts->emplace_back(camera["number"].get<int>(), json_text(camera));
+    texts_made_ = now;
+    return texts_ = std::move(texts);
 }
 
 ordered_json CameraBoard::detail(int camera) const {

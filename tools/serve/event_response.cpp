@@ -1,7 +1,6 @@
 #include "serve/event_response.h"
 
 #include "host/clocks.h"
-#include "serve/page_message.h"
 
 namespace plendix {
 namespace {
@@ -33,12 +32,12 @@ std::string EventResponse::beginning() {
 
 std::string EventResponse::cameras() {
     std::string list;
-    for (const auto& camera : board_.summaries()) {
-        std::string text = json_text(camera);
-        std::string& told = told_[camera["number"].get<int>()];
+    const auto texts = board_.summary_texts();
+    for (const auto& [camera, text] : *texts) {
+        std::string& told = told_[camera];
         if (text == told) continue;
         list += (list.empty() ? "" : ",") + text;
-        told = std::move(text);
+        told = text;
     }
     return list.empty() ? "" : "event: cameras\ndata: {\"cameras\":[" + list + "]}\n\n";
 }

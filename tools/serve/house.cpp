@@ -87,6 +87,9 @@ ProcessNumbers House::numbers() const {
     const Clock::time_point last{Clock::duration(last_call_)};
     numbers.seconds_since_call = std::chrono::duration<double>(Clock::now() - last).count();
     numbers.lost_documents = lost_documents_;
+    numbers.thumbnails = thumbnailer_.made();
+    numbers.thumbnail_seconds = thumbnailer_.seconds();
+    if (recorder_) numbers.recording = recorder_->numbers();
     return numbers;
 }
 

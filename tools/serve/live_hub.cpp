@@ -111,7 +111,7 @@ void LiveHub::deal_out(const FramePointer& frame) {
         if (watching.size() < viewers.size()) viewers.assign(watching.begin(), watching.end());
     }
     for (const auto& viewer : watching)
-        viewer->offer(frame);
+        ++(viewer->offer(frame) ? given_ : lost_);
 }
 
 }  // namespace plendix

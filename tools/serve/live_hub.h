@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -46,6 +47,9 @@ public:
     /// gone: the hub does not keep him.
     void follow(int camera, const std::shared_ptr<Viewer>& viewer);
     std::size_t viewers(int camera) const;
+    /// Pictures that went to viewers, each counted for each, and those that were lost to one.
+    std::uint64_t given() const { return given_; }
+    std::uint64_t lost() const { return lost_; }
 
 private:
     struct Place {
@@ -61,6 +65,7 @@ private:
     Place& place(int camera) { return places_.at(static_cast<std::size_t>(camera)); }
     const Place& place(int camera) const { return places_.at(static_cast<std::size_t>(camera)); }
 
+    std::atomic<std::uint64_t> given_{0}, lost_{0};
     mutable std::mutex mutex_;
     std::condition_variable filled_;
     // Guarded by mutex_:

@@ -1,6 +1,7 @@
 // Thumbnails for those who look at a wall of cameras: of the tiles they see, within a share of a processor.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -68,6 +69,9 @@ public:
     Thumbnailer(const Thumbnailer&) = delete;
     Thumbnailer& operator=(const Thumbnailer&) = delete;
 
+    /// Thumbnails so far, and the time that they took.
+    std::uint64_t made() const { return count_; }
+    double seconds() const { return static_cast<double>(spent_us_) / 1e6; }
     /// Brings the wall pictures until it is gone.
     void serve(const std::shared_ptr<Wall>& wall);
 
@@ -95,6 +99,7 @@ private:
     const LiveHub& hub_;
     const double share_;
     std::map<Key, Made> made_;  // the thread's own
+    std::atomic<std::uint64_t> count_{0}, spent_us_{0};
 
     std::mutex mutex_;
     std::condition_variable changed_;

@@ -24,7 +24,8 @@ public:
 
     /// Called, by the thread that offers, when there is something to take that was not there before.
     void on_arrival(std::function<void()> wake);
-    void offer(const FramePointer& frame);
+    /// False: it is lost to him.
+    bool offer(const FramePointer& frame);
     /// Nothing more comes: a recording was played to its end.
     void finish();
     /// And all of it was taken.
