@@ -63,7 +63,9 @@ LiveHub::Sight LiveHub::sight(int camera, std::int64_t now_ms) const {
     const std::int64_t age_ms = now_ms - here.newest_key->arrival_ms;
     const bool live = now_ms - here.newest->arrival_ms <=
                       std::clamp(2 * here.interval_ms, least_stale_ms, longest_interval_ms);
-    const bool fresh = age_ms <= std::max(2 * here.key_interval_ms, least_stale_ms);
+    const std::int64_t key_limit_ms =
+        here.key_interval_ms > 0 ? 2 * here.key_interval_ms : longest_interval_ms;
+    const bool fresh = age_ms <= std::max(key_limit_ms, least_stale_ms);
     return {live && fresh ? here.newest_key : nullptr, age_ms};
 }
 

@@ -50,7 +50,15 @@ Response picture(const Request& request, House& house) {
         .with("Cache-Control", "no-store");
 }
 
+/// Where nothing is to come, a program is not left waiting.
+void require_wanted(const nlohmann::ordered_json& summary) {
+    const std::string state = summary.is_null() ? "off" : summary["state"].get<std::string>();
+    if (state == "off") throw HttpError(503, "the camera is switched off");
+    if (state == "refused") throw HttpError(503, summary["reason"].get<std::string>());
+}
+
 Response format_stream(House& house, int camera, StreamFormat format) {
+    require_wanted(house.board().summary(camera));
     const FramePointer newest = house.hub().newest(camera);
     if (newest && !carries(format, newest->codec))
         throw HttpError(

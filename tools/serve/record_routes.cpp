@@ -23,6 +23,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
+constexpr std::int64_t a_day_ms = 86'400'000;
 constexpr std::int64_t longest_clip_ms = 3'600'000;
 
 /// A moment as the page writes it, "2026-11-23T14:00:05.250Z"; `otherwise` where it is not given.
@@ -35,9 +36,10 @@ struct Span {
     std::int64_t from_ms, to_ms;
 };
 
-Span span_of(const Request& request) {
+/// Without a beginning so long, up to now without an end.
+Span span_of(const Request& request, std::int64_t usual_ms = a_day_ms) {
     const std::int64_t to_ms = moment(request, "to", utc_ms());
-    const Span span{moment(request, "from", to_ms - 86'400'000), to_ms};
+    const Span span{moment(request, "from", to_ms - usual_ms), to_ms};
     if (span.from_ms >= span.to_ms) throw UsageError("to is not after from");
     return span;
 }
@@ -117,7 +119,7 @@ std::filesystem::path place_of_clips(const RecordingIndex& index) {
 Response clip(const Request& request, const Recordings& recordings) {
     static std::atomic<unsigned> number{0};
     const RecordingIndex& index = *recordings.index();
-    const Span span = span_of(request);
+    const Span span = span_of(request, longest_clip_ms);
     if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
     ClipPlan plan;
     plan.folder = index.folder();

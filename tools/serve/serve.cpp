@@ -21,7 +21,7 @@ void add_routes(Router& router, House& house, Recordings& recordings, Guard& gua
     add_camera_routes(router, house, version);
     add_event_routes(router, house);
     add_live_routes(router, house);
-    add_program_routes(router, house, server, version);
+    add_program_routes(router, house, guard, server, version);
     add_record_routes(router, house, recordings);
     add_page_routes(router);  // last: any other path may be a file of the page
 }
