@@ -6,6 +6,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
@@ -92,6 +93,7 @@ struct ServerUnderTest {
                    {false, Lane::worker});
         router.add("GET", "/stream", [this](const Request&) {
             const auto viewer = std::make_shared<ReelViewer>(reel);
+            const std::lock_guard<std::mutex> lock(mutex);
             streams.push_back(viewer);
             return stream_response("video/x", viewer);
         });
@@ -99,6 +101,7 @@ struct ServerUnderTest {
 
     void publish() {
         ++reel.published;
+        const std::lock_guard<std::mutex> lock(mutex);
         for (const auto& stream : streams)
             stream->wake();
     }
@@ -113,7 +116,8 @@ struct ServerUnderTest {
 
     Reel reel;
     std::promise<void> slow;
-    std::vector<std::shared_ptr<Stream>> streams;  // added by the server's thread, read after replies
+    std::mutex mutex;
+    std::vector<std::shared_ptr<Stream>> streams;  // guarded by mutex; added by the server's thread
     Router router;
     std::unique_ptr<Guard> guard;
     std::unique_ptr<Server> server;
