@@ -155,16 +155,17 @@ def event_faults():
 
 
 def settings_faults():
-    """A change is pending until the driver reports it."""
+    """A change is pending until the driver reports it. Taken back in the end."""
     curl("PATCH", "/api/cameras/1", CHANGE)
     end = time.monotonic() + 15
-    while time.monotonic() < end:
+    while True:
         camera = json.loads(curl("GET", "/api/cameras/1")[2])
-        if not camera["pending"]:
-            return [f"{name} is {camera['reported'][name]}" for name in ("quality", "rate", "mask", "name")
-                    if camera["reported"][name] != CHANGE[name]]
+        if not camera["pending"] or time.monotonic() > end:
+            break
         time.sleep(0.2)
-    return [f"still pending: {camera['pending']}"]
+    curl("POST", "/api/cameras/1/undo")
+    return [f"{name} is {camera['reported'][name]}, pending {camera['pending']}"
+            for name in ("quality", "rate", "mask", "name") if camera["reported"][name] != CHANGE[name]]
 
 
 def main():
