@@ -52,7 +52,9 @@ function writeConfiguration(folder, cameras, first) {
 
 /// Options for a server that wants a name and a password, over TLS: what it needs on a network.
 function loginOptions(command, folder) {
-    const [passwords, key, certificate] = ["passwords", "key.pem", "cert.pem"].map((name) => join(folder, name));
+    const [passwords, key, certificate] = ["passwords", "key.pem", "cert.pem"].map((name) =>
+        join(folder, name)
+    );
     const line = execFileSync(command, ["password", "anna"], {input: "right-password\n"});
     writeFileSync(passwords, line, {mode: 0o600});
     const kind = "req -x509 -nodes -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -subj /CN=plendix";
