@@ -68,7 +68,6 @@ ProcessNumbers House::numbers() const {
     const Clock::time_point last{Clock::duration(last_call_)};
     numbers.seconds_since_call = std::chrono::duration<double>(Clock::now() - last).count();
     numbers.lost_documents = lost_documents_;
-    if (recorder_) numbers.recorder = recorder_->numbers();
     return numbers;
 }
 

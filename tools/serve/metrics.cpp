@@ -83,26 +83,6 @@ std::vector<Family> families(const LiveHub& hub, CameraState::Time now) {
     };
 }
 
-void put(std::string& text, const std::string& name, const char* type, const char* help, double value) {
-    put_head(text, name, type, help);
-    text += name + ' ' + number(value) + '\n';
-}
-
-void put_recorder(std::string& text, const RecorderNumbers& numbers) {
-    const auto tell = [&text](const char* name, const char* type, const char* help, std::uint64_t value) {
-        put(text, std::string("plendix_recorder_") + name, type, help, static_cast<double>(value));
-    };
-    const bool writes = numbers.there && numbers.paused.empty() && numbers.paused_cameras == 0;
-    tell("up", "gauge", "1 while recordings of all cameras are written", writes ? 1 : 0);
-    tell("frames_total", "counter", "Pictures written", numbers.recorded);
-    tell("written_bytes_total", "counter", "Bytes written", numbers.written);
-    tell("lost_frames_total", "counter", "Pictures that the disk was too slow for", numbers.lost_frames);
-    tell("refused_frames_total", "counter", "Pictures that the disk did not take", numbers.refused_frames);
-    tell("paused_cameras", "gauge", "Cameras whose recording pauses", numbers.paused_cameras);
-    tell("kept_bytes", "gauge", "Size of closed recordings", numbers.kept_bytes);
-    if (numbers.free_bytes) tell("free_bytes", "gauge", "Room on the disk", *numbers.free_bytes);
-}
-
 }  // namespace
 
 std::string metrics_text(const CameraBoard& board, const LiveHub& hub, const ProcessNumbers& numbers) {
@@ -113,22 +93,22 @@ std::string metrics_text(const CameraBoard& board, const LiveHub& hub, const Pro
         for (const CameraState& state : states)
             text += family.name + labels_of(state) + ' ' + number(family.value(state)) + '\n';
     }
+    const auto put = [&text](const char* name, const char* type, const char* help, double value) {
+        put_head(text, name, type, help);
+        text += std::string(name) + ' ' + number(value) + '\n';
+    };
     put_head(text, "plendix_build_info", "gauge", "1, with the version of the command");
     text += "plendix_build_info{version=\"" + escaped(numbers.version) + "\"} 1\n";
-    put(text, "plendix_driver_last_call_age_seconds", "gauge", "Time since the driver's worker called",
+    put("plendix_driver_last_call_age_seconds", "gauge", "Time since the driver's worker called",
         numbers.seconds_since_call);
-    put(text, "plendix_driver_lost_documents_total", "counter", "Documents of the driver that found no room",
+    put("plendix_driver_lost_documents_total", "counter", "Documents of the driver that found no room",
         static_cast<double>(numbers.lost_documents));
-    put(text, "plendix_http_requests_total", "counter", "Requests", static_cast<double>(numbers.requests));
-    put(text, "plendix_http_refused_total", "counter", "Requests of those who may not ask",
+    put("plendix_http_requests_total", "counter", "Requests", static_cast<double>(numbers.requests));
+    put("plendix_http_refused_total", "counter", "Requests of those who may not ask",
         static_cast<double>(numbers.refused));
-    put(text, "plendix_http_sent_bytes_total", "counter", "Bytes of responses",
-        static_cast<double>(numbers.bytes));
-    put(text, "plendix_http_connections", "gauge", "Connections now",
-        static_cast<double>(numbers.connections));
-    put(text, "plendix_http_streams", "gauge", "Responses that go on, now",
-        static_cast<double>(numbers.streams));
-    if (numbers.recorder) put_recorder(text, *numbers.recorder);
+    put("plendix_http_sent_bytes_total", "counter", "Bytes of responses", static_cast<double>(numbers.bytes));
+    put("plendix_http_connections", "gauge", "Connections now", static_cast<double>(numbers.connections));
+    put("plendix_http_streams", "gauge", "Responses that go on, now", static_cast<double>(numbers.streams));
     return text;
 }
 
