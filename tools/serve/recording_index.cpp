@@ -31,6 +31,15 @@ RecordingIndex::Known RecordingIndex::know(const std::filesystem::path& file) co
     return known;
 }
 
+std::vector<int> RecordingIndex::cameras() const {
+    return folder_.empty() ? std::vector<int>() : recorded_cameras(folder_);
+}
+
+bool RecordingIndex::has(int camera) const {
+    const std::vector<int> there = cameras();
+    return std::binary_search(there.begin(), there.end(), camera);
+}
+
 std::vector<RecordedSegment> RecordingIndex::segments(int camera, std::int64_t from_ms,
                                                       std::int64_t to_ms) const {
     std::vector<RecordedSegment> segments;

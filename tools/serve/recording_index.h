@@ -29,6 +29,9 @@ public:
     explicit RecordingIndex(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
     const std::filesystem::path& folder() const { return folder_; }
+    /// Numbers of the cameras that have something there, ascending.
+    std::vector<int> cameras() const;
+    bool has(int camera) const;
     /// In order of time; movies that cannot be read are left out.
     std::vector<RecordedSegment> segments(int camera, std::int64_t from_ms, std::int64_t to_ms) const;
     /// Spans with motion in one of these zones.
