@@ -46,6 +46,7 @@ REQUESTS = [
     ("GET /api/live/{camera}", "/api/live/2", None, 200),
     ("GET /api/wall", None, None, 200),
     ("POST /api/wall/{id}", "/api/wall/none", {"visible": [1]}, 404),
+    ("GET /api/recordings", None, None, 200),
     ("GET /api/recordings/{camera}", "/api/recordings/1", None, 200),
     ("GET /api/recordings/{camera}", "/api/recordings/1?from=yesterday", None, 400),
     ("GET /api/recordings/{camera}/search", "/api/recordings/1/search?zones=0-7,0-7", None, 200),

@@ -126,7 +126,7 @@ prometheus_scrapes() { # a minute, in shorter intervals than in earnest
         within 5 'count(abs(rate(plendix_camera_frames_total[30s]) - 15) < 1) == 3'
         within 5 'count(increase(plendix_camera_bytes_total[30s]) > 1e5) == 3'
         within 5 'count(plendix_camera_lost_frames_total + plendix_camera_timeouts_total == 0) == 3'
-        within 5 'abs(rate(plendix_recorder_frames_total[30s]) - 30) < 2 and plendix_recorder_up == 1'
+        within 5 'abs(rate(plendix_output_frames_total{output="recording"}[30s]) - 30) < 2'
         within 5 'absent(ALERTS)'
         kill -STOP "$silenced"
         within 40 'ALERTS{alertname="CameraNotLive",name="Yard",alertstate="firing"}'
@@ -139,7 +139,7 @@ prometheus_scrapes() { # a minute, in shorter intervals than in earnest
 
 serve_recipes() {
     start_serve
-    recipe curl curl_routes 50 answers
+    recipe curl curl_routes 53 answers
     recipe curl curl_login 14 answers
     recipe ffprobe ffprobe_serve 6 addresses
     recipe ffmpeg ffmpeg_serve_mjpeg 60
@@ -152,6 +152,6 @@ serve_recipes() {
     recipe mpv mpv_serve_mkv_h264 60
     recipe mpv mpv_serve_mp4 60
     recipe motion motion_serve 10
-    recipe promtool promtool_metrics 28 families
+    recipe promtool promtool_metrics 30 families
     recipe prometheus prometheus_scrapes 10 questions
 }
