@@ -19,8 +19,9 @@ from jsonschema import Draft202012Validator
 BASE = sys.argv[1].rstrip("/")
 LATELY = "from=2020-01-01T00:00:00Z&to="
 CHANGE = {"quality": 7, "rate": 12, "name": 'Gate "1"', "brightness": None, "mask": ["#######."] * 8,
-          "crop": {"left": 0, "top": 0, "width": 10000, "height": 10000}, "relay": {"normally_low": False}}
-STRANGE = ({"qualty": 7}, {"quality": 70}, {"quality": "7"}, {"mask": ["#"]}, {"trigger": None},
+          "crop": {"left": 0, "top": 0, "width": 10000, "height": 10000}, "relay": {"normally_low": False},
+          "trigger": None}
+STRANGE = ({"qualty": 7}, {"quality": 70}, {"quality": "7"}, {"mask": ["#"]}, {"trigger": 1},
            {"crop": {"left": 9999, "width": 9999}}, {"address": "no.where"}, {"name": ""}, [], "{")
 
 # The operation, the path to ask instead where it has parameters, the body, the status.
@@ -135,7 +136,8 @@ def events(*headers):
     """[(id, kind, data)] of two seconds."""
     text = curl("GET", "/api/events", headers=headers)[2].decode()
     parts = [dict(re.findall(r"^(\w+): (.*)$", part, re.M)) for part in text.split("\n\n")[:-1]]
-    return [(int(part.get("id", 0)), part["event"], json.loads(part["data"])) for part in parts if part]
+    return [(int(part.get("id", 0)), part["event"], json.loads(part["data"])) for part in parts
+            if "event" in part]
 
 
 def event_faults():
