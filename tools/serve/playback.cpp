@@ -48,7 +48,7 @@ private:
         try {
             RecordedFrames frames(segment.file, camera_, at_ms_ - segment.begin_ms);
             while (const auto frame = frames.next())
-                if (!known(segment, *frame) && !show(frame)) return false;
+                if (!passed_over(segment, *frame) && !show(frame)) return false;
         } catch (const Failure&) {
             return true;  // what follows may be whole
         }
@@ -57,7 +57,8 @@ private:
 
     /// A segment that grows is opened again at a key frame, which was shown with what follows it; of another
     /// segment, which may overlap, nothing can be decoded before its next key frame.
-    bool known(const RecordedSegment& segment, const Frame& frame) {
+    bool passed_over(const RecordedSegment& segment, const Frame& frame) {
+        if (!begun_ && frame.codec == FrameCodec::jpeg && frame.time_ms < at_ms_) return true;  // not needed
         const bool known = begun_ && frame.time_ms <= last_ms_;
         if (known && segment.file != file_) needs_key_ = true;
         if (known || (needs_key_ && !frame.key)) return true;
