@@ -14,6 +14,7 @@ using Clock = EndBell::Clock;
 using std::chrono::milliseconds;
 
 constexpr std::int64_t a_day_ms = 86'400'000;
+constexpr std::int64_t a_century_ms = 36'525 * a_day_ms;
 constexpr milliseconds longest_sleep{200};  // until a viewer who is gone is missed
 constexpr milliseconds room_period{5};      // how often it is looked whether a viewer has taken one
 constexpr std::int64_t longest_gap_ms = 1000;
@@ -33,7 +34,9 @@ public:
 
     void run() {
         while (!viewer_.expired() && !bell_.rung()) {
-            const auto segments = index_->segments(camera_, at_ms_, at_ms_ + a_day_ms);
+            auto segments = index_->segments(camera_, at_ms_, at_ms_ + a_day_ms, 1);
+            if (segments.empty())  // for longer than a day: all folders are looked through
+                segments = index_->segments(camera_, at_ms_, at_ms_ + a_century_ms, 1);
             if (segments.empty() || !play(segments.front())) break;
             at_ms_ = std::max(at_ms_ + 1, segments.front().end_ms);
         }

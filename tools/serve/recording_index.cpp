@@ -40,11 +40,12 @@ bool RecordingIndex::has(int camera) const {
     return std::binary_search(there.begin(), there.end(), camera);
 }
 
-std::vector<RecordedSegment> RecordingIndex::segments(int camera, std::int64_t from_ms,
-                                                      std::int64_t to_ms) const {
+std::vector<RecordedSegment> RecordingIndex::segments(int camera, std::int64_t from_ms, std::int64_t to_ms,
+                                                      std::size_t most) const {
     std::vector<RecordedSegment> segments;
     if (folder_.empty()) return segments;
     for (const SegmentName& name : segments_near(folder_, camera, ".mkv", from_ms, to_ms)) {
+        if (segments.size() >= most) break;
         RecordedSegment segment;
         segment.file = folder_ / (stem_path(name).string() + ".mkv");
         struct stat status {};

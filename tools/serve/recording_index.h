@@ -32,8 +32,9 @@ public:
     /// Numbers of the cameras that have something there, ascending.
     std::vector<int> cameras() const;
     bool has(int camera) const;
-    /// In order of time; movies that cannot be read are left out.
-    std::vector<RecordedSegment> segments(int camera, std::int64_t from_ms, std::int64_t to_ms) const;
+    /// The first of them, in order of time; movies that cannot be read are left out.
+    std::vector<RecordedSegment> segments(int camera, std::int64_t from_ms, std::int64_t to_ms,
+                                          std::size_t most = SIZE_MAX) const;
     /// Spans with motion in one of these zones.
     std::vector<MotionSpan> motion(int camera, std::int64_t from_ms, std::int64_t to_ms,
                                    const MotionZones& zones) const;

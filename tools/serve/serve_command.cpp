@@ -78,8 +78,10 @@ ServePlan plan_of(const CommandLine& line, const std::string& version, const Dem
     plan.house.screen.verbose = line.verbose;
     plan.house.thumbnail_share = line.thumbnails / 100;
     plan.server.listen = parse_listen_address(line.listen);
-    plan.server.tls_certificate = line.certificate;
-    plan.server.tls_key = line.key;
+    if (!line.certificate.empty()) {  // read when it works in another folder
+        plan.server.tls_certificate = fs::absolute(line.certificate);
+        plan.server.tls_key = fs::absolute(line.key);
+    }
     plan.guard = line.guard;
     plan.guard.listen = plan.server.listen;
     plan.guard.tls = !line.certificate.empty();
