@@ -25,7 +25,8 @@ PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 83
 
 def build():
     """The programs, into the build of the preset "release": what was built and tested is what is measured."""
-    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "session_host", "micro"]
+    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "session_host",
+                "micro"]
     for command in (["cmake", "--preset", "release", "-D", "PLENDIX_BENCH=ON"],
                     ["cmake", "--build", "--preset", "release", "--target", *programs]):
         subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
@@ -163,10 +164,10 @@ def micro(bench):
 def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
     parts = [part.__name__ for part in PARTS]
-    known = [[], ["--quick"], ["--update"]]  # no quick round is written down
+    known = [[], ["--quick"], ["--update"], ["serving", "--update"]]  # no quick round is written down
     known += [[part] + quick for part in parts for quick in ([], ["--quick"])]
     if words not in known:
-        print(f"bench: '{' '.join(words)}': give --quick, --update, {', '.join(parts)} or nothing", file=sys.stderr)
+        print(f"bench: '{' '.join(words)}': give --quick, --update, {' or '.join(parts)}, or nothing", file=sys.stderr)
         sys.exit(2)
     if "--inside" not in sys.argv:
         build()
@@ -176,13 +177,19 @@ def main():
     bench = Bench(BUILD)
     for part in PARTS:
         if part.__name__ in words:
-            print(part.markdown(bench, QUICK, say))
+            text = part.markdown(bench, QUICK, say)
+            print(text)
+            if "--update" in words:
+                report.update(f"{ROOT}/docs/performance.md", text, part.__name__)
             return
     results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
                "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),
                "idle": idle(bench), "latency": latency(bench), "micro": micro(bench)}
     text = report.markdown(results, ROUNDS, TURN)
     print(text)
+    if QUICK:
+        for part in PARTS:
+            print(part.markdown(bench, True, say))
     if "--update" in sys.argv:
         report.update(f"{ROOT}/docs/performance.md", text)
         open(f"{ROOT}/docs/performance.svg", "w").write(report.plot(results))

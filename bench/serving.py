@@ -15,14 +15,19 @@ import urllib.request
 import report
 from measure import (CAMERA_CORE, CLIENT_CORE, Contender, Driver, Picture, Spread, cpu_seconds, pinned, resident_kb,
                      wait_until, write_config)
+from wire import latencies
 
-
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 RATE = 20  # pictures a second of each camera
 SMALL = Picture("20 KB", "JPEG", 320, 256, 29)
 # What is watched, and the end of its address.
 WATCHED = [(Picture("100 KB", "JPEG", 640, 480, 60), "mjpeg"), (Picture("20 KB", "H.264", 320, 256, 14), "mkv"),
            (Picture("20 KB", "H.264", 320, 256, 14), "mp4")]
 CAMERAS = 4  # the watched one and three beside it
+# Drawn anew for each picture, with the clock in it, by four cameras or less.
+CLOCKED = [Picture("generated scene", codec, 800, 608, 0) for codec in ("JPEG", "H.264")]
+READ = {"JPEG": ("/camera/1.mjpeg", "/camera/1.mkv", "/api/live/1"),
+        "H.264": ("/camera/1.mkv", "/camera/1.mp4", "/api/live/1")}
 
 
 class Server(Contender):
@@ -55,16 +60,17 @@ class SessionHost(Contender):
 
 
 @contextlib.contextmanager
-def fleet(bench, picture, count):
+def fleet(bench, picture, count, drawn=False):
     """Cameras that show the picture, and the configuration file that names them."""
-    cameras = bench.picture_cameras(picture, count)
+    cameras = (bench.cameras(count, f"{picture.width}x{picture.height}") if drawn
+               else bench.picture_cameras(picture, count))
     folder = tempfile.mkdtemp(dir=bench.folder)
     try:
         yield write_config(folder, picture, count, RATE)
     finally:
-        shutil.rmtree(folder)
         cameras.terminate()
         cameras.wait()
+        shutil.rmtree(folder)
 
 
 class Crowd:
@@ -179,15 +185,74 @@ def alone(bench, count, seconds, rounds, say):
     return row
 
 
+def until_read(bench, seconds, others, say):
+    """From the camera's last datagram of a picture to its bytes at a viewer, alone and in a crowd."""
+    rows = []
+    for picture in CLOCKED:
+        with fleet(bench, picture, CAMERAS, drawn=True) as config:
+            server = Server(bench, config)
+            server.wait_for()
+            for path in READ[picture.codec]:
+                for crowd in (0, others):
+                    rows.append([picture.codec, path, crowd, *until_read_by_one(server, path, crowd, seconds)])
+                    say(", ".join(map(str, rows[-1])))
+            server.end()
+    return rows
+
+
+def until_read_by_one(server, path, others, seconds):
+    crowd = Crowd(server.url, path, others, 0)
+    viewer = opened(server.url, path)
+    viewer.settimeout(30)
+    while len(viewer.recv(1 << 16)) < 1000:  # H.264 begins with the next key frame
+        pass
+    time.sleep(1)
+    values = latencies(viewer, seconds)
+    viewer.close()
+    crowd.end()
+    return len(values), *(percentiles([row[i] for row in values]) for i in (0, 1))
+
+
+def percentiles(values):
+    """The median, and in brackets what 95 of 100 stay below."""
+    if not values:
+        return "none came"
+    ordered = sorted(values)
+    return f"{ordered[len(ordered) // 2]:.2f} ({ordered[len(ordered) * 95 // 100]:.2f})"
+
+
+def until_shown(bench, seconds, say):
+    """The age of pictures when headless Chromium shows them: of the clock in them, and since delivery."""
+    rows = []
+    for picture in CLOCKED:
+        with fleet(bench, picture, 1, drawn=True) as config:
+            server = Server(bench, config)
+            server.wait_for()
+            script = [f"{ROOT}/bench/page_latency.mjs", server.url, "1", str(seconds), str(picture.width),
+                      str(picture.height)]
+            shown = json.loads(subprocess.run(["node", *script], check=True, stdout=subprocess.PIPE).stdout)
+            server.end()
+        by_clock, since_delivery = ([value for value in column if value is not None]
+                                    for column in zip(*shown["rows"]))
+        rows.append([picture.codec, len(by_clock), percentiles(by_clock),
+                     percentiles(since_delivery) if since_delivery else "-"])
+        say(", ".join(map(str, rows[-1])))
+    return rows
+
+
 def markdown(bench, quick, say):
-    rounds, seconds = (1, 0.5) if quick else (7, 2)
+    rounds, seconds = (1, 0.5) if quick else (9, 2)
     counts = [(0, 0), (1, 0), (50, 5)] if quick else [(0, 0), (1, 0), (10, 0), (50, 0), (200, 20)]
     return "\n".join([
         report.machine(rounds, seconds),
         report.table(["cameras, nobody watching", "driver, % of a core", "record without files", "serve",
                       "serve / driver", "serve / record"],
-                     [alone(bench, count, seconds, rounds, say) for count in ((4,) if quick else (4, 50))]),
+                     [alone(bench, count, 2 * seconds, rounds, say) for count in ((4,) if quick else (4, 50))]),
         report.table(["watched", "viewers", "% of a core", "pictures/s of each camera", "MB/s of each who reads",
                       "lost blocks, all cameras", "time-outs", "MB resident"],
                      watched(bench, seconds, rounds, counts, say)),
-    ])
+        "Milliseconds until a picture is there; the median, and in brackets what 95 of 100 stay below.\n",
+        report.table(["camera", "read by one", "others who read the same", "pictures", "to its first byte",
+                      "to its last byte"], until_read(bench, 1 if quick else 8, 10 if quick else 50, say)),
+        report.table(["shown by the page", "pictures", "since the clock in it", "since delivery by the driver"],
+                     until_shown(bench, 2 if quick else 10, say))])
