@@ -1,5 +1,6 @@
-// How old a picture is when the page shows it in headless Chromium: the clock that a simulated camera draws into
-// it is read from the pixels. Usage: page_latency.mjs URL CAMERA SECONDS WIDTH HEIGHT; prints JSON, milliseconds.
+// How old a picture is when the page shows it in headless Chromium: the clock that a simulated camera draws
+// into it is read from the pixels. Prints JSON, milliseconds.
+// Usage: page_latency.mjs URL CAMERA SECONDS WIDTH HEIGHT
 import {openPage, startBrowser, until} from "../tests/page/browser.mjs";
 
 const [url, camera, seconds, width, height] = process.argv.slice(2);

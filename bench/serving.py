@@ -43,9 +43,9 @@ class Server(Contender):
         return json.load(urllib.request.urlopen(f"{self.url}api/cameras"))["cameras"]
 
     def counters(self):
-        """Of all cameras: pictures, and what a server that holds up the driver would lose."""
+        """Of all cameras: what a server that holds up the driver would lose."""
         cameras = [camera["counters"] for camera in self.cameras()]
-        return {name: sum(camera[name] for camera in cameras) for name in ("frames", "lost_blocks", "timeouts")}
+        return {name: sum(camera[name] for camera in cameras) for name in ("lost_blocks", "timeouts")}
 
     def wait_for(self):
         wait_until(lambda: all(camera["state"] == "live" for camera in self.cameras()))
@@ -141,20 +141,19 @@ def watched(bench, seconds, rounds, counts, say):
 def by_viewers(server, picture, ending, viewers, asleep, seconds, rounds):
     crowd = Crowd(server.url, f"/camera/1.{ending}", viewers, asleep)
     time.sleep(1)
-    shares, sent, frames = [], [], []
+    shares, sent = [], []
     begun = server.counters()
     for _ in range(rounds):
-        before = cpu_seconds(server.pid), crowd.bytes(), time.monotonic(), server.counters()["frames"]
+        before = cpu_seconds(server.pid), crowd.bytes(), time.monotonic()
         time.sleep(seconds)
-        after = cpu_seconds(server.pid), crowd.bytes(), time.monotonic(), server.counters()["frames"]
-        cpu, read, took, came = (new - old for new, old in zip(after, before))
+        after = cpu_seconds(server.pid), crowd.bytes(), time.monotonic()
+        cpu, read, took = (new - old for new, old in zip(after, before))
         shares.append(cpu / took * 100)
         sent.append(read / took / 1e6 / max(1, viewers - asleep))
-        frames.append(came / took / CAMERAS)
     ended = server.counters()
     crowd.end()
     return [f"{picture.codec} {picture.bytes / 1000:.0f} KB, .{ending}",
-            f"{viewers} ({asleep} asleep)" if asleep else viewers, Spread(shares).text(1), Spread(frames).text(1),
+            f"{viewers} ({asleep} asleep)" if asleep else viewers, Spread(shares).text(1),
             f"{Spread(sent).median:.2f}" if viewers else "-", ended["lost_blocks"] - begun["lost_blocks"],
             ended["timeouts"] - begun["timeouts"], f"{resident_kb(server.pid) / 1e3:.0f}"]
 
@@ -186,7 +185,7 @@ def alone(bench, count, seconds, rounds, say):
 
 
 def until_read(bench, seconds, others, say):
-    """From the camera's last datagram of a picture to its bytes at a viewer, alone and in a crowd."""
+    """From the camera's last datagram of a picture to its last byte at a viewer, alone and in a crowd."""
     rows = []
     for picture in CLOCKED:
         with fleet(bench, picture, CAMERAS, drawn=True) as config:
@@ -210,7 +209,7 @@ def until_read_by_one(server, path, others, seconds):
     values = latencies(viewer, seconds)
     viewer.close()
     crowd.end()
-    return len(values), *(percentiles([row[i] for row in values]) for i in (0, 1))
+    return len(values), percentiles(values)
 
 
 def percentiles(values):
@@ -248,11 +247,11 @@ def markdown(bench, quick, say):
         report.table(["cameras, nobody watching", "driver, % of a core", "record without files", "serve",
                       "serve / driver", "serve / record"],
                      [alone(bench, count, 2 * seconds, rounds, say) for count in ((4,) if quick else (4, 50))]),
-        report.table(["watched", "viewers", "% of a core", "pictures/s of each camera", "MB/s of each who reads",
+        report.table(["watched", "viewers", "% of a core", "MB/s of each who reads",
                       "lost blocks, all cameras", "time-outs", "MB resident"],
                      watched(bench, seconds, rounds, counts, say)),
         "Milliseconds until a picture is there; the median, and in brackets what 95 of 100 stay below.\n",
-        report.table(["camera", "read by one", "others who read the same", "pictures", "to its first byte",
-                      "to its last byte"], until_read(bench, 1 if quick else 8, 10 if quick else 50, say)),
+        report.table(["camera", "read by one", "others who read the same", "pictures",
+                      "whole after"], until_read(bench, 1 if quick else 8, 10 if quick else 50, say)),
         report.table(["shown by the page", "pictures", "since the clock in it", "since delivery by the driver"],
                      until_shown(bench, 2 if quick else 10, say))])

@@ -55,7 +55,7 @@ def observed(viewer, seconds):
 
 
 def latencies(viewer, seconds):
-    """Milliseconds from each picture's last datagram to its first and to its last byte at the viewer."""
+    """Milliseconds from each picture's last datagram to its last byte at the viewer."""
     pictures, pieces = observed(viewer, seconds)
     stream = b"".join(data for data, _ in pieces)
     ends, times, total = [], [], 0
@@ -63,16 +63,13 @@ def latencies(viewer, seconds):
         total += len(data)
         ends.append(total)
         times.append(time_ns)
-    rows, at, piece = [], 0, 0
+    values, at, piece = [], 0, 0
     for picture, sent_ns in pictures:
         begin = stream.find(picture, at)
         if begin < 0:
             continue  # before the viewer was there, or after
         at = begin + len(picture)
-        row = []
-        for byte in (begin, at - 1):
-            while ends[piece] <= byte:
-                piece += 1
-            row.append((times[piece] - sent_ns) / 1e6)
-        rows.append(row)
-    return rows
+        while ends[piece] < at:
+            piece += 1
+        values.append((times[piece] - sent_ns) / 1e6)
+    return values
