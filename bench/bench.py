@@ -188,8 +188,7 @@ def main():
     text = report.markdown(results, ROUNDS, TURN)
     print(text)
     if QUICK:
-        for part in PARTS:
-            print(part.markdown(bench, True, say))
+        print(serving.markdown(bench, True, say))
     if "--update" in sys.argv:
         report.update(f"{ROOT}/docs/performance.md", text)
         open(f"{ROOT}/docs/performance.svg", "w").write(report.plot(results))
