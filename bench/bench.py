@@ -10,12 +10,14 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, f"{ROOT}/bench")
 import recording  # noqa: E402
 import report  # noqa: E402
+import serving  # noqa: E402
 from measure import CAMERA_CORE, CLIENT_CORE, Bench, Driver, Floor, Picture, Spread, cpu_seconds, fetch_costs, time  # noqa: E402
 
 QUICK = "--quick" in sys.argv
 ROUNDS = 1 if QUICK else 7
 TURN = 0.1 if QUICK else 0.4  # seconds
 COUNTS = (1, 16) if QUICK else (1, 16, 64, 255)
+PARTS = [recording, serving]  # by themselves
 PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 832, 608, 200),
             Picture("1.9 MB", "JPEG", 2048, 1536, 215), Picture("20 KB", "H.264", 320, 256, 14),
             Picture("300 KB", "H.264", 832, 608, 60), Picture("1.9 MB", "H.264", 1920, 1440, 96)]
@@ -23,7 +25,8 @@ PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 83
 
 def build():
     """The programs, into the build of the preset "release": what was built and tested is what is measured."""
-    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "micro"]
+    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "session_host",
+                "micro"]
     for command in (["cmake", "--preset", "release", "-D", "PLENDIX_BENCH=ON"],
                     ["cmake", "--build", "--preset", "release", "--target", *programs]):
         subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
@@ -160,9 +163,11 @@ def micro(bench):
 
 def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
-    known = ([], ["--quick"], ["--update"], ["recording"], ["recording", "--quick"])  # no quick round is written down
+    parts = [part.__name__ for part in PARTS]
+    known = [[], ["--quick"], ["--update"], ["serving", "--update"]]  # no quick round is written down
+    known += [[part] + quick for part in parts for quick in ([], ["--quick"])]
     if words not in known:
-        print(f"bench: '{' '.join(words)}': give --quick, --update, recording or nothing", file=sys.stderr)
+        print(f"bench: '{' '.join(words)}': give --quick, --update, {' or '.join(parts)}, or nothing", file=sys.stderr)
         sys.exit(2)
     if "--inside" not in sys.argv:
         build()
@@ -170,14 +175,20 @@ def main():
                   [sys.executable, *sys.argv, "--inside"])
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     bench = Bench(BUILD)
-    if "recording" in words:
-        print(recording.markdown(bench, QUICK, say))
-        return
+    for part in PARTS:
+        if part.__name__ in words:
+            text = part.markdown(bench, QUICK, say)
+            print(text)
+            if "--update" in words:
+                report.update(f"{ROOT}/docs/performance.md", text, part.__name__)
+            return
     results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
                "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),
                "idle": idle(bench), "latency": latency(bench), "micro": micro(bench)}
     text = report.markdown(results, ROUNDS, TURN)
     print(text)
+    if QUICK:
+        print(serving.markdown(bench, True, say))
     if "--update" in sys.argv:
         report.update(f"{ROOT}/docs/performance.md", text)
         open(f"{ROOT}/docs/performance.svg", "w").write(report.plot(results))

@@ -136,6 +136,19 @@ class Bench:
         return process
 
 
+def write_config(folder, picture, count, rate):
+    """The name of a configuration file with the cameras of a fleet, as they send the picture."""
+    config = f"{folder}/cameras.toml"
+    with open(config, "w") as file:
+        file.write(f'[defaults]\ncodec = "{"jpeg" if picture.codec == "JPEG" else "h264"}"\nrate = {rate}\n'
+                   f'quality = 10\nsize = "{picture.width}x{picture.height}"\n')
+        first = [int(part) for part in FIRST_ADDRESS.split(".")]
+        for i in range(count):
+            number = (first[2] << 8) + first[3] + i
+            file.write(f'[[camera]]\naddress = "127.0.{number >> 8}.{number & 255}"\n')
+    return config
+
+
 class Contender:
     """A client that fetches as fast as it can, stopped except during its turn."""
 

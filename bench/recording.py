@@ -7,7 +7,7 @@ import tempfile
 import time
 
 import report
-from measure import CLIENT_CORE, FIRST_ADDRESS, Driver, Picture, Spread, cpu_seconds, datagrams, pinned, wait_until
+from measure import CLIENT_CORE, FIRST_ADDRESS, Driver, Picture, Spread, cpu_seconds, datagrams, pinned, wait_until, write_config
 
 # Label, camera count, pictures a second and what they show.
 CASES = [("1 large JPEG", 1, 5, Picture("1.9 MB", "JPEG", 2048, 1536, 215)),
@@ -22,14 +22,7 @@ class Recorder:
 
     def __init__(self, bench, picture, count, rate, folder):
         self.folder, self.count = folder, count
-        config = f"{folder}/cameras.toml"
-        with open(config, "w") as file:
-            file.write(f'[defaults]\ncodec = "{"jpeg" if picture.codec == "JPEG" else "h264"}"\nrate = {rate}\n'
-                       f'quality = 10\nsize = "{picture.width}x{picture.height}"\n')
-            first = [int(part) for part in FIRST_ADDRESS.split(".")]
-            for i in range(count):
-                number = (first[2] << 8) + first[3] + i
-                file.write(f'[[camera]]\naddress = "127.0.{number >> 8}.{number & 255}"\n')
+        config = write_config(folder, picture, count, rate)
         self.log = open(f"{folder}/log", "w")
         self.process = subprocess.Popen(
             [f"{bench.build}/tools/plendix", "record", "--config", config, "--output", f"{folder}/files", "--no-check"],

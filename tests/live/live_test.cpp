@@ -5,6 +5,7 @@
 
 #include "camera/picture/gallery.h"
 #include "live/live_stream.h"
+#include "live/mp4_fragments.h"
 #include "record/decode_check.h"
 #include "record/movie_file.h"
 #include "support/camera_bench.h"
@@ -93,6 +94,34 @@ TEST(LiveStream, BeginsWithAKeyFrameAndGoesOnOverChangesOfSize) {
                          ? Bytes{0xFF, 0xD8, 0xFF, 0xC0, 0, 17, 8, 0, 64, 0, 96, 3}
                          : small_key_frame;
         EXPECT_THROW(stream.take(other), Failure) << name;
+    }
+}
+
+/// The 32 or 64 bits behind a box's name, its version and its flags.
+std::int64_t value_of(const std::string& fragment, const char* box) {
+    const std::size_t at = fragment.find(box) + 4;
+    std::int64_t value = 0;
+    for (std::size_t i = at + 4; i < at + (fragment.at(at) == 1 ? 12 : 8); ++i)
+        value = value << 8 | static_cast<std::uint8_t>(fragment.at(i));
+    return value;
+}
+
+TEST(Mp4Fragments, StandWhereTheyAreSaidToStandHoweverThePicturesCome) {
+    Frame frame;
+    frame.codec = FrameCodec::h264;
+    frame.key = true;
+    frame.data = small_key_frame;
+    FrameParts parts;
+    ASSERT_TRUE(parts.take(frame));
+    Mp4Fragments fragments;
+    fragments.begin(parts.format(), 0);
+    const std::int64_t scale = 90;  // a millisecond of the stream
+    for (const std::int64_t time_ms : {0, 19, 76, 80, 81, 400, 401, 450, 500, 1900, 1950, 2000, 2001, 2050}) {
+        std::string bytes;
+        for (const Piece& piece : fragments.write(parts.picture(), true, time_ms))
+            bytes.append(reinterpret_cast<const char*>(piece.data), piece.size);
+        EXPECT_EQ(value_of(bytes, "tfdt"), fragments.begin_ms() * scale) << time_ms;
+        EXPECT_LE(fragments.begin_ms(), time_ms + 50) << "nothing adds up";
     }
 }
 

@@ -25,6 +25,7 @@ after(async () => {
 const tile = (page, number) => page.locator(`.tile[data-number="${number}"]`);
 const cameraOf = async (number) => (await fetch(`${bench.base}api/cameras/${number}`)).json();
 const quiet = (page) => assert.deepEqual(page.complaints, []);
+const megabytes = (bytes) => (bytes / 1e6).toFixed(1);
 const lineOf = (page, field) => page.locator(`#setting-${field}-standing`);
 
 /// No finding of these weights, in both colour schemes.
@@ -263,7 +264,7 @@ test("a reload and a server that restarts cost no more than the time they take",
 test(
     "a wall of 255 cameras takes pictures of the tiles seen, and no memory that grows",
     {timeout: 300000},
-    async () => {
+    async (t) => {
         const many = await start({cameras: 255});
         try {
             const page = await openPage(browser, many.base);
@@ -283,6 +284,7 @@ test(
                 ["pictures", 80],
                 ["server", real ? 16 : Infinity]
             ]) {
+                t.diagnostic(`${part}: from ${megabytes(begun[part])} to ${megabytes(now[part])} MB`);
                 assert.ok(
                     now[part] - begun[part] < most * 1e6,
                     `${part}: from ${begun[part]} to ${now[part]} bytes`

@@ -43,13 +43,17 @@ Bytes Mp4Fragments::take_beginning() {
     return output_.take();
 }
 
-/// A fragment leaves before the next picture tells how long its own is shown: as long as the one before.
+/// A fragment leaves before the next picture tells how long its own is shown: as long as the one before. Each
+/// begins where the last one ended: libavformat would put it there anyway, and not tell, and to a browser a
+/// gap is a lost picture.
 const Pieces& Mp4Fragments::write(const Pieces& picture, bool key, std::int64_t time_ms) {
     const std::int64_t duration_ms =
         last_ms_ ? std::min(time_ms - *last_ms_, longest_duration_ms) : usual_duration_ms;
+    begin_ms_ = last_ms_ ? end_ms_ : time_ms;
+    end_ms_ = begin_ms_ + duration_ms;
     last_ms_ = time_ms;
     gather_access_unit(picture, {}, false, access_);
-    output_.write(access_, key, time_ms, duration_ms);
+    output_.write(access_, key, begin_ms_, duration_ms);
     output_.flush();
     return collected();
 }

@@ -19,6 +19,9 @@ public:
     void begin(const PictureFormat& format, std::int64_t start_ms) override;
     const Pieces& write(const Pieces& picture, bool key, std::int64_t time_ms) override;
 
+    /// Where the last fragment begins in the stream: a little off its picture's `time_ms`, because each
+    /// begins where the one before ends.
+    std::int64_t begin_ms() const { return begin_ms_; }
     /// "avc1.420020" (RFC 6381), of the parameter sets.
     const std::string& codec_name() const { return codec_name_; }
     /// What stands before the first fragment, which `write` then does not bring: whoever sends it himself
@@ -32,6 +35,7 @@ private:
     PictureFormat format_;
     std::string codec_name_;
     std::optional<std::int64_t> last_ms_;
+    std::int64_t begin_ms_ = 0, end_ms_ = 0;
     Bytes access_;  // kept for its memory
     Pieces pieces_;
 };

@@ -89,7 +89,7 @@ PieceStream::Pieces PageResponse::picture() {
     for (const SharedBytes& bytes : data)
         size += bytes.size;
     const ordered_json json{{"time", utc_text(frame_->time_ms)},
-                            {"pts_ms", time_ms},
+                            {"pts_ms", fragments_ ? fragments_->begin_ms() : time_ms},
                             {"age_ms", now_ms() - frame_->arrival_ms},
                             {"zones", zones_json(frame_->zones)},
                             {"motion", frame_->motion},
