@@ -236,7 +236,9 @@ class Recordings {
     choose(number, at) {
         if (number !== this.number) this.marked = null;
         for (const [n, {row}] of this.lines) row.classList.toggle("chosen", n === number);
+        if (number !== this.number) this.lines.get(this.number)?.line.setFound([]);
         this.number = number;
+        this.search.follow(number);
         this.player.stop();
         this.player.choose(number, at);
         this.showMarked();

@@ -32,6 +32,7 @@ export class TimeLine {
         );
         this.segments = [];
         this.motion = [];
+        this.found = [];
         this.setSpan(0, 1);
     }
 
@@ -50,7 +51,8 @@ export class TimeLine {
     }
 
     setFound(spans) {
-        this.draw(2, spanPath(spans, this.from, this.to, 20, 8));
+        this.found = spans;
+        this.show();
     }
 
     setMarked(span) {
@@ -60,6 +62,7 @@ export class TimeLine {
     show() {
         this.draw(0, spanPath(this.segments, this.from, this.to, 10, 8));
         this.draw(1, spanPath(this.motion, this.from, this.to, 1, 8));
+        this.draw(2, spanPath(this.found, this.from, this.to, 20, 8));
         this.setTime(this.at);
     }
 
