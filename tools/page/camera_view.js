@@ -20,6 +20,10 @@ const marks = [
     ["recorded", "Kept on disk"]
 ];
 
+/// Nothing is kept of a camera that sends nothing.
+const isMarked = (camera, kind) =>
+    camera[kind] === true && (kind !== "recorded" || camera.state === "live");
+
 class CameraView {
     constructor(place, signal, number) {
         this.number = number;
@@ -84,8 +88,7 @@ class CameraView {
             this.state,
             this.chips,
             make("span", {class: "space"}),
-            step(-1, "Previous camera", "previous"),
-            step(1, "Next camera", "next")
+            make("span", {}, step(-1, "Previous camera", "previous"), step(1, "Next camera", "next"))
         );
     }
 
@@ -171,7 +174,7 @@ class CameraView {
         this.state.dataset.state = camera.state;
         swapIcon(this.state.firstElementChild, camera.state);
         setText(this.state.lastElementChild, stateName(camera));
-        for (const chip of this.chips) chip.hidden = camera[chip.dataset.kind] !== true;
+        for (const chip of this.chips) chip.hidden = !isMarked(camera, chip.dataset.kind);
         this.editor?.update();
     }
 
@@ -188,7 +191,7 @@ class CameraView {
                 camera.address,
                 camera.model ? `model ${camera.model}` : "",
                 camera.firmware ? `firmware ${camera.firmware}` : "",
-                camera.serial,
+                /[1-9A-F]/i.test(camera.serial ?? "") ? camera.serial : "",
                 lost ? `${lost} pictures left out for this viewer` : "",
                 begun && !begun.playable ? "this browser cannot play its H.264: a picture a second" : ""
             ]

@@ -17,7 +17,7 @@ const counter = (name, title) => ({
 const ageOf = (camera) =>
     camera.age_ms === null || camera.age_ms === undefined
         ? null
-        : camera.age_ms + (camera.state === "live" ? 0 : performance.now() - camera.heard);
+        : camera.age_ms + (camera.state === "live" && store.connected ? 0 : performance.now() - camera.heard);
 
 const columns = [
     {title: "Camera", key: (camera) => camera.number},
@@ -44,7 +44,7 @@ const columns = [
         key: (camera) => ageOf(camera) ?? Infinity,
         text: (camera) => (ageOf(camera) === null ? "none" : `${spanText(ageOf(camera))} ago`)
     },
-    {title: "Last hour", plot: true}
+    {title: "Last hour: rate, losses, motion", plot: true}
 ];
 let sorting = {column: 1, up: true}; // trouble first
 

@@ -72,6 +72,7 @@ export function logView(signal) {
     store.addEventListener(
         "connection",
         () => {
+            if (!store.connected) return;
             due = true;
             last = 0; // another process counts anew
             lines.clear();

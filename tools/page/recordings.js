@@ -1,7 +1,7 @@
 // What is kept on disk: a time line for each camera, played from where somebody clicks, searched and cut out.
 import {get} from "./api.js";
 import {button, icon, make, pause, setText} from "./dom.js";
-import {bytesText, localInput, momentText, shortClockText, spanText} from "./format.js";
+import {bytesText, dayText, localInput, shortClockText, spanText} from "./format.js";
 import {ticks} from "./lanes.js";
 import {RecordedPlayer} from "./recorded_player.js";
 import {cameraTitle} from "./states.js";
@@ -80,6 +80,7 @@ class Recordings {
         });
         signal.addEventListener("abort", () => this.watch.disconnect(), {once: true});
         store.addEventListener("cameras", () => this.build(), {signal});
+        document.addEventListener("keydown", (event) => this.leaveSearch(event), {signal, capture: true});
         this.build();
         this.show();
         this.run();
@@ -128,6 +129,13 @@ class Recordings {
         ];
     }
 
+    leaveSearch(event) {
+        if (event.key !== "Escape" || !this.search.opened) return;
+        event.preventDefault(); // not back to the wall as well
+        this.search.open(false);
+        this.search.opener.focus();
+    }
+
     shown() {
         const to = this.to ?? store.now();
         return {from: to - this.length, to};
@@ -173,7 +181,7 @@ class Recordings {
                     const mark = make(
                         "span",
                         {},
-                        this.length > 86400000 ? momentText(at).replace(/ [\d:]+$/, "") : shortClockText(at)
+                        this.length > 86400000 ? dayText(at) : shortClockText(at)
                     );
                     mark.style.left = `${((at - from) / (to - from)) * 100}%`;
                     return mark;
