@@ -69,7 +69,7 @@ class CameraView {
 
     header() {
         this.title = make("h1", {});
-        this.state = make("span", {class: "chip state"}, icon("connecting"), make("span"));
+        this.state = make("span", {class: "chip state", hidden: true}, icon("connecting"), make("span"));
         this.chips = marks.map(([kind, text]) =>
             make("span", {class: `chip ${kind}`, "data-kind": kind, hidden: true}, icon(kind), text)
         );
@@ -171,6 +171,7 @@ class CameraView {
         }
         setText(this.title, `${camera.number} ${cameraTitle(camera)}`);
         document.title = `${cameraTitle(camera)} - Plendix`;
+        this.state.hidden = false;
         this.state.dataset.state = camera.state;
         swapIcon(this.state.firstElementChild, camera.state);
         setText(this.state.lastElementChild, stateName(camera));

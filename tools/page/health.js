@@ -4,7 +4,7 @@ import {number, rateText, spanText} from "./format.js";
 import {logView} from "./log_view.js";
 import {Plots} from "./plot.js";
 import {cameraTitle, stateName, stateOrder, stateReason, stateSince} from "./states.js";
-import {store} from "./store.js";
+import {lastHeard, store} from "./store.js";
 
 const counter = (name, title) => ({
     title,
@@ -126,6 +126,7 @@ class Health {
             logView(signal)
         );
         store.addEventListener("cameras", ({detail}) => this.update(detail), {signal});
+        store.addEventListener("connection", () => this.update([]), {signal});
         every(1000, signal, () => this.update(store.cameras.keys()));
         every(5000, signal, () => this.sort());
         this.update(store.cameras.keys());
@@ -154,7 +155,8 @@ class Health {
         ]);
         setText(
             this.summary,
-            counts
+            lastHeard() +
+                counts
                 .filter(([, count]) => count > 0)
                 .map(([state, count]) => `${count} ${stateName({state}).toLowerCase()}`)
                 .join(", ")

@@ -120,6 +120,10 @@ class CameraStore extends EventTarget {
 
 export const store = new CameraStore();
 
+/// Before what is said of cameras: what was true when the server was there.
+export const lastHeard = () =>
+    store.connected || !store.known ? "" : "Not connected, when last heard of: ";
+
 /// Milliseconds between two pictures of this camera.
 export function intervalOf(camera) {
     return camera?.rate > 0 ? 1000 / camera.rate : 1000;
