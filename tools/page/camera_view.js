@@ -9,7 +9,7 @@ import {LivePicture} from "./live_picture.js";
 import {MaskEditor} from "./mask_editor.js";
 import {settingsForm} from "./settings_form.js";
 import {Stage} from "./stage.js";
-import {cameraTitle, stateName} from "./states.js";
+import {cameraTitle, numberedTitle, stateName} from "./states.js";
 import {store} from "./store.js";
 
 const marks = [
@@ -169,7 +169,7 @@ class CameraView {
             setText(this.title, this.detail.problem || `Camera ${this.number}`);
             return;
         }
-        setText(this.title, `${camera.number} ${cameraTitle(camera)}`);
+        setText(this.title, numberedTitle(camera));
         document.title = `${cameraTitle(camera)} - Plendix`;
         this.state.hidden = false;
         this.state.dataset.state = camera.state;

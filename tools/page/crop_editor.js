@@ -92,7 +92,8 @@ export class CropEditor {
         const camera = this.detail.camera;
         const now = within({...whole, ...(camera.reported?.crop ?? camera.settings?.crop)});
         const {frame} = this.stage;
-        if (camera.width > 0) this.stage.setEditorShape([camera.width / now.width, camera.height / now.height]);
+        if (camera.width > 0)
+            this.stage.setEditorShape([camera.width / now.width, camera.height / now.height]);
         for (const side of sides) frame.style.setProperty(`--crop-${side}`, percent(now[side]));
         frame.classList.add("sensor");
         this.line.show(standing(camera, "crop"));

@@ -27,8 +27,8 @@ function change(event) {
 /// Whether the camera is in this lane now, as the server told last.
 const isOn = (camera, lane) => (lane === "trouble" ? camera?.state !== "live" : camera?.[lane] === true);
 
-/// {motion: [{begin, end}], ...}: what is on still ends now; what ended unseen to begin is left out, and of what
-/// was not seen to end, because the server was away, only the beginning is known.
+/// {motion: [{begin, end}], ...}: what is on still ends now; what ended unseen to begin is left out, and of
+/// what was not seen to end, because the server was away, only the beginning is known.
 export function spansOf(events, now, camera) {
     const spans = Object.fromEntries(kinds.map((kind) => [kind, []]));
     const open = {};

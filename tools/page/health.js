@@ -3,7 +3,7 @@ import {every, icon, make, setText, swapIcon} from "./dom.js";
 import {number, rateText, spanText} from "./format.js";
 import {logView} from "./log_view.js";
 import {Plots} from "./plot.js";
-import {cameraTitle, stateName, stateOrder, stateReason, stateSince} from "./states.js";
+import {numberedTitle, stateName, stateOrder, stateReason, stateSince} from "./states.js";
 import {lastHeard, store} from "./store.js";
 
 const counter = (name, title) => ({
@@ -82,7 +82,7 @@ class Row {
     update(camera) {
         this.camera = camera;
         this.element.dataset.state = camera.state;
-        setText(this.link, `${camera.number} ${cameraTitle(camera)}`);
+        setText(this.link, numberedTitle(camera));
         swapIcon(this.mark, camera.state);
         setText(this.state, ` ${stateName(camera)}`);
         setText(this.reason, stateReason(camera));

@@ -27,4 +27,10 @@ export function stateSince(camera) {
     return Number.isNaN(since) ? "" : spanText(store.now() - since);
 }
 
-export const cameraTitle = (camera) => camera.name || `Camera ${camera.number}`;
+const unnamed = (camera) => `Camera ${camera.number}`; // also what the driver calls it
+
+export const cameraTitle = (camera) => camera.name || unnamed(camera);
+
+/// "3 Gate", and "Camera 3" where it has no name of its own.
+export const numberedTitle = (camera) =>
+    cameraTitle(camera) === unnamed(camera) ? unnamed(camera) : `${camera.number} ${camera.name}`;

@@ -8,7 +8,7 @@ const height = 30;
 const moves = {ArrowLeft: -1, ArrowRight: 1, PageDown: -10, PageUp: 10};
 
 export class TimeLine {
-    constructor(name, chosen) {
+    constructor(chosen) {
         this.chosen = chosen;
         const {svg, draw} = lanes(height, ["lane kept", "lane motion", "lane found", "lane marked"], {
             "aria-hidden": "true"
@@ -22,7 +22,6 @@ export class TimeLine {
                 class: "timeline",
                 role: "slider",
                 tabindex: 0,
-                "aria-label": `Recording of ${name}`,
                 "aria-valuemin": 0,
                 "aria-valuemax": 1000,
                 onclick: (event) => this.point(event),
@@ -34,6 +33,10 @@ export class TimeLine {
         this.motion = [];
         this.found = [];
         this.setSpan(0, 1);
+    }
+
+    setName(name) {
+        setAttribute(this.element, "aria-label", `Recording of ${name}`);
     }
 
     setSpan(from, to) {
