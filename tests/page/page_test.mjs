@@ -305,6 +305,7 @@ test("pages that nobody sees leave the connections to the others, and say what t
     const rested = page.waitForEvent("requestfailed", (request) => request.url().endsWith("/api/events"));
     await page.evaluate(() => window.show(false));
     await rested;
+    await page.waitForTimeout(2000); // what is lost from here on is not told by what was lost before
     await bench.restart();
     await page.evaluate(() => window.show(true));
     await page.locator("#banner").getByText("connection to the server is lost").waitFor();

@@ -57,10 +57,19 @@ try {
         "recordings",
         "#/recordings",
         async (page) => {
-            await page.waitForTimeout(40000); // something to see
+            await page.getByLabel("Show").selectOption("10 minutes");
+            await page.waitForTimeout(150000); // something to see
+            await page.getByRole("button", {name: "Now"}).click();
+            await page.waitForTimeout(4000);
             const line = await page.locator(".lane.kept").first().boundingBox();
             await page.mouse.click(line.x + line.width / 2, line.y + line.height / 2);
-            await page.waitForTimeout(3000);
+            await moves(page.locator(".frame > .shot"));
+            await page.getByRole("button", {name: "Mark begin"}).click();
+            await page.getByRole("button", {name: "Search zones"}).click();
+            for (const key of ["ArrowDown", "ArrowDown", "ArrowRight", "Shift+ArrowRight", "Shift+ArrowDown"])
+                await page.keyboard.press(key);
+            await page.getByRole("button", {name: "Search", exact: true}).click();
+            await page.locator(".found li").first().waitFor();
         },
         {colorScheme: "dark"}
     );
