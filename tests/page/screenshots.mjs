@@ -39,7 +39,7 @@ try {
     };
     const tiles = async (page) => {
         await page.getByText("5 of 6 live").waitFor({timeout: 60000});
-        await page.waitForTimeout(4000); // pictures come, and the sixth camera is told of
+        await page.waitForTimeout(12000); // rates of ten seconds, and the sixth camera is told of
     };
     await shoot("wall", "#/", tiles, {colorScheme: "dark"});
     await shoot("camera", "#/camera/2", (page) => moves(page.locator("video").first()), {colorScheme: "light"});
@@ -48,8 +48,16 @@ try {
         "#/camera/1",
         async (page) => {
             await moves(page.locator("canvas").first());
-            await page.getByRole("button", {name: /mask/i}).first().click();
-            await page.waitForTimeout(1000);
+            await page.getByRole("button", {name: "Mask", exact: true}).click();
+            const zone = (row, column) =>
+                page.getByRole("checkbox", {name: `Row ${row}, column ${column}`, exact: true}).boundingBox();
+            for (const row of [1, 2]) {
+                const [from, to] = [await zone(row, 1), await zone(row, 8)];
+                await page.mouse.move(from.x + 20, from.y + 20);
+                await page.mouse.down();
+                await page.mouse.move(to.x + 20, to.y + 20, {steps: 20});
+                await page.mouse.up();
+            }
         },
         {colorScheme: "light"}
     );
@@ -66,7 +74,7 @@ try {
             await moves(page.locator(".frame > .shot"));
             await page.getByRole("button", {name: "Mark begin"}).click();
             await page.getByRole("button", {name: "Search zones"}).click();
-            for (const key of ["ArrowDown", "ArrowDown", "ArrowRight", "Shift+ArrowRight", "Shift+ArrowDown"])
+            for (const key of [...Array(4).fill("ArrowDown"), "ArrowRight", "Shift+ArrowRight"])
                 await page.keyboard.press(key);
             await page.getByRole("button", {name: "Search", exact: true}).click();
             await page.locator(".found li").first().waitFor();
