@@ -332,13 +332,17 @@ function api(request, response, url, body) {
             version: "9.2.3"
         });
     if (path === "/api/login") {
-        loggedIn = body.password === "right";
+        loggedIn = body.password === "right-password";
         return loggedIn
             ? json(response, {name: "anna"})
             : json(response, {error: "wrong name or password"}, 403);
     }
     if (!loggedIn) return json(response, {error: "log in first"}, 401);
-    if (path === "/api/logout") return json(response, {}, (loggedIn = false) || 200);
+    if (path === "/api/logout") {
+        loggedIn = false;
+        for (const listener of listeners) listener.end();
+        return json(response, {});
+    }
     if (path === "/api/cameras")
         return json(response, {time: iso(Date.now()), version: "9.2.3", cameras: cameras.map(short)});
     if (path.startsWith("/api/cameras/")) return cameraApi(request, response, path, body);

@@ -355,26 +355,29 @@ test(
     }
 );
 
-test("who has to log in is asked, also when the session ends in the middle", {skip: real}, async () => {
-    const guarded = await startMock({login: true});
+test("who has to log in is asked, also when the session ends in the middle", async () => {
+    const guarded = await start({cameras: 2, login: true});
     try {
-        const page = await openPage(browser, guarded.base, {expected: /40[13]/});
-        await fetch(`${guarded.base}api/logout`, {method: "POST", headers: {"X-Plendix": "1"}});
-        await page.reload();
+        const page = await openPage(browser, guarded.base, {
+            expected: /40[13]|ERR_INCOMPLETE_CHUNKED_ENCODING/,
+            ignoreHTTPSErrors: true
+        });
         await page.getByLabel("Name", {exact: true}).fill("anna");
-        await page.getByLabel(/^Password/).fill("wrong");
+        await page.getByLabel(/^Password/).fill("wrong-password");
         await page.keyboard.press("Enter");
         await page.getByText("Not logged in: wrong name or password").waitFor();
         await accessible(page, "login");
-        await page.getByLabel(/^Password/).fill("right");
+        await page.getByLabel(/^Password/).fill("right-password");
         await page.keyboard.press("Enter");
         await moves(tile(page, 1).locator(".shot"), 2);
-        await fetch(`${guarded.base}api/logout`, {method: "POST", headers: {"X-Plendix": "1"}});
-        await page.getByRole("link", {name: /^1 Gate/}).click();
+        await page.reload();
+        await moves(tile(page, 1).locator(".shot"), 2);
+        const out = await page.request.post(`${guarded.base}api/logout`, {headers: {"X-Plendix": "1"}});
+        assert.ok(out.ok());
         await page.getByRole("heading", {name: "Log in"}).waitFor();
         await quiet(page);
         await page.close();
     } finally {
-        guarded.stop();
+        await guarded.stop();
     }
 });

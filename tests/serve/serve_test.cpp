@@ -5,6 +5,7 @@
 #include "serve/desk.h"
 #include "serve/event_feed.h"
 #include "serve/live_hub.h"
+#include "serve/thumbnailer.h"
 #include "usage.h"
 
 namespace plendix {
@@ -64,7 +65,8 @@ TEST(SettingsJson, TakesWhatIsRightAndNamesWhatIsNot) {
         "trigger": {"name": "Door", "normally_closed": true}, "relay": {"name": null, "normally_low": true}})";
     const CameraSettings all = patched(camera(1), json::parse(whole));
     EXPECT_EQ(patched(camera(1), json::parse(settings_json(all).dump())), all) << "reads back what it wrote";
-    EXPECT_THROW(require_distinct({camera(1), camera(2)}, patched(camera(1), json{{"address", "127.0.1.2"}})),
+    const std::vector<CameraSettings> both{camera(1), camera(2)};
+    EXPECT_THROW(require_distinct(both, both[0], patched(both[0], json{{"address", "127.0.1.2"}})),
                  UsageError);
 }
 
@@ -74,8 +76,13 @@ TEST(Desk, FollowsAWishUntilItIsAnswered) {
     EXPECT_EQ(desk.wanted()[0].quality, 0) << "what cannot be used is left out";
     desk.patch(1, json{{"quality", 9}, {"size", "800x600"}}, 1000);
     EXPECT_THAT(desk.status(1).pending, ElementsAre("quality", "size"));
-    EXPECT_EQ(desk.take_changes()["1"]["quality"], 9);
+    const json changes = desk.take_changes();
+    EXPECT_EQ(changes["1"]["quality"], 9);
     EXPECT_TRUE(desk.take_changes().is_null());
+    CameraSettings other = camera(1);
+    other.address = "127.0.1.9";
+    EXPECT_EQ(Desk({camera(1)}, changes).wanted()[0].quality, 9);
+    EXPECT_EQ(Desk({other}, changes).wanted()[0].quality, 0) << "another camera has the number now";
 
     CameraState state;
     state.number = 1;
@@ -83,6 +90,14 @@ TEST(Desk, FollowsAWishUntilItIsAnswered) {
     std::map<int, ReportedCamera> reports;
     reports[1].settings = camera(1);
     reports[1].settings.quality = 9;
+    reports[1].settings.width = 1600;
+    reports[1].settings.height = 1184;
+    desk.learn({state}, reports, 1500);
+    reports[1].settings.width = reports[1].settings.height = 0;
+    desk.patch(1, json{{"size", nullptr}}, 1500);
+    desk.patch(1, json{{"size", "800x600"}}, 1500);
+    desk.learn({state}, reports, 1600);
+    EXPECT_THAT(desk.status(1).pending, ElementsAre("size")) << "it begins anew: that is no answer";
     reports[1].settings.width = 768;
     reports[1].settings.height = 592;
     desk.learn({state}, reports, 2000);
@@ -136,6 +151,51 @@ TEST(LiveHub, GivesEachViewerPicturesThatCanBeDecoded) {
     full.offer(frame(1, true));
     EXPECT_TRUE(full.take()->key) << "what builds on a lost picture is none";
     EXPECT_EQ(full.lost(), 3U);
+}
+
+TEST(LiveHub, GivesNoPictureForLiveThatIsOlderThanTheCameraIsSlow) {
+    const struct {
+        std::vector<std::pair<std::int64_t, bool>> pictures;  // arrival, key frame
+        std::int64_t fresh_ms, stale_ms;                      // the last moment, and the first
+    } rows[] = {
+        {{{1000, true}, {1050, true}}, 3050, 3051},                                // 20 a second
+        {{{1000, true}, {2500, true}}, 5500, 5501},                                // two in three seconds
+        {{{1000, true}, {60'000, true}}, 65'000, 65'001},                          // back after a minute
+        {{{1000, true}, {1050, false}, {4000, true}, {4050, false}}, 6050, 6051},  // H.264
+        {{{1000, true}, {3000, false}, {5900, false}}, 6000, 6001},                // no key frame for 5 s
+    };
+    for (const auto& row : rows) {
+        LiveHub hub;
+        EXPECT_FALSE(hub.sight(1, 0).age_ms);
+        for (const auto& [arrival_ms, key] : row.pictures) {
+            const auto picture = std::make_shared<Frame>(*frame(1, key));
+            picture->arrival_ms = arrival_ms;
+            hub.push(picture);
+        }
+        EXPECT_TRUE(hub.sight(1, row.fresh_ms).picture) << row.fresh_ms;
+        for (std::int64_t later = row.stale_ms; later < row.stale_ms + 30'000; later += 100)
+            EXPECT_FALSE(hub.sight(1, later).picture) << later;
+    }
+}
+
+TEST(Wall, IsLeftAloneWhileNobodyTakesItsPictures) {
+    Wall wall;
+    const auto picture = [](int camera, std::int64_t arrival_ms) {
+        auto made = std::make_shared<WallPicture>();
+        made->frame.camera = camera;
+        made->frame.arrival_ms = arrival_ms;
+        made->jpeg = {1};
+        return made;
+    };
+    const auto now = Wall::Clock::now();
+    for (const std::int64_t arrival_ms : {1, 2, 3})
+        wall.offer(picture(7, arrival_ms));
+    EXPECT_FALSE(wall.wants(picture(7, 3)->frame, now)) << "was offered";
+    EXPECT_TRUE(wall.wants(picture(8, 3)->frame, now));
+    EXPECT_FALSE(wall.wants(picture(8, 3)->frame, now + std::chrono::seconds(5))) << "its viewer sleeps";
+    EXPECT_EQ(wall.take()->frame.arrival_ms, 3) << "the newest alone waited";
+    EXPECT_FALSE(wall.take());
+    EXPECT_TRUE(wall.wants(picture(8, 3)->frame, now + std::chrono::seconds(5)));
 }
 
 TEST(EventFeed, TellsAFollowerWhoMissedSomething) {

@@ -6,6 +6,7 @@
 #include "host/clocks.h"
 #include "host/document_builder.h"
 #include "plugin/host_records.h"
+#include "usage.h"
 
 namespace plendix {
 namespace {
@@ -180,11 +181,16 @@ std::vector<Event> Session::stop() {
 
 void Session::change(const std::vector<CameraSettings>& cameras) {
     const std::string document = change_document(cameras_, cameras);
+    wish(cameras);  // before the driver tells of them
+    try {
+        if (!document.empty()) plugin_.configure(document);
+    } catch (const Failure&) {
+        wish(cameras_);
+        throw;
+    }
     cameras_ = cameras;
-    wish(cameras_);
     for (auto report = reports_.begin(); report != reports_.end();)
         report = is_wanted(report->first) ? std::next(report) : reports_.erase(report);
-    if (!document.empty()) plugin_.configure(document);
 }
 
 void Session::write(const std::string& document) {

@@ -53,7 +53,8 @@ public:
     /// returns the events. May be repeated.
     std::vector<Event> stop();
 
-    /// Goes on with these cameras: those that are the same as before are not touched. Throws Failure.
+    /// Goes on with these cameras: those that are the same as before are not touched. Throws Failure, and
+    /// then goes on with those before.
     void change(const std::vector<CameraSettings>& cameras);
     /// Hands over a write document (relays, recording marks). Throws Failure when it is refused.
     void write(const std::string& document);

@@ -1,10 +1,15 @@
 #include "http/client_socket.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 namespace plendix {
 namespace {
@@ -32,8 +37,21 @@ bool client_is_gone(int descriptor) {
 
 unsigned connection_limit(unsigned wanted) {
     rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur / 2 > wanted) return wanted;
-    return static_cast<unsigned>(limit.rlim_cur / 2);
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return wanted;
+    const rlim_t enough = FD_SETSIZE + rlim_t{2} * wanted;  // a stream may have a file, too
+    if (limit.rlim_cur < enough) {
+        limit.rlim_cur = std::min(enough, limit.rlim_max);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    if (limit.rlim_cur >= FD_SETSIZE + rlim_t{wanted}) return wanted;
+    return std::min(wanted, static_cast<unsigned>(limit.rlim_cur / 2));
+}
+
+int out_of_the_way(int descriptor) {
+    const int high = fcntl(descriptor, F_DUPFD_CLOEXEC, FD_SETSIZE);
+    if (high < 0) return descriptor;
+    close(descriptor);
+    return high;
 }
 
 }  // namespace plendix

@@ -3,9 +3,11 @@
 #include <microhttpd.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 
 #include "http/client_socket.h"
 
@@ -14,9 +16,8 @@ namespace {
 
 using Clock = Connection::Clock;
 
-constexpr std::size_t most_errands = 64;
-constexpr std::size_t most_logins = 16;
-constexpr int look_ms = 1000;  // how often it is looked after clients
+constexpr unsigned most_accepted = 64;  // before those that are there get their turn
+constexpr int look_ms = 1000;           // how often it is looked after clients
 constexpr std::chrono::milliseconds look_interval{look_ms};
 constexpr std::chrono::seconds trouble_interval{10};
 
@@ -28,10 +29,7 @@ Connection& connection_of(MHD_Connection* connection) {
 }  // namespace
 
 ServerEngine::ServerEngine(const ServerOptions& options, const Router& router, Guard& guard)
-    : options_(options),  //
-      worker_(most_errands),
-      login_worker_(most_logins),
-      parts_{options_, router, guard, worker_, login_worker_, counters_, bell_} {
+    : options_(options), parts_{options_, router, guard, workers_, counters_, bell_} {
     start(guard);
 }
 
@@ -65,16 +63,41 @@ void ServerEngine::trouble(const std::string& line) {
     options_.log(line);
 }
 
-/// For the library, the bell, or the next look at the clients, where there are some.
+bool ServerEngine::has_room(Clock::time_point now) const {
+    return connections_.size() < most_connections_ && now >= accept_again_;
+}
+
+/// For the library, the bell, a new client, or the next look at the clients, where there are some.
 void ServerEngine::wait() {
-    std::array<pollfd, 2> events{{{library_events_, POLLIN, 0}, {bell_.descriptor(), POLLIN, 0}}};
+    const int listening = has_room(Clock::now()) ? listening_ : -1;  // poll looks past it
+    std::array<pollfd, 3> events{
+        {{library_events_, POLLIN, 0}, {bell_.descriptor(), POLLIN, 0}, {listening, POLLIN, 0}}};
     MHD_UNSIGNED_LONG_LONG library_ms = 0;
     const bool due = MHD_get_timeout(daemon_, &library_ms) == MHD_YES;
-    const int longest = connections_.empty() ? -1 : look_ms;
+    const int longest = connections_.empty() && listening >= 0 ? -1 : look_ms;
     const int patience =
         due ? static_cast<int>(std::min<MHD_UNSIGNED_LONG_LONG>(library_ms, look_ms)) : longest;
     poll(events.data(), events.size(), patience);
     if (events[1].revents != 0) bell_.clear();
+    if (events[2].revents != 0) accept_all();
+}
+
+/// The library would accept them, too, but at the lowest descriptors that are free.
+void ServerEngine::accept_all() {
+    for (unsigned count = 0; count < most_accepted && connections_.size() + count < most_connections_;
+         ++count) {
+        sockaddr_storage address{};
+        socklen_t length = sizeof address;
+        auto* const peer = reinterpret_cast<sockaddr*>(&address);
+        const int client = accept4(listening_, peer, &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (client < 0) {
+            if (errno != EMFILE && errno != ENFILE) return;
+            trouble("no descriptor is left for a client");
+            accept_again_ = Clock::now() + look_interval;
+            return;
+        }
+        MHD_add_connection(daemon_, out_of_the_way(client), peer, length);  // closes what it does not take
+    }
 }
 
 void ServerEngine::run() {
@@ -94,6 +117,7 @@ void ServerEngine::shut_down() {
     MHD_run(daemon_);
     MHD_stop_daemon(daemon_);
     daemon_ = nullptr;
+    close(listening_);
 }
 
 void ServerEngine::look_after(Connection& connection, Clock::time_point now) {
@@ -102,9 +126,8 @@ void ServerEngine::look_after(Connection& connection, Clock::time_point now) {
         if (now > connection.deadline) shutdown(connection.descriptor, SHUT_RDWR);
         return;
     }
-    if (!exchange->streaming()) return;
     const bool gone = exchange->asleep() && client_is_gone(connection.descriptor);
-    if (gone || !exchange->still_welcome()) exchange->cut();
+    if (gone || (exchange->streaming() && !exchange->still_welcome())) exchange->cut();
 }
 
 void ServerEngine::look_after_all(Clock::time_point now) {

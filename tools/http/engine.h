@@ -53,6 +53,8 @@ private:
     void start(Guard& guard);
     void run();
     void wait();
+    void accept_all();
+    bool has_room(Connection::Clock::time_point now) const;
     void look_after(Connection& connection, Connection::Clock::time_point now);
     void look_after_all(Connection::Clock::time_point now);
     void shut_down();
@@ -60,15 +62,17 @@ private:
     const ServerOptions options_;
     ServerCounters counters_;
     Bell bell_;
-    Worker worker_;
-    Worker login_worker_;
+    Workers workers_;
     ServerParts parts_;
     MHD_Daemon* daemon_ = nullptr;
+    int listening_ = -1;
+    unsigned most_connections_ = 0;
     int library_events_ = -1;  // a descriptor that is readable when the library has something to do
     int port_ = 0;
     std::string last_trouble_;
     Connection::Clock::time_point trouble_told_{};
     Connection::Clock::time_point looked_{};
+    Connection::Clock::time_point accept_again_{};  // after the system had no descriptor
     std::unordered_set<Connection*> connections_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;

@@ -1,4 +1,5 @@
 #include <microhttpd.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
@@ -92,12 +93,12 @@ void add_text(LibraryOptions& list, MHD_OPTION option, const char* text) {
 void ServerEngine::start(Guard& guard) {
     const bool tls = !options_.tls_certificate.empty();
     const TlsFiles files = tls ? read_tls_files(options_.tls_certificate, options_.tls_key) : TlsFiles{};
-    const int listening = options_.socket >= 0 ? options_.socket : open_listening_socket(options_.listen);
-    port_ = port_of_socket(listening);
+    listening_ = options_.socket >= 0 ? options_.socket : open_listening_socket(options_.listen);
+    port_ = port_of_socket(listening_);
+    most_connections_ = connection_limit(options_.connections);
     guard.set_port(port_);
     LibraryOptions list;
-    add_number(list, MHD_OPTION_LISTEN_SOCKET, static_cast<std::size_t>(listening));
-    add_number(list, MHD_OPTION_CONNECTION_LIMIT, connection_limit(options_.connections));
+    add_number(list, MHD_OPTION_CONNECTION_LIMIT, most_connections_);
     add_number(list, MHD_OPTION_PER_IP_CONNECTION_LIMIT, options_.connections_per_address);
     add_number(list, MHD_OPTION_CONNECTION_TIMEOUT, static_cast<std::size_t>(options_.idle_time.count()));
     add_number(list, MHD_OPTION_CONNECTION_MEMORY_LIMIT, connection_memory);
@@ -108,15 +109,18 @@ void ServerEngine::start(Guard& guard) {
         add_text(list, MHD_OPTION_HTTPS_PRIORITIES, tls_versions);
     }
     list.push_back({MHD_OPTION_END, 0, nullptr});
-    const unsigned mode =
-        MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG | (tls ? MHD_USE_TLS : MHD_NO_FLAG);
+    const unsigned mode = MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | MHD_ALLOW_SUSPEND_RESUME |
+                          MHD_USE_ERROR_LOG | (tls ? MHD_USE_TLS : MHD_NO_FLAG);
     daemon_ = MHD_start_daemon(mode, 0, nullptr, nullptr, on_request, this,   //
                                MHD_OPTION_EXTERNAL_LOGGER, on_trouble, this,  //
                                MHD_OPTION_URI_LOG_CALLBACK, on_request_line, this,
                                MHD_OPTION_NOTIFY_COMPLETED, on_answered, this,     //
                                MHD_OPTION_NOTIFY_CONNECTION, on_connection, this,  //
                                MHD_OPTION_ARRAY, list.data(), MHD_OPTION_END);
-    if (daemon_ == nullptr) throw Failure("cannot start the HTTP server: " + last_trouble_);
+    if (daemon_ == nullptr) {
+        close(listening_);
+        throw Failure("cannot start the HTTP server: " + last_trouble_);
+    }
     library_events_ = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     const SignalsBlocked inherited;
     thread_ = std::thread([this] { run(); });

@@ -24,6 +24,7 @@ Response answer_of(const Handler& handler, const Request& request) try {
 
 Errand::Errand(const Route& route, const Request& request, MHD_Connection* connection, Bell& bell)
     : route_(route), request_(request), bell_(bell), connection_(connection) {
+    request_.abandoned = abandoned_;
     MHD_suspend_connection(connection);
 }
 
@@ -52,6 +53,7 @@ std::optional<Response> Errand::result() {
 }
 
 void Errand::abandon() {
+    *abandoned_ = true;
     const std::lock_guard<std::mutex> lock(mutex_);
     wake();
 }

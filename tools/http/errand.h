@@ -1,6 +1,8 @@
 // A request that a worker answers while its connection sleeps.
 #pragma once
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -30,7 +32,8 @@ private:
     void wake();
 
     const Route& route_;
-    const Request request_;
+    const std::shared_ptr<std::atomic<bool>> abandoned_ = std::make_shared<std::atomic<bool>>(false);
+    Request request_;
     Bell& bell_;
     std::mutex mutex_;
     // Guarded by mutex_:

@@ -106,7 +106,7 @@ bool Exchange::answer() {
     }
     const Route& route = *match_.route;
     if (route.options.lane == Lane::server) return send(answer_of(route.handler, request_));
-    Worker& worker = route.options.lane == Lane::login ? parts_.login_worker : parts_.worker;
+    Worker& worker = parts_.workers.of(route.options.lane);
     if (!worker.has_room())
         return send(
             error_response(503, "too much is asked just now: again in a second").with("Retry-After", "1"));

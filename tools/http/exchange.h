@@ -28,8 +28,7 @@ struct ServerParts {
     const ServerOptions& options;
     const Router& router;
     const Guard& guard;
-    Worker& worker;
-    Worker& login_worker;
+    Workers& workers;
     ServerCounters& counters;
     Bell& bell;  // rung when a connection that slept is to be looked at
 };
@@ -51,8 +50,8 @@ public:
 
     bool answering() const { return queued_ || errand_; }
     bool streaming() const { return seat_ != nullptr; }
-    /// A stream that nothing has been written to since its client may have gone.
-    bool asleep() const { return seat_ != nullptr && seat_->asleep(); }
+    /// Nothing has been written since its client may have gone.
+    bool asleep() const { return seat_ ? seat_->asleep() : errand_ && !queued_; }
     bool still_welcome() const { return parts_.guard.still_welcome(request_); }
     void cut();  // the connection is to end
 

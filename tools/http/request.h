@@ -1,8 +1,10 @@
 // What somebody asked of the HTTP server, read and checked. A plain value: it may go to any thread.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,6 +25,10 @@ struct Request {
     Fields headers;
     Fields cookies;
     std::map<std::string, std::string> parameters;  // of the route's pattern
+    std::shared_ptr<const std::atomic<bool>> abandoned;
+
+    /// Whether nobody waits for the answer any more: a worker may ask.
+    bool given_up() const { return abandoned && *abandoned; }
 
     /// First header of this name, whose case does not matter.
     std::optional<std::string> header(const std::string& name) const;

@@ -12,9 +12,15 @@ namespace plendix {
 
 using Handler = std::function<Response(const Request&)>;
 
-/// Where a handler runs. The server's own thread is for what takes no time (all streams wait for it);
-/// the worker is one thread for what does. `login` is a worker of its own, for what strangers may ask.
-enum class Lane { server, worker, login };
+/// Where a handler runs. The server's own thread is for what takes no time: all streams wait for it. The
+/// others are workers of one thread each, so that what is short does not wait for what is long.
+enum class Lane {
+    server,
+    worker,    // some milliseconds of a processor
+    reader,    // reads from a disk, a second perhaps
+    long_job,  // minutes: it asks Request::given_up
+    login      // what strangers may ask
+};
 
 struct RouteOptions {
     bool open = false;  // nobody needs to be logged in

@@ -39,4 +39,10 @@ void Worker::run() {
     }
 }
 
+Worker& Workers::of(Lane lane) {
+    if (lane == Lane::login) return login_;
+    if (lane == Lane::long_job) return long_job_;
+    return lane == Lane::reader ? reader_ : quick_;
+}
+
 }  // namespace plendix

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <thread>
 
+#include "http/router.h"
+
 namespace plendix {
 
 /// Does what it is given in that order. One thread gives.
@@ -32,6 +34,15 @@ private:
     std::deque<std::function<void()>> waiting_;
     bool stopping_ = false;
     std::thread thread_;  // the last member: it uses the others
+};
+
+/// Those of a server.
+class Workers {
+public:
+    Worker& of(Lane lane);  // not of Lane::server
+
+private:
+    Worker quick_{64}, reader_{32}, long_job_{8}, login_{16};
 };
 
 }  // namespace plendix

@@ -7,6 +7,7 @@
 #include "host/event_json.h"
 #include "serve/desk.h"
 #include "serve/live_hub.h"
+#include "serve/page_message.h"
 
 namespace plendix {
 namespace {
@@ -15,6 +16,7 @@ using nlohmann::ordered_json;
 
 constexpr int most_zones = 8;
 constexpr double whole_side = 10000;
+constexpr std::chrono::milliseconds texts_life{250};
 
 template <class Value>
 ordered_json known(Value value) {
@@ -119,7 +121,8 @@ bool CameraBoard::ready() const {
 /// Requires mutex_.
 ordered_json CameraBoard::summary(const Entry& entry) const {
     const CameraState& state = entry.state;
-    const FramePointer newest = hub_.newest(state.number);
+    // What was there before it was switched off, or of another camera of this number, is none of its own.
+    const FramePointer newest = state.last_frame ? hub_.newest(state.number) : nullptr;
     const auto now_ms = milliseconds_of(CameraState::Time::clock::now());
     const std::string reason = reason_of(state, entry.diagnosis);
     const std::string serial = entry.report ? entry.report->serial : "";
@@ -162,6 +165,17 @@ std::vector<ordered_json> CameraBoard::summaries() const {
     return all;
 }
 
+std::shared_ptr<const CameraBoard::Texts> CameraBoard::summary_texts() const {
+    const std::lock_guard<std::mutex> lock(texts_mutex_);
+    const auto now = CameraState::Time::clock::now();
+    if (texts_ && now - texts_made_ < texts_life) return texts_;
+    auto texts = std::make_shared<Texts>();
+    for (const ordered_json& camera : summaries())
+        texts->emplace_back(camera["number"].get<int>(), json_text(camera));
+    texts_made_ = now;
+    return texts_ = std::move(texts);
+}
+
 ordered_json CameraBoard::detail(int camera) const {
     std::optional<ReportedCamera> report;
     ordered_json json;
@@ -184,7 +198,8 @@ ordered_json CameraBoard::detail(int camera) const {
 ordered_json CameraBoard::history(int camera) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = entries_.find(camera);
-    return found == entries_.end() ? ordered_json() : found->second.history.json(utc_ms());
+    return found == entries_.end() ? ordered_json()
+                                   : found->second.history.json(CameraState::Time::clock::now(), utc_ms());
 }
 
 }  // namespace plendix

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/camera_state.h"
@@ -37,6 +39,9 @@ public:
     /// What changes from second to second; null where there is no such camera.
     nlohmann::ordered_json summary(int camera) const;
     std::vector<nlohmann::ordered_json> summaries() const;
+    /// The same as JSON text by camera, made once for all who ask within a quarter of a second.
+    using Texts = std::vector<std::pair<int, std::string>>;
+    std::shared_ptr<const Texts> summary_texts() const;
     /// The same with settings, wishes and zones.
     nlohmann::ordered_json detail(int camera) const;
     nlohmann::ordered_json history(int camera) const;
@@ -59,6 +64,10 @@ private:
     const bool recorded_;
     mutable std::mutex mutex_;
     std::map<int, Entry> entries_;  // guarded by mutex_
+    mutable std::mutex texts_mutex_;
+    // Guarded by texts_mutex_:
+    mutable std::shared_ptr<const Texts> texts_;
+    mutable CameraState::Time texts_made_{};
 };
 
 }  // namespace plendix

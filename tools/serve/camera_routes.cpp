@@ -50,7 +50,9 @@ Response all(House& house, const std::string& version) {
 }
 
 Response one(House& house, int camera) {
-    return json_response(house.board().detail(camera));
+    const ordered_json detail = house.board().detail(camera);
+    if (detail.is_null()) throw HttpError(404, "camera " + std::to_string(camera) + " is not there");
+    return json_response(detail);
 }
 
 }  // namespace
@@ -86,7 +88,9 @@ void add_camera_routes(Router& router, House& house, const std::string& version)
         return empty_response();
     });
     router.add("GET", "/api/history/{camera}", [&house](const Request& request) {
-        return json_response(house.board().history(camera_of(request, house)));
+        const ordered_json history = house.board().history(camera_of(request, house));
+        if (history.is_null()) throw HttpError(404, "nothing is known of this camera yet");
+        return json_response(history);
     });
 }
 

@@ -16,7 +16,9 @@ constexpr std::int64_t undo_after_ms = 15000;
 constexpr int alarm_action = 0;
 constexpr double longest_relay_s = 86400;
 
-/// What is not wanted as configured.
+constexpr const char* configured_address = "configured_address";
+
+/// What is not wanted as configured, and of which camera.
 nlohmann::json change_of(const CameraSettings& configured, const CameraSettings& wanted) {
     const auto all = settings_json(wanted);
     nlohmann::json change = nlohmann::json::object();
@@ -33,6 +35,16 @@ CameraSettings patched_if_possible(const CameraSettings& camera, const nlohmann:
     }
 }
 
+/// Nothing where another camera had this number.
+nlohmann::json own_change(const CameraSettings& camera, nlohmann::json change) {
+    if (!change.is_object()) return nlohmann::json::object();
+    const auto address = change.find(configured_address);
+    if (address == change.end()) return change;
+    if (*address != camera.address) return nlohmann::json::object();
+    change.erase(address);
+    return change;
+}
+
 }  // namespace
 
 Desk::Desk(const std::vector<CameraSettings>& cameras, const nlohmann::json& changes) {
@@ -40,7 +52,7 @@ Desk::Desk(const std::vector<CameraSettings>& cameras, const nlohmann::json& cha
         Entry& here = entries_[camera.number];
         here.configured = here.wanted = camera;
         const auto change = changes.is_object() ? changes.find(std::to_string(camera.number)) : changes.end();
-        if (change != changes.end()) here.wanted = patched_if_possible(camera, *change);
+        if (change != changes.end()) here.wanted = patched_if_possible(camera, own_change(camera, *change));
     }
 }
 
@@ -86,7 +98,7 @@ void Desk::patch(int camera, const nlohmann::json& patch, std::int64_t now_ms) {
     std::vector<CameraSettings> others;
     for (const auto& [number, other] : entries_)
         others.push_back(other.wanted);
-    require_distinct(others, settings);
+    require_distinct(others, here.wanted, settings);
     change(here, settings, now_ms);
 }
 
@@ -115,7 +127,8 @@ bool Desk::undo(int camera, std::int64_t now_ms) {
 
 /// Requires mutex_.
 bool Desk::can_undo(const Entry& here) const {
-    return here.before && !here.delivers && learnt_ms_ - here.changed_ms >= undo_after_ms;
+    return here.before && here.wanted.enabled && !here.delivers &&
+           learnt_ms_ - here.changed_ms >= undo_after_ms;
 }
 
 void Desk::set_relay(int camera, bool on, double seconds, std::int64_t now_ms) {
@@ -140,8 +153,10 @@ nlohmann::ordered_json Desk::take_changes() {
     if (!std::exchange(unsaved_, false)) return nullptr;
     auto changes = nlohmann::ordered_json::object();
     for (const auto& [number, entry] : entries_)
-        if (const auto change = change_of(entry.configured, entry.wanted); !change.empty())
+        if (auto change = change_of(entry.configured, entry.wanted); !change.empty()) {
+            change[configured_address] = entry.configured.address;
             changes[std::to_string(number)] = change;
+        }
     return changes;
 }
 
@@ -156,30 +171,56 @@ void Desk::replace(std::vector<CameraSettings> cameras) {
         const bool known = here.configured.number != 0;
         here.configured = std::move(camera);
         here.wanted = known ? patched_if_possible(here.configured, change) : here.configured;
+        here.before.reset();  // the last change was the file's
     }
     entries_ = std::move(entries);
     changed_ = unsaved_ = true;
 }
 
-void Desk::work(Session& session, std::int64_t now_ms) {
-    std::vector<CameraSettings> cameras;
-    std::vector<std::string> documents;
+/// What is to be switched by now, in that order.
+std::vector<Desk::Switching> Desk::take_due_relays(std::int64_t now_ms) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto due = std::stable_partition(relays_.begin(), relays_.end(),
+                                           [now_ms](const Switching& one) { return one.at_ms > now_ms; });
+    std::vector<Switching> switchings(due, relays_.end());
+    relays_.erase(due, relays_.end());
+    return switchings;
+}
+
+void Desk::hand_over_cameras(Session& session) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (std::exchange(changed_, false))
-            for (const auto& [number, entry] : entries_)
-                cameras.push_back(entry.wanted);
-        const auto due = std::stable_partition(relays_.begin(), relays_.end(),
-                                               [now_ms](const Switching& one) { return one.at_ms > now_ms; });
-        for (auto relay = due; relay != relays_.end(); ++relay)
-            documents.push_back(relay_document(relay->camera, alarm_action, relay->on));
-        relays_.erase(due, relays_.end());
-        for (const Switching& mark : std::exchange(marks_, {}))
-            documents.push_back(recording_document(mark.camera, alarm_action, mark.on));
+        if (!std::exchange(changed_, false)) return;
     }
-    if (!cameras.empty()) session.change(cameras);
-    for (const std::string& document : documents)
-        session.write(document);
+    try {
+        session.change(wanted());
+    } catch (const Failure&) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        changed_ = true;
+        throw;
+    }
+}
+
+void Desk::work(Session& session, std::int64_t now_ms) {
+    hand_over_cameras(session);
+    for (const Switching& relay : take_due_relays(now_ms))
+        session.write(relay_document(relay.camera, alarm_action, relay.on));
+    std::vector<Switching> marks;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        marks.swap(marks_);
+    }
+    for (const Switching& mark : marks)
+        session.write(recording_document(mark.camera, alarm_action, mark.on));
+}
+
+std::set<int> Desk::end_relays(Session& session) {
+    std::set<int> cameras;
+    for (const Switching& relay : take_due_relays(INT64_MAX)) {
+        session.write(relay_document(relay.camera, alarm_action, relay.on));
+        cameras.insert(relay.camera);
+    }
+    return cameras;
 }
 
 /// Which wishes have been answered.
@@ -189,8 +230,10 @@ void Desk::settle(Entry& here, bool live, std::int64_t now_ms) {
     const auto reported = settings_json(*here.reported);
     for (auto wish = here.wishes.begin(); wish != here.wishes.end();) {
         const auto& value = reported.at(wish->first);
-        const bool answered =
-            value == wanted.at(wish->first) || json_text(value) != wish->second.reported_before;
+        const auto& hoped = wanted.at(wish->first);
+        // While it begins anew, a camera tells nothing of its size or rate, which is no answer.
+        const bool told = !value.is_null() || hoped.is_null();
+        const bool answered = value == hoped || (told && json_text(value) != wish->second.reported_before);
         const bool over = live && now_ms - wish->second.since_ms > longest_pending_ms;
         wish = answered || over ? here.wishes.erase(wish) : std::next(wish);
     }

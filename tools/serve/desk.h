@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -52,8 +53,11 @@ public:
     nlohmann::ordered_json take_changes();
     /// Other cameras, as a configuration file has them now; what was changed since stays so.
     void replace(std::vector<CameraSettings> cameras);
-    /// Hands over what is to be handed over. Throws Failure where the driver refuses it.
+    /// Hands over what is to be handed over. Throws Failure where the driver has no room for it; what is
+    /// wanted of the cameras is handed over at the next call, then.
     void work(Session& session, std::int64_t now_ms);
+    /// Ends what was to be on for a while, before the session stops. Returns the cameras.
+    std::set<int> end_relays(Session& session);
     void learn(const std::vector<CameraState>& states, const std::map<int, ReportedCamera>& reports,
                std::int64_t now_ms);
 
@@ -77,6 +81,8 @@ private:
         std::int64_t at_ms;
     };
 
+    std::vector<Switching> take_due_relays(std::int64_t now_ms);
+    void hand_over_cameras(Session& session);
     Entry& entry(int camera);
     const Entry& entry(int camera) const;
     void change(Entry& entry, const CameraSettings& settings, std::int64_t now_ms);

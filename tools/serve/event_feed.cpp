@@ -9,6 +9,7 @@ namespace plendix {
 namespace {
 
 constexpr std::size_t most_items = 5000;
+constexpr std::size_t most_bytes = 16U << 20U;  // of these: a document may be long
 constexpr std::size_t most_lines = 500;
 
 std::string without_numbers(const std::string& text) {
@@ -28,17 +29,26 @@ void EventFeed::add(const Event& event) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         items_.push_back({next_id_++, kind_name(event.kind), json_line(event)});
-        if (items_.size() > most_items) items_.pop_front();
+        bytes_ += items_.back().json.size();
+        while (items_.size() > most_items || (bytes_ > most_bytes && items_.size() > 1)) {
+            bytes_ -= items_.front().json.size();
+            items_.pop_front();
+        }
     }
     stir();
+}
+
+/// Requires mutex_.
+void EventFeed::drop_the_gone() {
+    const auto gone = [](const Follower& follower) { return follower.token.expired(); };
+    followers_.erase(std::remove_if(followers_.begin(), followers_.end(), gone), followers_.end());
 }
 
 void EventFeed::stir() {
     std::vector<Follower> followers;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        const auto gone = [](const Follower& follower) { return follower.token.expired(); };
-        followers_.erase(std::remove_if(followers_.begin(), followers_.end(), gone), followers_.end());
+        drop_the_gone();
         followers = followers_;
     }
     for (const Follower& follower : followers)
@@ -64,6 +74,7 @@ std::uint64_t EventFeed::last_id() const {
 
 void EventFeed::follow(const std::weak_ptr<void>& token, std::function<void()> wake) {
     const std::lock_guard<std::mutex> lock(mutex_);
+    drop_the_gone();
     followers_.push_back({token, std::move(wake)});
 }
 

@@ -49,9 +49,12 @@ private:
         std::function<void()> wake;
     };
 
+    void drop_the_gone();
+
     mutable std::mutex mutex_;
     // Guarded by mutex_:
     std::deque<Item> items_;
+    std::size_t bytes_ = 0;
     std::uint64_t next_id_;
     std::vector<Follower> followers_;
 };

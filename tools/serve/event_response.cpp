@@ -1,7 +1,6 @@
 #include "serve/event_response.h"
 
 #include "host/clocks.h"
-#include "serve/page_message.h"
 
 namespace plendix {
 namespace {
@@ -24,21 +23,28 @@ std::string EventResponse::events() {
     return text;
 }
 
+/// A number to come back with, for one who loses the connection before the first event.
+std::string EventResponse::beginning() {
+    begun_ = true;
+    const std::string text = "retry: 2000\nid: " + std::to_string(last_id_) + "\n\n";
+    return text + events();
+}
+
 std::string EventResponse::cameras() {
     std::string list;
-    for (const auto& camera : board_.summaries()) {
-        std::string text = json_text(camera);
-        std::string& told = told_[camera["number"].get<int>()];
+    const auto texts = board_.summary_texts();
+    for (const auto& [camera, text] : *texts) {
+        std::string& told = told_[camera];
         if (text == told) continue;
         list += (list.empty() ? "" : ",") + text;
-        told = std::move(text);
+        told = text;
     }
     return list.empty() ? "" : "event: cameras\ndata: {\"cameras\":[" + list + "]}\n\n";
 }
 
 PieceStream::Pieces EventResponse::next() {
     const std::int64_t now = milliseconds_of(std::chrono::steady_clock::now());
-    std::string text = events();
+    std::string text = begun_ ? events() : beginning();
     if (now >= next_cameras_ms_) {
         next_cameras_ms_ = now + cameras_period_ms;
         text += cameras();

@@ -22,12 +22,14 @@ protected:
     Pieces next() override;
 
 private:
+    std::string beginning();
     std::string events();
     std::string cameras();
 
     const EventFeed& feed_;
     const CameraBoard& board_;
     std::uint64_t last_id_;
+    bool begun_ = false;
     std::map<int, std::string> told_;  // of each camera
     std::int64_t next_cameras_ms_ = 0;
     std::int64_t next_comment_ms_ = 0;

@@ -50,7 +50,9 @@ void History::close(const Sum& now) {
     looks_ = moving_ = 0;
 }
 
-nlohmann::ordered_json History::json(std::int64_t end_ms) const {
+nlohmann::ordered_json History::json(CameraState::Time now, std::int64_t now_ms) const {
+    const auto open = begun_ ? now - begun_->time : CameraState::Time::duration(0);  // the present step
+    const auto end_ms = now_ms - std::chrono::duration_cast<std::chrono::milliseconds>(open).count();
     nlohmann::ordered_json rate = nlohmann::ordered_json::array(), lost = rate, motion = rate;
     for (const Step& each : done_) {
         rate.push_back(each.rate);

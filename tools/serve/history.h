@@ -20,8 +20,8 @@ public:
     void add(const CameraState& state, bool motion, CameraState::Time now);
     /// Pictures a second over the last step and what there is of the present one.
     double rate() const { return rate_; }
-    /// `end_ms`: UTC of the newest value's end.
-    nlohmann::ordered_json json(std::int64_t end_ms) const;
+    /// `now_ms`: the same moment, UTC.
+    nlohmann::ordered_json json(CameraState::Time now, std::int64_t now_ms) const;
 
 private:
     struct Sum {

@@ -21,7 +21,9 @@ constexpr std::size_t queue_bytes = 128U << 20U;  // as a recording's
 constexpr auto queue_linger = 50ms;
 constexpr auto longest_wait = 50ms;  // wishes and signals wait no longer
 constexpr auto look_period = 250ms;
+constexpr std::size_t most_lines = 100;  // of other threads, until they are printed
 constexpr auto log_period = 10s;
+constexpr auto longest_farewell = 1000ms;
 constexpr milliseconds time_to_end{8000};  // a service is killed after ten seconds
 
 /// Numbers of events of an earlier life of the process are smaller: a page that knows one has missed some.
@@ -55,12 +57,29 @@ House::House(const HousePlan& plan)
     session_.attach(hub_);
     if (recorder_) session_.attach(queue_);
     session_.keep_reports();
+    const auto now = Clock::now();
+    board_.update(session_.states(), {}, now);  // before anybody asks
 }
 
 House::~House() = default;
 
 std::filesystem::path House::recordings() const {
-    return recorder_ ? recorder_->root() : std::filesystem::path();
+    return recorder_ ? recorder_->root() : plan_.recordings;
+}
+
+void House::say(const std::string& line) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (lines_.size() < most_lines) lines_.push_back(line);
+}
+
+void House::say_lines() {
+    std::vector<std::string> lines;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        lines.swap(lines_);
+    }
+    for (const std::string& line : lines)
+        screen_.say(line);
 }
 
 ProcessNumbers House::numbers() const {
@@ -68,6 +87,9 @@ ProcessNumbers House::numbers() const {
     const Clock::time_point last{Clock::duration(last_call_)};
     numbers.seconds_since_call = std::chrono::duration<double>(Clock::now() - last).count();
     numbers.lost_documents = lost_documents_;
+    numbers.thumbnails = thumbnailer_.made();
+    numbers.thumbnail_seconds = thumbnailer_.seconds();
+    if (recorder_) numbers.recording = recorder_->numbers();
     return numbers;
 }
 
@@ -79,6 +101,7 @@ void House::run(StopSignals& signals) {
     notice.ready("serving");
     loop(signals, driver_log, notice);
     notice.stopping();
+    switch_off_relays();
     take(session_.stop(), Clock::now());
     if (recorder_ && !recorder_->stop(time_to_end)) {
         std::cerr << "plendix: the disk of '" << recorder_->root().string() << "' does not answer\n";
@@ -94,18 +117,43 @@ void House::loop(StopSignals& signals, OutputToFile& driver_log, ServiceNotice& 
         const auto now = Clock::now();
         if (plan_.duration.count() > 0 && now - start >= plan_.duration) return;
         take(session_.serve(longest_wait), now);
-        desk_.work(session_, milliseconds_of(now));
+        hand_over(milliseconds_of(now));
         if (signals.take_reload()) reload();
         save_changes();
+        say_lines();
         if (now >= next_look_) look(now);
-        notice.alive_if(session_.last_call().time_since_epoch().count() > last_call_, now);
-        last_call_ = session_.last_call().time_since_epoch().count();
+        const Clock::rep called = session_.last_call().time_since_epoch().count();
+        notice.alive_if(called > last_call_, now);
+        if (called > last_call_) last_call_ = called;
         if (now < next_check) continue;
         driver_log.rotate_if_large();
         inside_->enter();
         next_check = now + log_period;
     }
     screen_.say("stopping");
+}
+
+/// What the driver has no room for is handed over again, and cameras go on as they are.
+void House::hand_over(std::int64_t now_ms) {
+    std::string refusal;
+    try {
+        desk_.work(session_, now_ms);
+    } catch (const Failure& failure) {
+        refusal = failure.what();
+    }
+    if (refusal != refusal_ && !refusal.empty()) screen_.say(refusal);
+    refusal_ = refusal;
+}
+
+/// Those that are on for a while: nobody else would. Ends when the driver has told so.
+void House::switch_off_relays() {
+    auto open = desk_.end_relays(session_);
+    for (const auto end = Clock::now() + longest_farewell; !open.empty() && Clock::now() < end;) {
+        const auto events = session_.serve(longest_wait);
+        take(events, Clock::now());
+        for (const Event& event : events)
+            if (event.kind == EventKind::relay) open.erase(event.camera);
+    }
 }
 
 void House::take(const std::vector<Event>& events, Clock::time_point now) {
@@ -161,6 +209,8 @@ void House::save_changes() {
 void House::reload() {
     try {
         desk_.replace(plan_.reload());
+        hand_over(milliseconds_of(Clock::now()));
+        look(Clock::now());
         screen_.say("configuration read again");
     } catch (const std::exception& error) {
         screen_.say(std::string("configuration not changed: ") + error.what());

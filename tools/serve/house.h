@@ -32,7 +32,8 @@ struct HousePlan {
     std::filesystem::path state;   // for the plug-in's settings and log, and for wishes from the page
     std::vector<CameraSettings> cameras;
     bool records = false;
-    std::filesystem::path output;  // of the recording
+    std::filesystem::path output;      // of the recording
+    std::filesystem::path recordings;  // to be shown where this process records nothing; empty: none
     RecorderRules rules;
     double thumbnail_share = 0.5;  // of one processor
     ScreenOptions screen;
@@ -59,8 +60,10 @@ public:
     EventFeed& feed() { return feed_; }
     LogBook& log() { return log_; }
     Thumbnailer& thumbnailer() { return thumbnailer_; }
-    /// Of the recording; empty where there is none.
+    /// Recordings to be shown; empty where there are none.
     std::filesystem::path recordings() const;
+    /// A line for whoever looks at the terminal. Any thread; it is printed soon.
+    void say(const std::string& line);
 
     /// Since the driver's worker called, and what was lost of its documents.
     ProcessNumbers numbers() const;
@@ -74,6 +77,9 @@ private:
     void look(Clock::time_point now);
     void reload();
     void save_changes();
+    void hand_over(std::int64_t now_ms);
+    void switch_off_relays();
+    void say_lines();
 
     const HousePlan plan_;
     Desk desk_;
@@ -89,9 +95,12 @@ private:
     Session session_;
     std::optional<Recorder> recorder_;
     std::unique_ptr<WorkingDirectory> inside_;
-    std::atomic<Clock::rep> last_call_{0};
+    std::atomic<Clock::rep> last_call_{Clock::now().time_since_epoch().count()};
     std::atomic<std::uint64_t> lost_documents_{0};
     Clock::time_point next_look_{};
+    std::string refusal_;  // of the driver, as far as it was told
+    std::mutex mutex_;
+    std::vector<std::string> lines_;  // guarded by mutex_
 };
 
 }  // namespace plendix

@@ -120,7 +120,7 @@ PieceStream::Pieces WallResponse::next() {
     }
     const WallPicturePointer picture = wall_->take();
     if (!picture) return {};
-    const Frame& frame = *picture->frame;
+    const Frame& frame = picture->frame;
     const ordered_json json{
         {"camera", frame.camera},  {"time", utc_text(frame.time_ms)}, {"age_ms", now_ms() - frame.arrival_ms},
         {"width", picture->width}, {"height", picture->height},       {"zones", zones_json(frame.zones)},

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/clocks.h"
+#include "host/event_json.h"
 #include "http/http_error.h"
 #include "serve/house.h"
 #include "serve/live_responses.h"
@@ -16,7 +17,6 @@
 namespace plendix {
 namespace {
 
-constexpr double least_stale_ms = 2000;
 constexpr std::int64_t widest = 8192;
 
 std::function<void()> waker(const std::shared_ptr<Stream>& stream) {
@@ -25,32 +25,40 @@ std::function<void()> waker(const std::shared_ptr<Stream>& stream) {
     };
 }
 
-/// A picture that is shown as live must not be older: two intervals, at least two seconds.
-bool stale(std::int64_t age_ms, double rate) {
-    return static_cast<double>(age_ms) > std::max(least_stale_ms, rate > 0 ? 2000 / rate : 0);
+Response no_signal(const LiveHub::Sight& sight) {
+    Response response = bytes_response("image/jpeg", shared_bytes(nullptr, no_signal_jpeg()));
+    response.status = 503;
+    if (sight.age_ms) response.with("X-Picture-Age-Ms", std::to_string(*sight.age_ms));
+    return response.with("Cache-Control", "no-store").with("Retry-After", "2");
 }
 
 Response picture(const Request& request, House& house) {
     const int camera = camera_of(request, house);
-    const FramePointer newest = house.hub().newest(camera);
-    const FramePointer frame = house.hub().newest_key(camera);
     const auto width = static_cast<int>(request.asked_number("width", 1, widest, 0));
-    const std::int64_t now = milliseconds_of(std::chrono::steady_clock::now());
-    const double rate = house.board().summary(camera).value("rate", 0.0);
-    if (!frame || !newest || stale(now - newest->arrival_ms, rate)) {
-        Response response = bytes_response("image/jpeg", shared_bytes(no_signal_jpeg()));
-        response.status = 503;
-        if (newest) response.with("X-Picture-Age-Ms", std::to_string(now - newest->arrival_ms));
-        return response.with("Cache-Control", "no-store").with("Retry-After", "2");
-    }
-    Bytes jpeg = width > 0 ? make_thumbnail(*frame, width).jpeg : whole_jpeg(*frame);
-    if (jpeg.empty()) throw HttpError(503, "the newest picture could not be decoded");
-    return bytes_response("image/jpeg", shared_bytes(std::move(jpeg)))
-        .with("X-Picture-Age-Ms", std::to_string(now - frame->arrival_ms))
+    const auto sight = house.hub().sight(camera, milliseconds_of(std::chrono::steady_clock::now()));
+    if (!sight.picture) return no_signal(sight);
+    const Frame& frame = *sight.picture;
+    SharedBytes jpeg;
+    if (width == 0 && frame.codec == FrameCodec::jpeg)
+        jpeg = shared_bytes(sight.picture, frame.data);
+    else
+        jpeg = shared_bytes(width > 0 ? make_thumbnail(frame, width).jpeg : whole_jpeg(frame));
+    if (jpeg.size == 0) throw HttpError(503, "the newest picture could not be decoded");
+    return bytes_response("image/jpeg", std::move(jpeg))
+        .with("X-Picture-Age-Ms", std::to_string(*sight.age_ms))
+        .with("X-Picture-Time", utc_text(frame.time_ms))
         .with("Cache-Control", "no-store");
 }
 
+/// Where nothing is to come, a program is not left waiting.
+void require_wanted(const nlohmann::ordered_json& summary) {
+    const std::string state = summary.is_null() ? "off" : summary["state"].get<std::string>();
+    if (state == "off") throw HttpError(503, "the camera is switched off");
+    if (state == "refused") throw HttpError(503, summary["reason"].get<std::string>());
+}
+
 Response format_stream(House& house, int camera, StreamFormat format) {
+    require_wanted(house.board().summary(camera));
     const FramePointer newest = house.hub().newest(camera);
     if (newest && !carries(format, newest->codec))
         throw HttpError(

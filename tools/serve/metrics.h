@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+
+#include "record/record_totals.h"
 
 namespace plendix {
 
@@ -19,6 +22,9 @@ struct ProcessNumbers {
     std::uint64_t bytes = 0;        // sent
     std::uint64_t connections = 0;  // now
     std::uint64_t streams = 0;      // now
+    std::uint64_t thumbnails = 0;
+    double thumbnail_seconds = 0;
+    std::optional<RecorderNumbers> recording;  // where this process records
 };
 
 /// Names and units as Prometheus has them: base units, totals that only grow.

@@ -12,23 +12,25 @@ namespace {
 // The driver's worker calls at each event, and when it is asked for a sign of life every two seconds.
 constexpr double longest_silence_s = 15;
 
-Response health(const House& house) {
+Response health(House& house) {
     const double age_s = house.numbers().seconds_since_call;
-    if (age_s <= longest_silence_s) return text_response("ok\n");
+    const bool idle = house.board().states().empty();  // the driver has nothing to say of no camera
+    if (idle || age_s <= longest_silence_s) return text_response("ok\n");
     Response response =
         text_response("the driver has not called for " + std::to_string(static_cast<long>(age_s)) + " s\n");
     response.status = 503;
     return response;
 }
 
-Response readiness(House& house) {
+/// Strangers learn whether it is so, and nothing of the cameras.
+Response readiness(House& house, bool stranger) {
     std::string text;
     for (const CameraState& state : house.board().states()) {
         const bool fine = state.condition == CameraCondition::live || state.condition == CameraCondition::off;
         if (!fine)
             text += "camera " + std::to_string(state.number) + ' ' + condition_name(state.condition) + '\n';
     }
-    Response response = text_response(text.empty() ? "ok\n" : text);
+    Response response = text_response(text.empty() ? "ok\n" : stranger ? "not ready\n" : text);
     if (!text.empty()) response.status = 503;
     return response;
 }
@@ -50,9 +52,14 @@ Response metrics(House& house, const Server* server, const std::string& version)
 
 }  // namespace
 
-void add_program_routes(Router& router, House& house, const Server*& server, const std::string& version) {
+void add_program_routes(Router& router, House& house, const Guard& guard, const Server*& server,
+                        const std::string& version) {
     router.add("GET", "/healthz", [&house](const Request&) { return health(house); }, {true, Lane::server});
-    router.add("GET", "/readyz", [&house](const Request&) { return readiness(house); }, {true, Lane::server});
+    router.add("GET", "/readyz",
+               [&house, &guard](const Request& request) {
+                   return readiness(house, guard.login_needed() && request.user.empty());
+               },
+               {true, Lane::server});
     router.add("GET", "/metrics",
                [&house, &server, version](const Request&) { return metrics(house, server, version); });
     router.add("GET", "/api/openapi.json",

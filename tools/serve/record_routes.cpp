@@ -14,7 +14,7 @@
 #include "record/clock_text.h"
 #include "serve/house.h"
 #include "serve/live_responses.h"
-#include "serve/playback.h"
+#include "serve/recordings.h"
 #include "serve/routes.h"
 #include "usage.h"
 
@@ -23,6 +23,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
+constexpr std::int64_t a_day_ms = 86'400'000;
 constexpr std::int64_t longest_clip_ms = 3'600'000;
 
 /// A moment as the page writes it, "2026-11-23T14:00:05.250Z"; `otherwise` where it is not given.
@@ -35,9 +36,10 @@ struct Span {
     std::int64_t from_ms, to_ms;
 };
 
-Span span_of(const Request& request) {
+/// Without a beginning so long, up to now without an end.
+Span span_of(const Request& request, std::int64_t usual_ms = a_day_ms) {
     const std::int64_t to_ms = moment(request, "to", utc_ms());
-    const Span span{moment(request, "from", to_ms - 86'400'000), to_ms};
+    const Span span{moment(request, "from", to_ms - usual_ms), to_ms};
     if (span.from_ms >= span.to_ms) throw UsageError("to is not after from");
     return span;
 }
@@ -80,15 +82,16 @@ double speed_of(const Request& request) {
     return speed;
 }
 
-Response play(const Request& request, const std::shared_ptr<const RecordingIndex>& index) {
+Response play(const Request& request, Recordings& recordings) {
     const auto viewer = std::make_shared<Viewer>(Viewer::Limits());
     const auto stream = std::make_shared<PageResponse>(viewer);
     viewer->on_arrival([weak = std::weak_ptr<Stream>(stream)] {
         if (const auto here = weak.lock()) here->wake();
     });
-    if (!play_recording(index, request.number("camera"), moment(request, "from", utc_ms()), speed_of(request),
-                        viewer))
-        throw HttpError(503, "too many recordings are being played: close one of them");
+    if (!recordings.playbacks().play(recordings.index(), request.number("camera"),
+                                     moment(request, "from", utc_ms()), speed_of(request), viewer))
+        throw HttpError(503, std::to_string(Playbacks::most) +
+                                 " recordings are being played, and no more can be: close one of them");
     return stream_response("application/octet-stream", stream).with("Cache-Control", "no-store");
 }
 
@@ -107,20 +110,27 @@ private:
     Descriptor file_;
 };
 
-Response clip(const Request& request, const RecordingIndex& index) {
+/// Beside the recordings, where there is room for them; those of others may be for reading only.
+std::filesystem::path place_of_clips(const RecordingIndex& index) {
+    const bool ours = ::access(index.folder().c_str(), W_OK) == 0;
+    return ours ? index.folder() : std::filesystem::temp_directory_path();
+}
+
+Response clip(const Request& request, const Recordings& recordings) {
     static std::atomic<unsigned> number{0};
-    const Span span = span_of(request);
+    const RecordingIndex& index = *recordings.index();
+    const Span span = span_of(request, longest_clip_ms);
     if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
     ClipPlan plan;
     plan.folder = index.folder();
     plan.camera = request.number("camera");
     plan.from_ms = span.from_ms;
     plan.to_ms = span.to_ms;
-    plan.output =
-        index.folder() / (".clip-" + std::to_string(getpid()) + '-' + std::to_string(++number) + ".mkv");
+    plan.output = place_of_clips(index) /
+                  (".clip-" + std::to_string(getpid()) + '-' + std::to_string(++number) + ".mkv");
     plan.utc = true;
     try {
-        export_clip(plan, [] { return false; });
+        export_clip(plan, [&] { return recordings.ended() || request.given_up(); });
     } catch (const Failure& failure) {
         throw HttpError(409, failure.what());
     }
@@ -133,25 +143,31 @@ Response clip(const Request& request, const RecordingIndex& index) {
         .with("Content-Disposition", "attachment; filename=\"" + name + ".mkv\"");
 }
 
+/// Which cameras there is something of, those that are shown or not.
+Response recorded(const RecordingIndex& index) {
+    return json_response({{"cameras", index.cameras()}});
+}
+
 }  // namespace
 
-void add_record_routes(Router& router, House& house) {
-    const auto index = std::make_shared<const RecordingIndex>(house.recordings());
-    const auto add = [&router, &house](const char* path, Lane lane, auto handle) {
+void add_record_routes(Router& router, House& house, Recordings& recordings) {
+    const auto index = recordings.index();
+    const auto add = [&](const char* path, Lane lane, auto handle) {
         router.add("GET", std::string("/api/recordings/{camera}") + path,
-                   [&house, handle](const Request& request) {
-                       camera_of(request, house);
+                   [&house, index, handle](const Request& request) {
+                       if (index->folder().empty()) throw HttpError(404, "nothing is recorded here");
+                       if (!index->has(request.number("camera"))) camera_of(request, house);
                        return handle(request);
                    },
                    {false, lane});
     };
-    add("", Lane::worker, [index](const Request& request) { return overview(request, *index); });
-    add("/search", Lane::worker, [index](const Request& request) { return search(request, *index); });
-    add("/play", Lane::server, [index](const Request& request) { return play(request, index); });
-    add("/export", Lane::worker, [index](const Request& request) {
-        if (index->folder().empty()) throw HttpError(404, "nothing is recorded here");
-        return clip(request, *index);
-    });
+    router.add("GET", "/api/recordings", [index](const Request&) { return recorded(*index); },
+               {false, Lane::reader});
+    add("", Lane::reader, [index](const Request& request) { return overview(request, *index); });
+    add("/search", Lane::reader, [index](const Request& request) { return search(request, *index); });
+    add("/play", Lane::reader, [&recordings](const Request& request) { return play(request, recordings); });
+    add("/export", Lane::long_job,
+        [&recordings](const Request& request) { return clip(request, recordings); });
 }
 
 }  // namespace plendix

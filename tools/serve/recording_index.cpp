@@ -31,11 +31,21 @@ RecordingIndex::Known RecordingIndex::know(const std::filesystem::path& file) co
     return known;
 }
 
-std::vector<RecordedSegment> RecordingIndex::segments(int camera, std::int64_t from_ms,
-                                                      std::int64_t to_ms) const {
+std::vector<int> RecordingIndex::cameras() const {
+    return folder_.empty() ? std::vector<int>() : recorded_cameras(folder_);
+}
+
+bool RecordingIndex::has(int camera) const {
+    const std::vector<int> there = cameras();
+    return std::binary_search(there.begin(), there.end(), camera);
+}
+
+std::vector<RecordedSegment> RecordingIndex::segments(int camera, std::int64_t from_ms, std::int64_t to_ms,
+                                                      std::size_t most) const {
     std::vector<RecordedSegment> segments;
     if (folder_.empty()) return segments;
     for (const SegmentName& name : segments_near(folder_, camera, ".mkv", from_ms, to_ms)) {
+        if (segments.size() >= most) break;
         RecordedSegment segment;
         segment.file = folder_ / (stem_path(name).string() + ".mkv");
         struct stat status {};

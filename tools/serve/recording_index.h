@@ -29,8 +29,12 @@ public:
     explicit RecordingIndex(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
     const std::filesystem::path& folder() const { return folder_; }
-    /// In order of time; movies that cannot be read are left out.
-    std::vector<RecordedSegment> segments(int camera, std::int64_t from_ms, std::int64_t to_ms) const;
+    /// Numbers of the cameras that have something there, ascending.
+    std::vector<int> cameras() const;
+    bool has(int camera) const;
+    /// The first of them, in order of time; movies that cannot be read are left out.
+    std::vector<RecordedSegment> segments(int camera, std::int64_t from_ms, std::int64_t to_ms,
+                                          std::size_t most = SIZE_MAX) const;
     /// Spans with motion in one of these zones.
     std::vector<MotionSpan> motion(int camera, std::int64_t from_ms, std::int64_t to_ms,
                                    const MotionZones& zones) const;

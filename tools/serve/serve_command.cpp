@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 struct CommandLine {
     std::vector<std::string> addresses;
-    std::string config, listen = "127.0.0.1:8069", state, plugin;
+    std::string config, listen = "127.0.0.1:8069", state, plugin, recordings;
     bool demo = false, quiet = false, verbose = false;
     double thumbnails = 50;  // percent of a processor
     std::string duration;
@@ -29,10 +29,11 @@ struct CommandLine {
 void require_one_source(const CommandLine& line) {
     const int sources =
         (line.addresses.empty() ? 0 : 1) + (line.config.empty() ? 0 : 1) + (line.demo ? 1 : 0);
-    if (sources == 1) return;
-    throw UsageError(sources == 0 ? "no camera: give addresses, as in 'plendix serve 192.168.1.20', --config "
-                                    "or --demo"
-                                  : "addresses, --config and --demo do not go together: give one of them");
+    if (sources == 1 || (sources == 0 && !line.recordings.empty())) return;
+    throw UsageError(sources == 0
+                         ? "no camera: give addresses, as in 'plendix serve 192.168.1.20', --config, "
+                           "--demo or --recordings"
+                         : "addresses, --config and --demo do not go together: give one of them");
 }
 
 void take_config(const std::string& file, HousePlan& house, ServePlan& plan) {
@@ -50,6 +51,14 @@ void take_config(const std::string& file, HousePlan& house, ServePlan& plan) {
     house.reload = [again] { return read_config(again).cameras; };
 }
 
+void take_recordings(const std::string& folder, bool demo, HousePlan& house) {
+    if (house.records || demo)
+        throw UsageError("--recordings '" + folder +
+                         "' is for a process that records nothing itself: this one shows what it records");
+    if (!fs::is_directory(folder)) throw UsageError("--recordings '" + folder + "' is no folder");
+    house.recordings = fs::absolute(folder);
+}
+
 ServePlan plan_of(const CommandLine& line, const std::string& version, const DemoCameras& demo) {
     require_one_source(line);
     ServePlan plan;
@@ -58,6 +67,7 @@ ServePlan plan_of(const CommandLine& line, const std::string& version, const Dem
     if (!line.config.empty()) take_config(line.config, plan.house, plan);
     if (!line.addresses.empty()) plan.house.cameras = named_cameras(line.addresses);
     if (line.demo) plan.prepare = demo;
+    if (!line.recordings.empty()) take_recordings(line.recordings, line.demo, plan.house);
     if (!line.plugin.empty()) plan.house.plugin = fs::absolute(line.plugin);
     if (!line.state.empty()) {
         plan.house.state = fs::absolute(line.state);
@@ -68,8 +78,10 @@ ServePlan plan_of(const CommandLine& line, const std::string& version, const Dem
     plan.house.screen.verbose = line.verbose;
     plan.house.thumbnail_share = line.thumbnails / 100;
     plan.server.listen = parse_listen_address(line.listen);
-    plan.server.tls_certificate = line.certificate;
-    plan.server.tls_key = line.key;
+    if (!line.certificate.empty()) {  // read when it works in another folder
+        plan.server.tls_certificate = fs::absolute(line.certificate);
+        plan.server.tls_key = fs::absolute(line.key);
+    }
     plan.guard = line.guard;
     plan.guard.listen = plan.server.listen;
     plan.guard.tls = !line.certificate.empty();
@@ -85,6 +97,11 @@ void add_camera_options(CLI::App& command, CommandLine& line) {
             "in it they are recorded, too")
         ->type_name("FILE");
     command.add_flag("--demo", line.demo, "two simulated cameras, to look at the page without one");
+    command
+        .add_option(
+            "--recordings", line.recordings,
+            "shows and plays the recordings below this folder, made by 'plendix record'; needs no camera")
+        ->type_name("FOLDER");
     command.add_option("--state", line.state,
                        "folder for the driver's settings and log and for changes made in the page, which are "
                        "in force again at the next start; without it that of the recording, or none");
@@ -134,9 +151,8 @@ void add_serve_command(CLI::App& app, std::function<int()>& chosen, const DemoCa
         "      --password-file /etc/plendix/passwords --tls-cert cert.pem --tls-key key.pem\n"
         "  curl -o door.jpg http://127.0.0.1:8069/camera/1.jpg\n"
         "  mpv http://127.0.0.1:8069/camera/1.mkv\n"
-        "The page's address goes to standard output, what happens to standard error. Exit code 0 when it "
-        "was\n"
-        "asked to end.");
+        "The page's address goes to standard output, what happens to standard error. Exit codes: 0 asked\n"
+        "to end, 1 failed, 2 wrong usage.");
     add_camera_options(*command, *line);
     add_http_options(*command, *line);
     const std::string version = app.version().substr(app.version().rfind(' ') + 1);

@@ -98,6 +98,11 @@ std::optional<MotionMask> mask(const json& value) {
 
 void take_terminal(const std::string& key, const char* polarity, const json& value, std::string& title,
                    bool& inverted) {
+    if (value.is_null()) {
+        title.clear();
+        inverted = false;
+        return;
+    }
     if (!value.is_object()) refuse(key, value, std::string("give name and ") + polarity);
     for (const auto& [part, given] : value.items()) {
         if (part == "name")
@@ -230,13 +235,17 @@ CameraSettings patched(const CameraSettings& camera, const json& patch) {
     return result;
 }
 
-void require_distinct(const std::vector<CameraSettings>& cameras, const CameraSettings& changed) {
+void require_distinct(const std::vector<CameraSettings>& cameras, const CameraSettings& before,
+                      const CameraSettings& changed) {
+    const bool moved = changed.enabled && !(before.enabled && before.address == changed.address);
+    const bool renamed = before.name != changed.name;
     for (const CameraSettings& other : cameras) {
         if (other.number == changed.number) continue;
         const std::string with = " is camera " + std::to_string(other.number) + "'s, too";
-        if (other.enabled && changed.enabled && other.address == changed.address)
+        if (moved && other.enabled && other.address == changed.address)
             throw UsageError("address " + changed.address + with);
-        if (other.name == changed.name) throw UsageError("name '" + printable(changed.name) + "'" + with);
+        if (renamed && other.name == changed.name)
+            throw UsageError("name '" + printable(changed.name) + "'" + with);
     }
 }
 

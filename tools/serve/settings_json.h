@@ -16,8 +16,9 @@ nlohmann::ordered_json settings_json(const CameraSettings& camera);
 /// Throws UsageError with one line that names the value and says what would be right.
 CameraSettings patched(const CameraSettings& camera, const nlohmann::json& patch);
 
-/// Throws UsageError where two cameras that are on have one address, or two have one name.
-void require_distinct(const std::vector<CameraSettings>& cameras, const CameraSettings& changed);
+/// Throws UsageError where the change makes two cameras that are on have one address, or two one name.
+void require_distinct(const std::vector<CameraSettings>& cameras, const CameraSettings& before,
+                      const CameraSettings& changed);
 
 /// The names of what is wanted in particular and not so reported.
 std::vector<std::string> differing(const CameraSettings& wanted, const CameraSettings& reported);

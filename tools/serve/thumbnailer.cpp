@@ -11,6 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto look_period = 20ms;  // for new pictures
+constexpr auto longest_nap = 2s;    // of a viewer for whom pictures are still made
 
 Wall::View within_reason(Wall::View view) {
     view.width = std::clamp(view.width, 32, 4096);
@@ -42,20 +43,24 @@ void Wall::offer(const WallPicturePointer& picture) {
     std::function<void()> wake;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        const int camera = picture->frame->camera;
-        offered_[camera] = picture->frame->arrival_ms;
+        const int camera = picture->frame.camera;
+        offered_[camera] = picture->frame.arrival_ms;
         if (picture->jpeg.empty()) return;
-        if (waiting_.empty()) wake = wake_;
+        if (waiting_.empty()) {
+            wake = wake_;
+            waits_ = Clock::now();
+        }
         if (waiting_.count(camera) == 0) order_.push_back(camera);
         waiting_[camera] = picture;
     }
     if (wake) wake();
 }
 
-bool Wall::knows(const Frame& frame) const {
+bool Wall::wants(const Frame& frame, Clock::time_point now) const {
     const std::lock_guard<std::mutex> lock(mutex_);
+    if (!waiting_.empty() && now - waits_ > longest_nap) return false;
     const auto last = offered_.find(frame.camera);
-    return last != offered_.end() && last->second == frame.arrival_ms;
+    return last == offered_.end() || last->second != frame.arrival_ms;
 }
 
 WallPicturePointer Wall::take() {
@@ -65,6 +70,7 @@ WallPicturePointer Wall::take() {
     order_.pop_front();
     WallPicturePointer picture = std::move(found->second);
     waiting_.erase(found);
+    waits_ = Clock::now();
     return picture;
 }
 
@@ -101,21 +107,30 @@ std::vector<std::shared_ptr<Wall>> Thumbnailer::walls() {
     return here;
 }
 
+/// However many look at a camera: the hub, which the plug-in waits for, is asked once.
+FramePointer Thumbnailer::newest(int camera, std::map<int, FramePointer>& known) const {
+    const auto found = known.find(camera);
+    return found != known.end() ? found->second : known[camera] = hub_.newest_key(camera);
+}
+
 /// What there is to make, that which was made longest ago first.
 std::vector<Thumbnailer::Want> Thumbnailer::wants(const std::vector<std::shared_ptr<Wall>>& walls,
                                                   Clock::time_point now) {
     std::map<Key, Want> wanted;
+    std::map<int, FramePointer> frames;
+    std::set<Key> seen;
     for (const auto& wall : walls) {
         const Wall::View view = wall->view();
         const auto period =
             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / view.rate));
         for (const int camera : view.visible) {
-            const FramePointer frame = hub_.newest_key(camera);
-            if (!frame || wall->knows(*frame)) continue;
             const Key key{camera, view.width};
+            seen.insert(key);
+            const FramePointer frame = newest(camera, frames);
+            if (!frame || !wall->wants(*frame, now)) continue;
             const auto before = made_.find(key);
             const Made made = before == made_.end() ? Made() : before->second;
-            const bool there = made.picture && made.picture->frame == frame;
+            const bool there = made.picture && made.picture->frame.arrival_ms == frame->arrival_ms;
             if (there) wall->offer(made.picture);
             if (there || now - made.time < period) continue;
             Want& want = wanted[key];
@@ -125,6 +140,7 @@ std::vector<Thumbnailer::Want> Thumbnailer::wants(const std::vector<std::shared_
             want.walls.push_back(wall);
         }
     }
+    forget_all_but(seen);
     std::vector<Want> order;
     order.reserve(wanted.size());
     for (auto& [key, want] : wanted)
@@ -134,16 +150,40 @@ std::vector<Thumbnailer::Want> Thumbnailer::wants(const std::vector<std::shared_
     return order;
 }
 
+/// Who makes a window larger leaves widths behind.
+void Thumbnailer::forget_all_but(const std::set<Key>& seen) {
+    for (auto made = made_.begin(); made != made_.end();)
+        made = seen.count(made->first) > 0 ? std::next(made) : made_.erase(made);
+}
+
+/// Without its data, which is large.
+Frame Thumbnailer::facts_of(const Frame& frame) {
+    Frame facts;
+    facts.camera = frame.camera;
+    facts.codec = frame.codec;
+    facts.key = frame.key;
+    facts.motion = frame.motion;
+    facts.recording = frame.recording;
+    facts.zones = frame.zones;
+    facts.time_ms = frame.time_ms;
+    facts.arrival_ms = frame.arrival_ms;
+    return facts;
+}
+
 /// A picture that cannot be decoded is not shown, and not tried again either.
 Thumbnailer::Clock::duration Thumbnailer::make(const Want& want) {
     const auto begun = Clock::now();
     Thumbnail small = make_thumbnail(*want.frame, want.key.second);
     const auto picture = std::make_shared<const WallPicture>(
-        WallPicture{want.frame, std::move(small.jpeg), small.width, small.height});
+        WallPicture{facts_of(*want.frame), std::move(small.jpeg), small.width, small.height});
     made_[want.key] = {picture, begun};
     for (const auto& wall : want.walls)
         wall->offer(picture);
-    return Clock::now() - begun;
+    const auto spent = Clock::now() - begun;
+    ++count_;
+    spent_us_ +=
+        static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(spent).count());
+    return spent;
 }
 
 void Thumbnailer::run() {
@@ -155,7 +195,6 @@ void Thumbnailer::run() {
             spent += make(want);
             if (spent > look_period) break;  // others may be waiting longer by now
         }
-        if (here.empty()) made_.clear();
         const auto pause = std::chrono::duration_cast<Clock::duration>(spent / share_) - spent;
         std::unique_lock<std::mutex> lock(mutex_);
         if (changed_.wait_for(lock, std::max<Clock::duration>(pause, look_period), [this] { return ended_; }))

@@ -15,14 +15,14 @@ bool Viewer::has_room(const Frame& frame) const {
     return waiting_.size() < limits_.pictures && waiting_bytes_ + frame.data.size() <= limits_.bytes;
 }
 
-void Viewer::offer(const FramePointer& frame) {
+bool Viewer::offer(const FramePointer& frame) {
     std::function<void()> wake;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if ((needs_key_ && !frame->key) || !has_room(*frame)) {
             lost_ += begun_ ? 1U : 0U;  // what came before the first one was nobody's loss
             needs_key_ = true;
-            return;
+            return !begun_;
         }
         needs_key_ = false;
         begun_ = true;
@@ -31,6 +31,7 @@ void Viewer::offer(const FramePointer& frame) {
         waiting_.push_back(frame);
     }
     if (wake) wake();
+    return true;
 }
 
 void Viewer::finish() {
@@ -55,6 +56,11 @@ FramePointer Viewer::take() {
     waiting_.pop_front();
     waiting_bytes_ -= frame->data.size();
     return frame;
+}
+
+std::size_t Viewer::waiting() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return waiting_.size();
 }
 
 std::uint64_t Viewer::lost() const {

@@ -24,13 +24,16 @@ public:
 
     /// Called, by the thread that offers, when there is something to take that was not there before.
     void on_arrival(std::function<void()> wake);
-    void offer(const FramePointer& frame);
+    /// False: it is lost to him.
+    bool offer(const FramePointer& frame);
     /// Nothing more comes: a recording was played to its end.
     void finish();
     /// And all of it was taken.
     bool finished() const;
     /// Null when nothing is there.
     FramePointer take();
+    /// Pictures that can be taken now.
+    std::size_t waiting() const;
     /// Pictures that were offered and never given.
     std::uint64_t lost() const;
 
