@@ -44,7 +44,8 @@ class Recordings {
         this.problem = make(
             "p",
             {class: "empty", hidden: true},
-            "Nothing is kept by this process: give 'plendix serve' a configuration file with a [record] table."
+            "Nothing was kept in this time. 'plendix serve' keeps pictures where its configuration file has a " +
+                "[record] table, and shows those of others with --recordings FOLDER."
         );
         this.none = false; // the server keeps no recordings
         this.body = make(
@@ -179,14 +180,14 @@ class Recordings {
         this.tell();
     }
 
-    /// Where nothing is kept, and nothing was, there is nothing to play.
+    /// Where nothing was kept, and nothing will be; another time may have something.
     tell() {
         const entries = [...this.lines.values()];
         const empty = entries.every(({line}) => line.segments.length === 0);
         const asked = entries.some(({loaded}) => loaded > 0);
         const nothing = this.none || (asked && empty && !store.list().some((camera) => camera.recorded));
         this.problem.hidden = !nothing;
-        this.body.hidden = nothing;
+        this.body.hidden = this.none;
     }
 
     choose(number, at) {
