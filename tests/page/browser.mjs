@@ -68,7 +68,7 @@ export const memoryOf = (pid) =>
     1024 * Number(/VmRSS:\s*(\d+)/.exec(readFileSync(`/proc/${pid}/status`, "utf8"))?.[1] ?? 0);
 
 /// {scripts, pictures}: bytes that the page's scripts keep alive, and that the browser has for pages and what
-/// they draw.
+/// they draw; {nodes, listeners}: how many there are.
 export async function memory(page) {
     const session = await page.context().newCDPSession(page);
     await session.send("HeapProfiler.collectGarbage");
@@ -79,8 +79,11 @@ export async function memory(page) {
     const {processInfo} = await whole.send("SystemInfo.getProcessInfo");
     await whole.detach();
     const drawing = processInfo.filter(({type}) => ["renderer", "GPU"].includes(type));
+    const metric = (wanted) => metrics.find(({name}) => name === wanted).value;
     return {
-        scripts: metrics.find(({name}) => name === "JSHeapUsedSize").value,
+        scripts: metric("JSHeapUsedSize"),
+        nodes: metric("Nodes"),
+        listeners: metric("JSEventListeners"),
         pictures: drawing.reduce((sum, {id}) => sum + memoryOf(id), 0)
     };
 }

@@ -270,8 +270,7 @@ function recording(query) {
                 begin: iso(at),
                 end: iso(Math.min(to, at + length)),
                 bytes: 9e6,
-                codec: "jpeg",
-                pictures: 42
+                codec: "jpeg"
             });
         }
         return found;

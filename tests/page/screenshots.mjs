@@ -39,7 +39,7 @@ try {
     };
     const tiles = async (page) => {
         await page.getByText("5 of 6 live").waitFor({timeout: 60000});
-        await page.waitForTimeout(4000); // pictures come, and the sixth camera is told of
+        await page.waitForTimeout(12000); // rates of ten seconds, and the sixth camera is told of
     };
     await shoot("wall", "#/", tiles, {colorScheme: "dark"});
     await shoot("camera", "#/camera/2", (page) => moves(page.locator("video").first()), {colorScheme: "light"});
@@ -48,8 +48,16 @@ try {
         "#/camera/1",
         async (page) => {
             await moves(page.locator("canvas").first());
-            await page.getByRole("button", {name: /mask/i}).first().click();
-            await page.waitForTimeout(1000);
+            await page.getByRole("button", {name: "Mask", exact: true}).click();
+            const zone = (row, column) =>
+                page.getByRole("checkbox", {name: `Row ${row}, column ${column}`, exact: true}).boundingBox();
+            for (const row of [1, 2]) {
+                const [from, to] = [await zone(row, 1), await zone(row, 8)];
+                await page.mouse.move(from.x + 20, from.y + 20);
+                await page.mouse.down();
+                await page.mouse.move(to.x + 20, to.y + 20, {steps: 20});
+                await page.mouse.up();
+            }
         },
         {colorScheme: "light"}
     );
@@ -57,10 +65,19 @@ try {
         "recordings",
         "#/recordings",
         async (page) => {
-            await page.waitForTimeout(40000); // something to see
+            await page.getByLabel("Show").selectOption("10 minutes");
+            await page.waitForTimeout(150000); // something to see
+            await page.getByRole("button", {name: "Now"}).click();
+            await page.waitForTimeout(4000);
             const line = await page.locator(".lane.kept").first().boundingBox();
             await page.mouse.click(line.x + line.width / 2, line.y + line.height / 2);
-            await page.waitForTimeout(3000);
+            await moves(page.locator(".frame > .shot"));
+            await page.getByRole("button", {name: "Mark begin"}).click();
+            await page.getByRole("button", {name: "Search zones"}).click();
+            for (const key of [...Array(4).fill("ArrowDown"), "ArrowRight", "Shift+ArrowRight"])
+                await page.keyboard.press(key);
+            await page.getByRole("button", {name: "Search", exact: true}).click();
+            await page.locator(".found li").first().waitFor();
         },
         {colorScheme: "dark"}
     );

@@ -1,5 +1,9 @@
 // The server's API. Every request that changes something carries the header that a forged one cannot have.
 
+const patience = 10000; // ms that a change may take
+const tooLate =
+    "no answer for 10 s: the server is busy, or too many windows of this page leave no connection for it";
+
 export class ApiError extends Error {
     constructor(status, text) {
         super(text);
@@ -25,6 +29,7 @@ async function ask(path, options) {
         response = await fetch(path, {cache: "no-store", credentials: "same-origin", ...options});
     } catch (error) {
         if (error.name === "AbortError") throw error;
+        if (error.name === "TimeoutError") throw new ApiError(0, tooLate);
         throw new ApiError(0, "the server does not answer");
     }
     if (!response.ok) {
@@ -39,7 +44,7 @@ export const get = (path, signal) => ask(path, {signal});
 
 function change(method, path, body = {}) {
     const headers = {"Content-Type": "application/json", "X-Plendix": "1"};
-    return ask(path, {method, headers, body: JSON.stringify(body)});
+    return ask(path, {method, headers, body: JSON.stringify(body), signal: AbortSignal.timeout(patience)});
 }
 
 export const post = (path, body) => change("POST", path, body);

@@ -21,6 +21,7 @@ const links = [
     ["#/recordings", "Recordings", "recordings"]
 ];
 let view = null; // {ending: AbortController}
+let entered = false; // nobody has to log in any more
 let moved = false; // by somebody who is here: the new view gets the focus
 
 function route() {
@@ -71,31 +72,34 @@ async function start() {
         )
     );
     window.addEventListener("hashchange", showRoute);
-    store.start();
+    entered = true;
+    look();
     showRoute();
 }
 
 function askLogin() {
+    entered = false;
     window.removeEventListener("hashchange", showRoute);
     store.stop();
     nav.replaceChildren();
+    showTools(null);
     begin("Log in", (place) => showLogin(place, start));
 }
 
-// A browser has few connections to a server for all its pages: one that nobody sees gives its own back.
-let resting = 0;
-document.addEventListener("visibilitychange", () => {
-    clearTimeout(resting);
-    if (document.hidden && store.running) resting = setTimeout(() => store.stop(), 30000);
-    else if (!document.hidden && nav.children.length > 0) store.start();
-});
+// A browser has six connections to a server for all its pages: one that nobody sees, opened behind another or
+// left behind, gives its own back.
+const resting = 5000; // ms
+let rest = 0;
+function look() {
+    clearTimeout(rest);
+    if (!entered) return;
+    if (!document.hidden) store.start();
+    else if (store.running) rest = setTimeout(() => store.stop(), resting);
+}
+document.addEventListener("visibilitychange", look);
 
-let asking = false;
-session.addEventListener("login", async () => {
-    if (asking) return;
-    asking = true; // many requests are refused at once
-    await askLogin();
-    asking = false;
+session.addEventListener("login", () => {
+    if (entered) askLogin(); // many requests are refused at once: what is typed already stays
 });
 
 document.querySelector(".skip").addEventListener("click", (event) => {

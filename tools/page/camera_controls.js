@@ -36,6 +36,7 @@ export function cameraControls(detail, signal) {
     };
     const show = () => {
         const {camera} = detail;
+        for (const part of element.querySelectorAll("button, input")) part.disabled = !camera;
         if (!camera) return;
         setText(relay, says[camera.relay] ?? "not known");
         setText(record, says[camera.recording] ?? "not known");
@@ -55,8 +56,6 @@ export function cameraControls(detail, signal) {
                 : [])
         );
     };
-    detail.addEventListener("change", show, {signal});
-    show();
     const element = make(
         "section",
         {class: "card controls", "aria-label": "Relay and recording mark"},
@@ -105,5 +104,7 @@ export function cameraControls(detail, signal) {
         ),
         problem
     );
+    detail.addEventListener("change", show, {signal});
+    show();
     return {element, undo};
 }

@@ -15,6 +15,7 @@ export class CameraDetail extends EventTarget {
         this.camera = store.cameras.get(number) ?? null;
         this.loading = false;
         this.again = false;
+        this.changes = 0; // sent: an answer asked for before one of them is older than it
         this.problem = "";
         store.addEventListener(
             "cameras",
@@ -54,10 +55,12 @@ export class CameraDetail extends EventTarget {
             return;
         }
         this.loading = true;
+        const changes = this.changes;
         try {
             const camera = await get(this.path, this.signal);
             this.problem = "";
-            this.merge(camera);
+            if (changes === this.changes) this.merge(camera);
+            else this.again = true;
         } catch (error) {
             if (!this.signal.aborted) this.fail(error);
         }
@@ -75,11 +78,14 @@ export class CameraDetail extends EventTarget {
 
     /// Sends a part of the settings; throws ApiError with the server's words when they are not taken.
     async set(settings) {
-        this.merge(await patch(this.path, settings));
+        const camera = await patch(this.path, settings);
+        ++this.changes;
+        this.merge(camera);
     }
 
     async undo() {
         const camera = await post(`${this.path}/undo`);
+        ++this.changes;
         if (camera) this.merge(camera);
         this.load();
     }

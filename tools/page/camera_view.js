@@ -9,7 +9,7 @@ import {LivePicture} from "./live_picture.js";
 import {MaskEditor} from "./mask_editor.js";
 import {settingsForm} from "./settings_form.js";
 import {Stage} from "./stage.js";
-import {cameraTitle, stateName} from "./states.js";
+import {cameraTitle, numberedTitle, stateName} from "./states.js";
 import {store} from "./store.js";
 
 const marks = [
@@ -19,6 +19,10 @@ const marks = [
     ["recording", "Recording mark"],
     ["recorded", "Kept on disk"]
 ];
+
+/// Nothing is kept of a camera that sends nothing.
+const isMarked = (camera, kind) =>
+    camera[kind] === true && (kind !== "recorded" || camera.state === "live");
 
 class CameraView {
     constructor(place, signal, number) {
@@ -65,7 +69,7 @@ class CameraView {
 
     header() {
         this.title = make("h1", {});
-        this.state = make("span", {class: "chip state"}, icon("connecting"), make("span"));
+        this.state = make("span", {class: "chip state", hidden: true}, icon("connecting"), make("span"));
         this.chips = marks.map(([kind, text]) =>
             make("span", {class: `chip ${kind}`, "data-kind": kind, hidden: true}, icon(kind), text)
         );
@@ -84,8 +88,7 @@ class CameraView {
             this.state,
             this.chips,
             make("span", {class: "space"}),
-            step(-1, "Previous camera", "previous"),
-            step(1, "Next camera", "next")
+            make("span", {}, step(-1, "Previous camera", "previous"), step(1, "Next camera", "next"))
         );
     }
 
@@ -166,12 +169,13 @@ class CameraView {
             setText(this.title, this.detail.problem || `Camera ${this.number}`);
             return;
         }
-        setText(this.title, `${camera.number} ${cameraTitle(camera)}`);
+        setText(this.title, numberedTitle(camera));
         document.title = `${cameraTitle(camera)} - Plendix`;
+        this.state.hidden = false;
         this.state.dataset.state = camera.state;
         swapIcon(this.state.firstElementChild, camera.state);
         setText(this.state.lastElementChild, stateName(camera));
-        for (const chip of this.chips) chip.hidden = camera[chip.dataset.kind] !== true;
+        for (const chip of this.chips) chip.hidden = !isMarked(camera, chip.dataset.kind);
         this.editor?.update();
     }
 
@@ -188,7 +192,7 @@ class CameraView {
                 camera.address,
                 camera.model ? `model ${camera.model}` : "",
                 camera.firmware ? `firmware ${camera.firmware}` : "",
-                camera.serial,
+                /[1-9A-F]/i.test(camera.serial ?? "") ? camera.serial : "",
                 lost ? `${lost} pictures left out for this viewer` : "",
                 begun && !begun.playable ? "this browser cannot play its H.264: a picture a second" : ""
             ]

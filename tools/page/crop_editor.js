@@ -69,7 +69,7 @@ export class CropEditor {
             {class: "row editbar"},
             make("strong", {}, "Crop"),
             sides.map((side, i) => make("label", {}, `${side} %`, this.inputs[i])),
-            button("Whole sensor", null, () => this.set(whole)),
+            button("Whole", null, () => this.set(whole)),
             button("Apply", null, () => this.apply(), {class: "main"}),
             button("Close", null, () => close(), {class: "quiet"}),
             this.line.element,
@@ -92,16 +92,16 @@ export class CropEditor {
         const camera = this.detail.camera;
         const now = within({...whole, ...(camera.reported?.crop ?? camera.settings?.crop)});
         const {frame} = this.stage;
-        if (camera.width > 0) this.stage.setShape(camera.width / now.width, camera.height / now.height);
+        if (camera.width > 0)
+            this.stage.setEditorShape([camera.width / now.width, camera.height / now.height]);
         for (const side of sides) frame.style.setProperty(`--crop-${side}`, percent(now[side]));
         frame.classList.add("sensor");
         this.line.show(standing(camera, "crop"));
     }
 
     remove() {
-        const {camera} = this.detail;
         this.stage.frame.classList.remove("sensor");
-        this.stage.setShape(camera.width, camera.height);
+        this.stage.setEditorShape(null);
     }
 
     set(crop) {

@@ -29,7 +29,7 @@ export function makeSvg(tag, options = {}, ...children) {
 
 /// A picture beside a text that says the same: hidden from screen readers.
 export function icon(name) {
-    const use = makeSvg("use", {href: `icons.svg#${name}`});
+    const use = makeSvg("use", {href: `#icon-${name}`});
     return makeSvg("svg", {class: "icon", "aria-hidden": "true", focusable: "false"}, use);
 }
 
@@ -53,7 +53,7 @@ export function setAttribute(element, name, value) {
 }
 
 export function swapIcon(svg, name) {
-    setAttribute(svg.firstElementChild, "href", `icons.svg#${name}`);
+    setAttribute(svg.firstElementChild, "href", `#icon-${name}`);
 }
 
 /// Calls `run` every `ms` until the signal is aborted.

@@ -7,6 +7,7 @@ import {store} from "./store.js";
 const shownFor = 10 * 60000; // ms
 const laneHeight = 10;
 const mostWords = 40;
+const telling = 3000; // ms that the camera's own word may come behind the event
 const kinds = ["motion", "trigger", "relay", "recording", "trouble"];
 const titles = {
     motion: "Motion",
@@ -23,8 +24,12 @@ function change(event) {
     return kinds.includes(event.kind) ? {lane: event.kind, on: event.values.active === true} : null;
 }
 
-/// {motion: [{begin, end}], ...}: what is on still ends now; what ended unseen to begin is left out.
-export function spansOf(events, now) {
+/// Whether the camera is in this lane now, as the server told last.
+const isOn = (camera, lane) => (lane === "trouble" ? camera?.state !== "live" : camera?.[lane] === true);
+
+/// {motion: [{begin, end}], ...}: what is on still ends now; what ended unseen to begin is left out, and of
+/// what was not seen to end, because the server was away, only the beginning is known.
+export function spansOf(events, now, camera) {
     const spans = Object.fromEntries(kinds.map((kind) => [kind, []]));
     const open = {};
     for (const event of events) {
@@ -36,7 +41,10 @@ export function spansOf(events, now) {
             delete open[found.lane];
         }
     }
-    for (const [lane, begin] of Object.entries(open)) spans[lane].push({begin, end: now});
+    for (const [lane, begin] of Object.entries(open)) {
+        const lasts = isOn(camera, lane) || now - begin < telling;
+        spans[lane].push({begin, end: lasts ? now : begin});
+    }
     return spans;
 }
 
@@ -75,7 +83,7 @@ export function eventStrip(number, signal) {
     const show = () => {
         const now = store.now();
         const events = store.eventsOf(number);
-        const spans = spansOf(events, now);
+        const spans = spansOf(events, now, store.cameras.get(number));
         kinds.forEach((kind, i) =>
             draw(i, spanPath(spans[kind], now - shownFor, now, i * laneHeight + 1, laneHeight - 2))
         );

@@ -3,8 +3,8 @@ import {every, icon, make, setText, swapIcon} from "./dom.js";
 import {number, rateText, spanText} from "./format.js";
 import {logView} from "./log_view.js";
 import {Plots} from "./plot.js";
-import {cameraTitle, stateName, stateOrder, stateReason, stateSince} from "./states.js";
-import {store} from "./store.js";
+import {numberedTitle, stateName, stateOrder, stateReason, stateSince} from "./states.js";
+import {lastHeard, store} from "./store.js";
 
 const counter = (name, title) => ({
     title,
@@ -17,7 +17,7 @@ const counter = (name, title) => ({
 const ageOf = (camera) =>
     camera.age_ms === null || camera.age_ms === undefined
         ? null
-        : camera.age_ms + (camera.state === "live" ? 0 : performance.now() - camera.heard);
+        : camera.age_ms + (camera.state === "live" && store.connected ? 0 : performance.now() - camera.heard);
 
 const columns = [
     {title: "Camera", key: (camera) => camera.number},
@@ -44,7 +44,7 @@ const columns = [
         key: (camera) => ageOf(camera) ?? Infinity,
         text: (camera) => (ageOf(camera) === null ? "none" : `${spanText(ageOf(camera))} ago`)
     },
-    {title: "Last hour", plot: true}
+    {title: "Last hour: rate, losses, motion", plot: true}
 ];
 let sorting = {column: 1, up: true}; // trouble first
 
@@ -82,7 +82,7 @@ class Row {
     update(camera) {
         this.camera = camera;
         this.element.dataset.state = camera.state;
-        setText(this.link, `${camera.number} ${cameraTitle(camera)}`);
+        setText(this.link, numberedTitle(camera));
         swapIcon(this.mark, camera.state);
         setText(this.state, ` ${stateName(camera)}`);
         setText(this.reason, stateReason(camera));
@@ -126,6 +126,7 @@ class Health {
             logView(signal)
         );
         store.addEventListener("cameras", ({detail}) => this.update(detail), {signal});
+        store.addEventListener("connection", () => this.update([]), {signal});
         every(1000, signal, () => this.update(store.cameras.keys()));
         every(5000, signal, () => this.sort());
         this.update(store.cameras.keys());
@@ -154,7 +155,8 @@ class Health {
         ]);
         setText(
             this.summary,
-            counts
+            lastHeard() +
+                counts
                 .filter(([, count]) => count > 0)
                 .map(([state, count]) => `${count} ${stateName({state}).toLowerCase()}`)
                 .join(", ")

@@ -54,7 +54,7 @@ export class LivePicture {
         const age = this.shownAt === null ? null : performance.now() - this.shownAt;
         const ago = age === null ? "" : `, last picture ${spanText(age)} ago`;
         if (!camera) this.stage.tell(this.detail.problem || "Waiting for the server");
-        else if (!store.connected && store.known && age > 2000)
+        else if (!store.connected && store.known && (age === null || age > 2000))
             this.stage.tell(`Not connected to the server${ago}`);
         else if (camera.state !== "live") this.stage.tell(`${stateName(camera)}${ago}`, stateReason(camera));
         else if (age === null) this.stage.tell("Waiting for the picture", "", false);

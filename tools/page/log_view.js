@@ -9,7 +9,7 @@ const mostLines = 500;
 export function logView(signal) {
     const lines = new Map(); // by what makes them the same; the one said longest ago first
     const list = make("ol", {class: "log", tabindex: 0, "aria-label": "Log lines, newest first"});
-    const empty = make("p", {class: "empty"}, "The driver has said nothing yet.");
+    const empty = make("p", {class: "empty"}, "Waiting for the server.");
     let last = 0;
     let due = true;
     let busy = false;
@@ -61,6 +61,7 @@ export function logView(signal) {
             lines.delete(key);
         }
         empty.hidden = lines.size > 0;
+        if (!due) setText(empty, "The driver has said nothing yet.");
     };
     store.addEventListener(
         "event",
@@ -72,6 +73,7 @@ export function logView(signal) {
     store.addEventListener(
         "connection",
         () => {
+            if (!store.connected) return;
             due = true;
             last = 0; // another process counts anew
             lines.clear();

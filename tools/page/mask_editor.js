@@ -139,8 +139,9 @@ export class MaskEditor {
         if (cell && event.detail === 0) this.set(cell, this.toggled(cell));
     }
 
-    cellAt(event) {
-        return document.elementFromPoint(event.clientX, event.clientY)?.closest(".zone") ?? null;
+    cellAt({clientX, clientY}) {
+        const cell = document.elementFromPoint(clientX, clientY)?.closest(".zone");
+        return cell && this.element.contains(cell) ? cell : null;
     }
 
     begin(event) {
@@ -154,9 +155,12 @@ export class MaskEditor {
     }
 
     paint(event) {
-        const cell = this.painting === null ? null : this.cellAt(event);
-        if (cell && this.cells.get(`${cell.dataset.row},${cell.dataset.column}`) === cell)
-            this.set(cell, this.painting);
+        if (this.painting === null) return;
+        // A quick stroke is more points than events.
+        for (const point of [...(event.getCoalescedEvents?.() ?? []), event]) {
+            const cell = this.cellAt(point);
+            if (cell) this.set(cell, this.painting);
+        }
     }
 
     end() {

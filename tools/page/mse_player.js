@@ -106,8 +106,10 @@ export class MsePlayer {
         try {
             this.buffer.appendBuffer(this.queue.shift());
         } catch (error) {
-            if (error.name === "QuotaExceededError") this.trim(1);
-            else this.restart();
+            if (error.name !== "QuotaExceededError") return this.restart();
+            this.queue.length = 0; // what builds on the fragment that did not fit is of no use
+            this.needsKey = true;
+            this.trim(1);
         }
     }
 

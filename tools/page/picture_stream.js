@@ -71,6 +71,7 @@ export class PictureStream {
     begin(head, data) {
         const shown = (of) => this.handlers.shown?.(of);
         const playable = head.codec !== "h264" || canPlay(head.mime);
+        if (!playable && this.recorded) throw new Error("this browser cannot play H.264: export it instead");
         const kind = head.codec !== "h264" ? JpegPlayer : playable ? MsePlayer : StillPlayer;
         if (this.player?.constructor !== kind) {
             this.player?.close();

@@ -35,7 +35,7 @@ function inWords(rate, lost, span) {
     const sum = lost.reduce((all, value) => all + (value ?? 0), 0);
     return (
         `last ${spanText(span)}: ${Math.min(...known).toFixed(1)} to ${Math.max(...known).toFixed(1)} ` +
-        `pictures a second, ${sum} lost`
+        `pictures a second, ${sum} blocks lost and time-outs`
     );
 }
 

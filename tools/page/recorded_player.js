@@ -19,7 +19,8 @@ export class RecordedPlayer {
         this.playButton = button("Play", "play", () => (this.playing ? this.stop() : this.play()), {
             class: "main"
         });
-        const skip = (seconds, text) => button(text, null, () => this.at && this.playFrom(this.at + seconds * 1000));
+        const skip = (seconds, text) =>
+            button(text, null, () => this.at && this.playFrom(this.at + seconds * 1000));
         this.bar = make(
             "div",
             {class: "row toolbar", role: "toolbar", "aria-label": "Playing"},

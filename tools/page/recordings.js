@@ -1,21 +1,15 @@
 // What is kept on disk: a time line for each camera, played from where somebody clicks, searched and cut out.
 import {get} from "./api.js";
 import {button, icon, make, pause, setText} from "./dom.js";
-import {bytesText, localInput, momentText, shortClockText, spanText} from "./format.js";
+import {bytesText, dayText, shortClockText, spanText} from "./format.js";
 import {ticks} from "./lanes.js";
 import {RecordedPlayer} from "./recorded_player.js";
-import {cameraTitle} from "./states.js";
+import {numberedTitle} from "./states.js";
 import {store} from "./store.js";
 import {TimeLine} from "./time_line.js";
+import {TimeSpan} from "./time_span.js";
 import {ZoneSearch} from "./zone_search.js";
 
-const spans = {
-    600000: "10 minutes",
-    3600000: "1 hour",
-    21600000: "6 hours",
-    86400000: "1 day",
-    604800000: "7 days"
-};
 const refresh = 20000; // ms
 const inTime = ({begin, end, ...rest}) => ({...rest, begin: Date.parse(begin), end: Date.parse(end)});
 
@@ -23,8 +17,7 @@ class Recordings {
     constructor(place, signal, number) {
         this.signal = signal;
         this.number = number; // 0: none chosen yet
-        this.length = 3600000;
-        this.to = null; // null: until now
+        this.span = new TimeSpan(() => this.reload());
         this.lines = new Map(); // number -> {line, info, loaded}
         this.marked = null; // {begin, end}
         this.player = new RecordedPlayer(signal, (at) => this.lines.get(this.number)?.line.setTime(at));
@@ -51,26 +44,27 @@ class Recordings {
         this.problem = make(
             "p",
             {class: "empty", hidden: true},
-            "Nothing is kept by this process: give 'plendix " +
-                "serve' a configuration with [record], or --recordings FOLDER."
+            "Nothing was kept in this time. 'plendix serve' keeps pictures where its configuration file has a " +
+                "[record] table, and shows those of others with --recordings FOLDER."
         );
         this.none = false; // the server keeps no recordings
-        place.append(
-            make("div", {class: "row head"}, make("h1", {}, "Recordings"), this.controls()),
-            this.problem,
+        this.body = make(
+            "div",
+            {class: "recordings"},
             make(
-                "div",
-                {class: "recordings"},
-                make(
-                    "section",
-                    {class: "pictures", "aria-label": "Player"},
-                    this.player.stage.element,
-                    this.player.bar,
-                    this.search.bar,
-                    this.search.list
-                ),
-                make("section", {class: "card lines", "aria-label": "Time lines"}, this.scale, this.rows)
-            )
+                "section",
+                {class: "pictures", "aria-label": "Player"},
+                this.player.stage.element,
+                this.player.bar,
+                this.search.bar,
+                this.search.list
+            ),
+            make("section", {class: "card lines", "aria-label": "Time lines"}, this.scale, this.rows)
+        );
+        place.append(
+            make("div", {class: "row head"}, make("h1", {}, "Recordings"), this.span.controls),
+            this.problem,
+            this.body
         );
         this.seen = new Set();
         this.watch = new IntersectionObserver((entries) => {
@@ -79,89 +73,46 @@ class Recordings {
             }
         });
         signal.addEventListener("abort", () => this.watch.disconnect(), {once: true});
-        store.addEventListener("cameras", () => this.build(), {signal});
+        store.addEventListener("cameras", () => (this.build(), this.tell()), {signal});
+        document.addEventListener("keydown", (event) => this.leaveSearch(event), {signal, capture: true});
         this.build();
         this.show();
         this.run();
     }
 
-    controls() {
-        this.end = make("input", {
-            type: "datetime-local",
-            step: 1,
-            onchange: ({target}) => {
-                this.to = target.value ? Date.parse(target.value) : null;
-                this.reload();
-            }
-        });
-        return [
-            make(
-                "label",
-                {},
-                "Show ",
-                make(
-                    "select",
-                    {
-                        onchange: ({target}) => {
-                            this.length = Number(target.value);
-                            this.reload();
-                        }
-                    },
-                    Object.entries(spans).map(([value, text]) =>
-                        make("option", {value, selected: Number(value) === this.length}, text)
-                    )
-                )
-            ),
-            make("label", {}, "until ", this.end),
-            button("Earlier", "previous", () => this.page(-1), {class: "quiet"}),
-            button("Later", "next", () => this.page(1), {class: "quiet"}),
-            button(
-                "Now",
-                null,
-                () => {
-                    this.to = null;
-                    this.end.value = "";
-                    this.reload();
-                },
-                {class: "quiet"}
-            )
-        ];
+    leaveSearch(event) {
+        if (event.key !== "Escape" || !this.search.opened) return;
+        event.preventDefault(); // not back to the wall as well
+        this.search.open(false);
+        this.search.opener.focus();
     }
 
     shown() {
-        const to = this.to ?? store.now();
-        return {from: to - this.length, to};
-    }
-
-    page(by) {
-        this.to = this.shown().to + by * this.length;
-        this.end.value = localInput(this.to);
-        this.reload();
+        const {from, to} = this.span;
+        return {from, to};
     }
 
     build() {
         for (const camera of store.list()) {
-            if (this.lines.has(camera.number)) continue;
-            const {number} = camera;
-            const line = new TimeLine(`${number} ${cameraTitle(camera)}`, (at, play) =>
-                play ? this.playAt(number, at) : this.choose(number, at)
-            );
-            const info = make("small");
-            const row = make(
-                "div",
-                {class: "timerow", "data-number": number},
-                make("span", {class: "name"}, `${number} ${cameraTitle(camera)}`),
-                line.element,
-                info
-            );
-            this.lines.set(number, {line, info, row, loaded: -Infinity});
-            this.rows.append(row);
-            this.watch.observe(row);
-            line.setSpan(...Object.values(this.shown()));
+            if (!this.lines.has(camera.number)) this.add(camera.number);
+            const {line, name} = this.lines.get(camera.number);
+            setText(name, numberedTitle(camera)); // which may be given at any time
+            line.setName(numberedTitle(camera));
         }
         if (this.number && this.lines.has(this.number) && this.player.number !== this.number) {
-            this.choose(this.number, this.shown().to - this.length / 2);
+            this.choose(this.number, this.span.to - this.span.length / 2);
         }
+    }
+
+    add(number) {
+        const line = new TimeLine((at, play) => (play ? this.playAt(number, at) : this.choose(number, at)));
+        const name = make("span", {class: "name"});
+        const info = make("small");
+        const row = make("div", {class: "timerow", "data-number": number}, name, line.element, info);
+        this.lines.set(number, {line, name, info, row, loaded: -Infinity});
+        this.rows.append(row);
+        this.watch.observe(row);
+        line.setSpan(...Object.values(this.shown()));
     }
 
     show() {
@@ -170,11 +121,8 @@ class Recordings {
             ...ticks(from, to, 6)
                 .filter((at) => at < to - 0.08 * (to - from))
                 .map((at) => {
-                    const mark = make(
-                        "span",
-                        {},
-                        this.length > 86400000 ? momentText(at).replace(/ [\d:]+$/, "") : shortClockText(at)
-                    );
+                    const days = this.span.length > 86400000;
+                    const mark = make("span", {}, days ? dayText(at) : shortClockText(at));
                     mark.style.left = `${((at - from) / (to - from)) * 100}%`;
                     return mark;
                 })
@@ -208,7 +156,7 @@ class Recordings {
     }
 
     async load({line, info, row}) {
-        if (this.to === null) this.show();
+        if (this.span.until === null) this.show();
         const {from, to} = this.shown();
         const query = new URLSearchParams({
             from: new Date(from).toISOString(),
@@ -229,14 +177,25 @@ class Recordings {
             setText(info, error.status === 404 ? "not recorded" : error.message);
             this.none = error.status === 404; // then there are none of any camera
         }
-        const empty = ![...this.lines.values()].some((entry) => entry.line.segments.length > 0);
-        this.problem.hidden = !(this.none || (empty && !store.list().some((camera) => camera.recorded)));
+        this.tell();
+    }
+
+    /// Where nothing was kept, and nothing will be; another time may have something.
+    tell() {
+        const entries = [...this.lines.values()];
+        const empty = entries.every(({line}) => line.segments.length === 0);
+        const asked = entries.some(({loaded}) => loaded > 0);
+        const nothing = this.none || (asked && empty && !store.list().some((camera) => camera.recorded));
+        this.problem.hidden = !nothing;
+        this.body.hidden = this.none;
     }
 
     choose(number, at) {
         if (number !== this.number) this.marked = null;
         for (const [n, {row}] of this.lines) row.classList.toggle("chosen", n === number);
+        if (number !== this.number) this.lines.get(this.number)?.line.setFound([]);
         this.number = number;
+        this.search.follow(number);
         this.player.stop();
         this.player.choose(number, at);
         this.showMarked();

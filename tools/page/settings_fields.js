@@ -21,7 +21,7 @@ export const groups = [
                 label: "Codec",
                 kind: "choice",
                 choices: [
-                    ["", "as the camera has it"],
+                    ["", "the camera's own"],
                     ["jpeg", "JPEG"],
                     ["h264", "H.264"]
                 ]

@@ -104,6 +104,7 @@ export function settingsForm(detail, signal) {
         );
     });
     const show = () => {
+        for (const section of sections) section.disabled = !detail.camera?.settings; // nothing is known yet
         for (const field of fields) field.show();
     };
     detail.addEventListener("change", show, {signal});

@@ -12,7 +12,9 @@ export class Stage {
         this.element = make("div", {class: "stage"}, this.frame);
         this.picture = null;
         this.editor = null;
-        this.setShape(4, 3);
+        this.shape = [4, 3]; // of the picture
+        this.editorShape = null; // of what an editor works on
+        this.lay();
     }
 
     setPicture(element) {
@@ -22,7 +24,18 @@ export class Stage {
     }
 
     setShape(width, height) {
-        if (!(width > 0 && height > 0)) return;
+        if (width > 0 && height > 0) this.shape = [width, height];
+        this.lay();
+    }
+
+    /// Null: that of the picture again.
+    setEditorShape(shape) {
+        this.editorShape = shape;
+        this.lay();
+    }
+
+    lay() {
+        const [width, height] = this.editorShape ?? this.shape;
         this.frame.style.setProperty("--shape", (width / height).toFixed(4));
     }
 

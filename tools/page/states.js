@@ -13,7 +13,7 @@ const advice = {
     connecting: (camera) => `No picture yet: check power, cable and the address ${camera.address}`,
     silent: () => "The pictures stopped: check power and cable. It is tried again by itself",
     refused: () => "The driver does not support this model or firmware: update the camera, or switch it off",
-    off: () => "Switched off in the settings: open the camera to switch it on"
+    off: () => "Switched off: 'Camera on' in its settings switches it on"
 };
 
 /// What is wrong and what to do; "" while live.
@@ -27,4 +27,10 @@ export function stateSince(camera) {
     return Number.isNaN(since) ? "" : spanText(store.now() - since);
 }
 
-export const cameraTitle = (camera) => camera.name || `Camera ${camera.number}`;
+const unnamed = (camera) => `Camera ${camera.number}`; // also what the driver calls it
+
+export const cameraTitle = (camera) => camera.name || unnamed(camera);
+
+/// "3 Gate", and "Camera 3" where it has no name of its own.
+export const numberedTitle = (camera) =>
+    cameraTitle(camera) === unnamed(camera) ? unnamed(camera) : `${camera.number} ${camera.name}`;

@@ -4,6 +4,7 @@ import {EventFeed} from "./events.js";
 
 const keptEvents = 4000;
 const keptFor = 15 * 60000; // ms
+const again = 1000; // ms until a list that did not come is asked for again
 const marks = new Set(["state", "motion", "trigger", "relay", "recording", "connection", "storage", "clock"]);
 
 /// Dispatches "cameras" (detail: Set of numbers), "event" (detail: the driver's event) and "connection".
@@ -12,13 +13,18 @@ class CameraStore extends EventTarget {
         super();
         this.cameras = new Map();
         this.events = []; // oldest first
-        this.connected = false;
+        this.open = false; // events come
+        this.connected = false; // and the list was told
+        this.asked = 0; // lists of cameras
         this.known = false; // the cameras were told at least once
         this.version = null;
         this.clockAhead = 0; // ms that the server's clock is ahead of ours
         this.feed = new EventFeed("/api/events");
-        this.feed.addEventListener("open", () => this.load());
-        this.feed.addEventListener("lost", () => this.setConnected(false));
+        this.feed.addEventListener("open", () => {
+            this.open = true;
+            this.load();
+        });
+        this.feed.addEventListener("lost", () => this.close());
         this.feed.addEventListener("message", ({detail}) => this.take(detail.kind, detail.data));
     }
 
@@ -27,11 +33,18 @@ class CameraStore extends EventTarget {
     }
 
     start() {
+        if (this.running) return;
         this.feed.start();
+        this.dispatchEvent(new Event("connection")); // not connected yet, and that may last
     }
 
     stop() {
         this.feed.stop();
+        this.close();
+    }
+
+    close() {
+        this.open = false;
         this.setConnected(false);
     }
 
@@ -51,18 +64,28 @@ class CameraStore extends EventTarget {
 
     /// The whole list: at each connection, and when a camera was removed.
     async load() {
+        const asked = ++this.asked;
+        const begun = performance.now();
         try {
             const {time, version, cameras} = await get("/api/cameras");
+            if (asked !== this.asked) return; // a newer list is on its way
             this.clockAhead = Date.parse(time) - Date.now();
             this.version = version ?? null;
             this.known = true;
             const gone = new Set(this.cameras.keys());
             for (const camera of cameras) gone.delete(camera.number);
             for (const number of gone) this.cameras.delete(number);
-            this.merge(cameras, gone);
-            this.setConnected(this.running);
+            // What the events told meanwhile is not older, and what comes next builds on it.
+            const told = ({number}) => this.cameras.get(number)?.heard > begun;
+            this.merge(
+                cameras.filter((camera) => !told(camera)),
+                gone
+            );
+            this.setConnected(this.open);
         } catch {
-            this.setConnected(false); // the feed tries again
+            if (asked !== this.asked) return;
+            this.setConnected(false);
+            setTimeout(() => this.open && asked === this.asked && this.load(), again);
         }
     }
 
@@ -96,6 +119,10 @@ class CameraStore extends EventTarget {
 }
 
 export const store = new CameraStore();
+
+/// Before what is said of cameras: what was true when the server was there.
+export const lastHeard = () =>
+    store.connected || !store.known ? "" : "Not connected, when last heard of: ";
 
 /// Milliseconds between two pictures of this camera.
 export function intervalOf(camera) {

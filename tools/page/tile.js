@@ -2,7 +2,7 @@
 // pictures are apart: the tile dims and counts.
 import {icon, make, setAttribute, setText, swapIcon} from "./dom.js";
 import {rateText, spanText} from "./format.js";
-import {cameraTitle, stateName, stateReason, stateSince} from "./states.js";
+import {numberedTitle, stateName, stateReason, stateSince} from "./states.js";
 import {intervalOf, patienceOf} from "./store.js";
 import {paintZones} from "./zones.js";
 
@@ -65,7 +65,7 @@ export class Tile {
         this.camera = camera;
         setAttribute(this.element, "data-state", camera.state);
         swapIcon(this.stateIcon, camera.state);
-        setText(this.name, `${camera.number} ${cameraTitle(camera)}`);
+        setText(this.name, numberedTitle(camera));
         setText(this.rate, camera.state === "live" ? rateText(camera.rate) : stateName(camera));
         const active = this.marks
             .filter((mark) => {
@@ -143,6 +143,9 @@ export class Tile {
         const age = this.pictureAt === null ? null : now - this.pictureAt;
         const old = age !== null && this.isOld(age);
         this.element.classList.toggle("old", old);
+        // The camera sends, but thumbnails come late: not live either, and the age says so.
+        const late = age !== null && !old && age > patienceOf(intervalOf(this.camera));
+        this.element.classList.toggle("late", late);
         setText(this.age, age === null ? "" : spanText(age));
         const [head, text] = this.noticeWords(age, old);
         this.notice.hidden = head === "";

@@ -8,7 +8,7 @@ const height = 30;
 const moves = {ArrowLeft: -1, ArrowRight: 1, PageDown: -10, PageUp: 10};
 
 export class TimeLine {
-    constructor(name, chosen) {
+    constructor(chosen) {
         this.chosen = chosen;
         const {svg, draw} = lanes(height, ["lane kept", "lane motion", "lane found", "lane marked"], {
             "aria-hidden": "true"
@@ -22,7 +22,6 @@ export class TimeLine {
                 class: "timeline",
                 role: "slider",
                 tabindex: 0,
-                "aria-label": `Recording of ${name}`,
                 "aria-valuemin": 0,
                 "aria-valuemax": 1000,
                 onclick: (event) => this.point(event),
@@ -32,7 +31,12 @@ export class TimeLine {
         );
         this.segments = [];
         this.motion = [];
+        this.found = [];
         this.setSpan(0, 1);
+    }
+
+    setName(name) {
+        setAttribute(this.element, "aria-label", `Recording of ${name}`);
     }
 
     setSpan(from, to) {
@@ -50,7 +54,8 @@ export class TimeLine {
     }
 
     setFound(spans) {
-        this.draw(2, spanPath(spans, this.from, this.to, 20, 8));
+        this.found = spans;
+        this.show();
     }
 
     setMarked(span) {
@@ -60,6 +65,7 @@ export class TimeLine {
     show() {
         this.draw(0, spanPath(this.segments, this.from, this.to, 10, 8));
         this.draw(1, spanPath(this.motion, this.from, this.to, 1, 8));
+        this.draw(2, spanPath(this.found, this.from, this.to, 20, 8));
         this.setTime(this.at);
     }
 

@@ -1,7 +1,7 @@
 // All cameras at once.
 import {every, make, setText} from "./dom.js";
 import {cameraTitle} from "./states.js";
-import {store} from "./store.js";
+import {lastHeard, store} from "./store.js";
 import {Tile} from "./tile.js";
 import {columnsFor, placeAfter, thumbnailRate, thumbnailWidth} from "./wall_layout.js";
 import {WallStream} from "./wall_stream.js";
@@ -153,7 +153,7 @@ class Wall {
         const trouble = cameras.filter(filters.trouble).length;
         setText(
             this.summary,
-            (store.connected || !store.known ? "" : "Not connected, when last heard of: ") +
+            lastHeard() +
                 `${live} of ${cameras.length} live${trouble ? `, ${trouble} in trouble` : ""}`
         );
         this.empty.hidden = count > 0;

@@ -17,6 +17,8 @@ export class ZoneSearch {
         this.found = found;
         this.play = play;
         this.from = this.to = null; // [row, column] of two corners
+        this.number = 0; // the camera whose zones are shown
+        this.asked = 0; // searches begun: an answer that was overtaken is left out
         this.cells = new Map();
         this.grid = make("div", {
             class: "zones search",
@@ -53,13 +55,33 @@ export class ZoneSearch {
         this.opener.setAttribute("aria-pressed", open);
         this.bar.hidden = !open;
         this.stage.setEditor(open ? this.grid : null);
-        if (!open) return (this.found([]), this.list.replaceChildren());
+        this.forget();
+        if (!open) return;
         this.build();
         this.grid.firstElementChild?.focus();
     }
 
+    get opened() {
+        return !this.bar.hidden;
+    }
+
+    /// Another camera has other zones, and what was found belongs to the one before.
+    follow(number) {
+        if (!this.opened || number === this.number) return;
+        this.from = this.to = null;
+        this.forget();
+        this.build();
+    }
+
+    forget() {
+        ++this.asked;
+        this.list.replaceChildren();
+        this.found([]);
+    }
+
     build() {
-        const zones = store.cameras.get(this.span().number)?.zones ?? wholePicture;
+        this.number = this.span().number;
+        const zones = store.cameras.get(this.number)?.zones ?? wholePicture;
         this.cells.clear();
         this.grid.replaceChildren(
             ...visibleZones(zones).map(({row, column, box}, i) => {
@@ -171,13 +193,15 @@ export class ZoneSearch {
             to: new Date(to).toISOString()
         });
         setText(this.status, "Searching");
+        const asked = ++this.asked;
         try {
             const {spans} = await get(`/api/recordings/${number}/search?${query}`);
+            if (asked !== this.asked) return;
             this.show(
                 spans.map((span) => ({...span, begin: Date.parse(span.begin), end: Date.parse(span.end)}))
             );
         } catch (error) {
-            setText(this.status, `Not searched: ${error.message}`);
+            if (asked === this.asked) setText(this.status, `Not searched: ${error.message}`);
         }
     }
 
@@ -191,12 +215,12 @@ export class ZoneSearch {
                   : `${spans.length} found`
         );
         this.list.replaceChildren(
-            ...spans.slice(0, mostFound).map(({begin, end, pictures}) =>
+            ...spans.slice(0, mostFound).map(({begin, end}) =>
                 make(
                     "li",
                     {},
                     button(
-                        `${momentText(begin)}, ${spanText(end - begin)}, ${pictures} pictures`,
+                        `${momentText(begin)}, ${spanText(end - begin)}`,
                         "play",
                         () => this.play(begin),
                         {class: "quiet"}
