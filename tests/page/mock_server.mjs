@@ -362,6 +362,7 @@ function api(request, response, url, body) {
         const from = Date.parse(query.get("from"));
         return pictures(response, cameras[number - 1], (at) => from + at * 50, 60000);
     }
+    if (path === "/api/recordings") return json(response, {cameras: [1, 2]});
     if (path.startsWith("/api/recordings/")) return json(response, recording(query));
     if (path.startsWith("/api/history/")) return json(response, history());
     if (path === "/api/log")

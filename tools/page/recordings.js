@@ -4,7 +4,7 @@ import {button, icon, make, pause, setText} from "./dom.js";
 import {bytesText, dayText, shortClockText, spanText} from "./format.js";
 import {ticks} from "./lanes.js";
 import {RecordedPlayer} from "./recorded_player.js";
-import {numberedTitle} from "./states.js";
+import {numberedTitle, unnamed} from "./states.js";
 import {store} from "./store.js";
 import {TimeLine} from "./time_line.js";
 import {TimeSpan} from "./time_span.js";
@@ -77,7 +77,24 @@ class Recordings {
         document.addEventListener("keydown", (event) => this.leaveSearch(event), {signal, capture: true});
         this.build();
         this.show();
+        this.learn();
         this.run();
+    }
+
+    /// Rows for cameras that are only known from their recordings.
+    async learn() {
+        const kept = await get("/api/recordings", this.signal).catch(() => null); // the rows tell what fails
+        for (const number of kept?.cameras ?? []) {
+            if (this.lines.has(number)) continue;
+            this.add(number);
+            this.setTitle(number, unnamed({number}));
+        }
+    }
+
+    setTitle(number, title) {
+        const {line, name} = this.lines.get(number);
+        setText(name, title);
+        line.setName(title);
     }
 
     leaveSearch(event) {
@@ -95,9 +112,7 @@ class Recordings {
     build() {
         for (const camera of store.list()) {
             if (!this.lines.has(camera.number)) this.add(camera.number);
-            const {line, name} = this.lines.get(camera.number);
-            setText(name, numberedTitle(camera)); // which may be given at any time
-            line.setName(numberedTitle(camera));
+            this.setTitle(camera.number, numberedTitle(camera)); // which may be given at any time
         }
         if (this.number && this.lines.has(this.number) && this.player.number !== this.number) {
             this.choose(this.number, this.span.to - this.span.length / 2);

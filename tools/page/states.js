@@ -27,7 +27,7 @@ export function stateSince(camera) {
     return Number.isNaN(since) ? "" : spanText(store.now() - since);
 }
 
-const unnamed = (camera) => `Camera ${camera.number}`; // also what the driver calls it
+export const unnamed = (camera) => `Camera ${camera.number}`; // also what the driver calls it
 
 export const cameraTitle = (camera) => camera.name || unnamed(camera);
 
