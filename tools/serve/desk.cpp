@@ -180,10 +180,11 @@ void Desk::replace(std::vector<CameraSettings> cameras) {
 /// What is to be switched by now, in that order.
 std::vector<Desk::Switching> Desk::take_due_relays(std::int64_t now_ms) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto due = std::stable_partition(relays_.begin(), relays_.end(),
-                                           [now_ms](const Switching& one) { return one.at_ms > now_ms; });
-    std::vector<Switching> switchings(due, relays_.end());
-    relays_.erase(due, relays_.end());
+    std::vector<Switching> switchings;
+    std::vector<Switching> later;
+    for (const Switching& one : relays_)
+        (one.at_ms > now_ms ? later : switchings).push_back(one);
+    relays_ = std::move(later);
     return switchings;
 }
 
