@@ -8,6 +8,7 @@
 
 #include <netinet/in.h>
 #include <sys/select.h>
+#include <sys/types.h>
 
 #include <cstdint>
 #include <string>
@@ -92,6 +93,10 @@ private:
     void DisableReset();
     bool InitInput();  // true when the input was due and has its active rectangle now
 
+    int RecvNext(char* place, char* buffer);
+    ssize_t RecvInto(char* datagram);
+    int Received(char* buffer, ssize_t received);
+    int Take(char* datagram, int length);
     int TakeData(const char* datagram, int length);
     void TakeOptions(char* datagram, int length);
 

@@ -19,11 +19,16 @@
 namespace {
 
 constexpr std::uint16_t ServerPort = 69;
-constexpr std::uint16_t NoBlockSize = 512;     // RFC 1350's own: no option acknowledgement came
-constexpr unsigned int AskedBlockSize = 1450;  // the largest that an Ethernet frame carries whole
-constexpr int RequestSize = 4100;
+constexpr std::uint16_t NoBlockSize = 512;  // RFC 1350's own: no option acknowledgement came
+constexpr std::size_t OpcodeSize = 2;
+constexpr std::size_t LongestName = 4075;
 constexpr int DatagramSize = 65536;
 constexpr int HeaderSize = 4;  // opcode and block number
+
+// Behind the name: the mode and, as the block size, the largest that an Ethernet frame carries whole.
+constexpr char RequestTail[] =
+    "\0netascii\0blksize\0"
+    "1450";
 
 enum Opcode { OpcodeRead = 1, OpcodeData = 3, OpcodeAck = 4, OpcodeOptionAck = 6 };
 
@@ -103,15 +108,18 @@ void CDevice::Send(const char* data, int length) {
 }
 
 void CDevice::Request(const char* name) {
-    char packet[RequestSize] = {0, OpcodeRead};
-    const int length = std::snprintf(packet + 2, sizeof(packet) - 2, "%s%c%s%c%s%c%u%c", name, 0, "netascii",
-                                     0, "blksize", 0, AskedBlockSize, 0);
-    if (length < 0 || length >= static_cast<int>(sizeof(packet)) - 2) {
-        Trace(LogError, "%s request name too long: %d bytes", m_sAddress.c_str(), length);
+    const std::size_t length = std::strlen(name);
+    if (length > LongestName) {
+        Trace(LogError, "%s request name too long: %zu bytes", m_sAddress.c_str(), length);
         return;
     }
+    char packet[OpcodeSize + LongestName + sizeof(RequestTail)];
+    packet[0] = 0;
+    packet[1] = OpcodeRead;
+    std::memcpy(packet + OpcodeSize, name, length);
+    std::memcpy(packet + OpcodeSize + length, RequestTail, sizeof(RequestTail));
     m_Peer.sin_port = htons(ServerPort);
-    Send(packet, length + 2);
+    Send(packet, static_cast<int>(OpcodeSize + length + sizeof(RequestTail)));
 }
 
 void CDevice::Acknowledge(unsigned short block) {
@@ -122,31 +130,61 @@ void CDevice::Acknowledge(unsigned short block) {
 
 int CDevice::Recv() {
     char buffer[DatagramSize + 1];  // and the terminator behind an option list
-    sockaddr_in sender = {};
-    socklen_t senderLength = sizeof(sender);
-    const ssize_t received =
-        recvfrom(m_Socket, buffer, DatagramSize, 0, reinterpret_cast<sockaddr*>(&sender), &senderLength);
-    if (received < 0) {
-        if (WSAGetLastError() == EAGAIN) return 0;
-        Trace(LogError, "%s recv error %d", m_sAddress.c_str(), WSAGetLastError());
-        Close();
-        return 0;
-    }
-    return Dispatch(buffer, static_cast<int>(received), sender);
+    const bool video = m_wBlockSize != NoBlockSize && m_cRegister == 0;
+    char* const place = video ? m_Input.NextPlace(m_wBlockSize, DatagramSize) : nullptr;
+    return place != nullptr ? RecvNext(place, buffer) : Received(buffer, RecvInto(buffer));
+}
+
+// Receives to where the block belongs that comes next, its header over the end of the block before,
+// which is put back. Whatever else came goes the way of all datagrams: no block is filed at place or
+// behind it, so nothing was damaged.
+int CDevice::RecvNext(char* place, char* buffer) {
+    char* const datagram = place - HeaderSize;
+    char before[HeaderSize];
+    std::memcpy(before, datagram, HeaderSize);
+    const ssize_t received = RecvInto(datagram);
+    const std::uint16_t block = m_Input.m_wNextBlock;
+    const bool next =
+        received == HeaderSize + m_wBlockSize && Word(datagram) == OpcodeData && Word(datagram + 2) == block;
+    if (!next && received > 0) std::memcpy(buffer, datagram, static_cast<std::size_t>(received));
+    std::memcpy(datagram, before, HeaderSize);
+    if (!next) return Received(buffer, received);
+    Acknowledge(block);
+    if (m_Socket != -1) m_Input.FileNext();
+    return 0;
+}
+
+// Takes DatagramSize bytes at most. The peer is the camera's transfer port from here on; without a
+// datagram it is what it was.
+ssize_t CDevice::RecvInto(char* datagram) {
+    socklen_t peerLength = sizeof(m_Peer);
+    return recvfrom(m_Socket, datagram, DatagramSize, 0, reinterpret_cast<sockaddr*>(&m_Peer), &peerLength);
+}
+
+int CDevice::Received(char* buffer, ssize_t received) {
+    if (received >= 0) return Take(buffer, static_cast<int>(received));
+    if (WSAGetLastError() == EAGAIN) return 0;
+    Trace(LogError, "%s recv error %d", m_sAddress.c_str(), WSAGetLastError());
+    Close();
+    return 0;
 }
 
 int CDevice::Dispatch(char* buffer, int length, const sockaddr_in& sender) {
+    m_Peer = sender;
+    return Take(buffer, length);
+}
+
+int CDevice::Take(char* datagram, int length) {
     if (length < HeaderSize) {
         Trace(LogWarning, "%s received invalid packet length %d", m_sAddress.c_str(), length);
         Close();
         return 0;
     }
-    m_Peer = sender;  // the camera's transfer port from here on
-    switch (Word(buffer)) {
+    switch (Word(datagram)) {
         case OpcodeData:
-            return TakeData(buffer, length);
+            return TakeData(datagram, length);
         case OpcodeOptionAck:
-            TakeOptions(buffer, length);
+            TakeOptions(datagram, length);
             return 0;
         default:
             return 0;

@@ -27,5 +27,6 @@ const std::string& CInput::Request(unsigned long now) {
     }
     m_dwRequestTime = time;
     m_Blocks.clear();
+    m_wNextBlock = 1;
     return m_sRequest;
 }

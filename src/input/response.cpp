@@ -1,6 +1,7 @@
 // From data blocks to a frame: filing, completeness, headers in front of the payload.
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "input/input.h"
 #include "media/jpeg_header.h"
@@ -30,6 +31,21 @@ int Word(const unsigned char* bytes) {
     return bytes[0] << 8 | bytes[1];
 }
 
+// The length without the zeros at the end, taken away by words where they lie at words' places.
+std::size_t WithoutZeros(const unsigned char* data, std::size_t length) {
+    using Word = std::uintptr_t;
+    const auto zeroWord = [data](std::size_t end) {
+        const unsigned char* const place = data + end - sizeof(Word);
+        if (reinterpret_cast<std::uintptr_t>(place) % alignof(Word) != 0) return false;
+        Word word = 0;
+        std::memcpy(&word, __builtin_assume_aligned(place, alignof(Word)), sizeof(word));
+        return word == 0;
+    };
+    while (length > 0 && data[length - 1] == 0)
+        length -= length >= sizeof(Word) && zeroWord(length) ? sizeof(Word) : 1;
+    return length;
+}
+
 }  // namespace
 
 struct CInput::Frame {
@@ -52,12 +68,23 @@ int CInput::Response(const char* data, int length, unsigned short blockSize, uns
     return CompleteFrame(reinterpret_cast<const unsigned char*>(data), length, blockSize, block);
 }
 
+char* CInput::NextPlace(unsigned short blockSize, std::size_t room) const {
+    const std::size_t place = std::size_t{m_wNextBlock} * blockSize;
+    if (place == 0 || place + blockSize > m_nUsed || place + room > CFrameBuffer::Size) return nullptr;
+    return reinterpret_cast<char*>(m_Buffer.Data() + place);
+}
+
+void CInput::FileNext() {
+    m_Blocks.insert(m_wNextBlock++);
+}
+
 void CInput::StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block) {
     const std::size_t place = std::size_t{block} * blockSize;
     const auto size = static_cast<std::size_t>(length);
     if (place + size >= CFrameBuffer::Size) return;
     std::memcpy(m_Buffer.Data() + place, data, size);
     m_Blocks.insert(block);
+    m_wNextBlock = block == m_wNextBlock ? static_cast<std::uint16_t>(block + 1) : 0;
 }
 
 int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned short blockSize,
@@ -69,6 +96,7 @@ int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned sho
         m_dwRequestTime = 0;
         return 0;
     }
+    m_nUsed = std::size_t{block} * blockSize;
     if (length < TrailerSize) return 0;
     const int changed = UpdateMAC(trailer + TrailerMAC) ? 1 : 0;
 
@@ -95,11 +123,8 @@ int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned sho
 
 // Without the zeros that fill the last block. A stray block 0 cannot push it past the buffer.
 int CInput::PayloadLength(unsigned short blockSize) const {
-    std::size_t length = std::min(m_Blocks.size() * blockSize, CFrameBuffer::Size - blockSize);
-    const unsigned char* const payload = m_Buffer.Data() + blockSize;
-    while (length > 0 && payload[length - 1] == 0)
-        --length;
-    return static_cast<int>(length);
+    const std::size_t length = std::min(m_Blocks.size() * blockSize, CFrameBuffer::Size - blockSize);
+    return static_cast<int>(WithoutZeros(m_Buffer.Data() + blockSize, length));
 }
 
 bool CInput::UpdateMAC(const unsigned char* mac) {
@@ -169,9 +194,18 @@ void CInput::DeliverH264(Frame& frame) {
               frame.motion, frame.map, MotionMapSize);
 }
 
+const std::vector<unsigned char>& CInput::Header(const Frame& frame) {
+    auto& [width, height, quality, bytes] = m_Header;
+    if (bytes.empty() || width != frame.width || height != frame.height || quality != frame.quality) {
+        bytes.clear();
+        CalculateHeader(bytes, frame.width, frame.height, frame.quality);
+        std::tie(width, height, quality) = std::tuple(frame.width, frame.height, frame.quality);
+    }
+    return bytes;
+}
+
 void CInput::DeliverJpeg(Frame& frame) {
-    std::vector<unsigned char> header;
-    CalculateHeader(header, frame.width, frame.height, frame.quality);
+    const std::vector<unsigned char>& header = Header(frame);
     // The header's last two bytes take the place of two filler bytes in front of the picture.
     unsigned char* const start = frame.payload + 2 - header.size();
     std::memcpy(start, header.data(), header.size());
