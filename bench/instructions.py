@@ -110,7 +110,7 @@ def run(bench, machine, what, picture, count, ready="all", share=1):
     preset, emulator, prefix = MACHINES[machine]
     build = f"{os.path.dirname(bench.build)}/{preset}"
     folder = tempfile.mkdtemp(dir=bench.folder)
-    frames = count * max(4, math.ceil(POLL_CYCLE * share / (count * (picture.blocks + 1))))
+    frames = count * max(1 if ready == "one" else 4, math.ceil(POLL_CYCLE * share / (count * (picture.blocks + 1))))
     first, last = (5, 25) if ready == "none" else (2 * count, 2 * count + frames)
     channel = "Enabled='0'" if ready == "none" else picture.channel
     command = [emulator, "-plugin", f"{bench.build}/bench/count_instructions.so,out={folder}/instructions"]

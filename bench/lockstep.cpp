@@ -158,7 +158,7 @@ int select(int width, fd_set* readable, fd_set* writable, fd_set* exceptional, t
     static const auto real = next(&::select, LOCKSTEP_SELECT);
     end_frame_end();
     begin_or_end();
-    if (one_ready)
+    if (one_ready && counting)
         wait_for_one(*readable, width);
     else if (!idle)
         wait_for_all(*readable, width);
