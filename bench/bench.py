@@ -8,6 +8,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = f"{ROOT}/build/release"
 sys.dont_write_bytecode = True
 sys.path.insert(0, f"{ROOT}/bench")
+import instructions  # noqa: E402
 import recording  # noqa: E402
 import report  # noqa: E402
 from measure import CAMERA_CORE, CLIENT_CORE, Bench, Driver, Floor, Picture, Spread, cpu_seconds, fetch_costs, time  # noqa: E402
@@ -23,10 +24,14 @@ PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 83
 
 def build():
     """The programs, into the build of the preset "release": what was built and tested is what is measured."""
-    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "micro"]
-    for command in (["cmake", "--preset", "release", "-D", "PLENDIX_BENCH=ON"],
-                    ["cmake", "--build", "--preset", "release", "--target", *programs]):
-        subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
+    counted = ["Plendix", "floor_client", "driver_host", "lockstep"]
+    programs = {"release": ["plendix", "bare_write", "latency_host", "micro", "count_instructions", *counted]}
+    if "instructions" in sys.argv and not QUICK:
+        programs.update({"arm": counted, "armhf": counted})
+    for preset, targets in programs.items():
+        for command in (["cmake", "--preset", preset, "-D", "PLENDIX_BENCH=ON"],
+                        ["cmake", "--build", "--preset", preset, "--target", *targets]):
+            subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
 
 
 def say(text):
@@ -160,9 +165,11 @@ def micro(bench):
 
 def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
-    known = ([], ["--quick"], ["--update"], ["recording"], ["recording", "--quick"])  # no quick round is written down
+    known = ([], ["--quick"], ["--update"], ["recording"], ["recording", "--quick"], ["instructions"],
+             ["instructions", "--quick"], ["instructions", "--update"])  # no quick round is written down
     if words not in known:
-        print(f"bench: '{' '.join(words)}': give --quick, --update, recording or nothing", file=sys.stderr)
+        print(f"bench: '{' '.join(words)}': give --quick, --update, recording, instructions or nothing",
+              file=sys.stderr)
         sys.exit(2)
     if "--inside" not in sys.argv:
         build()
@@ -172,6 +179,12 @@ def main():
     bench = Bench(BUILD)
     if "recording" in words:
         print(recording.markdown(bench, QUICK, say))
+        return
+    if "instructions" in words:
+        text = instructions.markdown(bench, QUICK, say)
+        print(text)
+        if "--update" in words:
+            report.update(f"{ROOT}/docs/performance.md", text, "instructions")
         return
     results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
                "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),

@@ -55,10 +55,10 @@ def markdown(results, rounds, turn):
     return "\n".join(parts)
 
 
-def update(file, text):
-    """Replaces what stands between the two marks."""
+def update(file, text, mark="measured"):
+    """Replaces what stands between the mark and the end."""
     page = open(file).read()
-    begin, end = "<!-- measured -->\n", "<!-- end -->"
+    begin, end = f"<!-- {mark} -->\n", "<!-- end -->"
     head, _, rest = page.partition(begin)
     open(file, "w").write(head + begin + "\n" + text + "\n" + end + rest.partition(end)[2])
 
