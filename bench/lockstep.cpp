@@ -6,8 +6,8 @@
 //   the blocks that they have with a client at full speed.
 // Says where counting begins and ends, and what was received meanwhile. LOCKSTEP_FIRST and _LAST are
 // numbers of frames; with LOCKSTEP_READY=none, of passes in a row in which nothing comes. Its own
-// instructions and those of syscall() are told from the client's by name. Only one thread of the client may
-// receive.
+// instructions and those of syscall() are told from the client's by name: while counting it calls nothing
+// else. Only one thread of the client may receive.
 #include "lockstep.h"
 
 #include <arpa/inet.h>
@@ -21,7 +21,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <string>
@@ -62,6 +61,13 @@ template <class Function>
 Function next(Function, const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
+
+const auto real_select = next(&::select, LOCKSTEP_SELECT);
+const auto real_recvfrom = next(&::recvfrom, "recvfrom");
+const auto real_recvmsg = next(&::recvmsg, LOCKSTEP_RECVMSG);
+const auto real_sendto = next(&::sendto, "sendto");
+const auto real_clock_gettime = next(&::clock_gettime, LOCKSTEP_CLOCK);
+const time_t start_time = std::time(nullptr);
 
 // A close of a descriptor that nobody has; the counting plug-in of the emulator sees it.
 void tell(int mark) {
@@ -122,21 +128,36 @@ bool wait_for(int descriptor) {
     return syscall(SYS_poll, &wanted, 1, counts.frames == 0 ? opening_milliseconds : answer_milliseconds) > 0;
 }
 
+// Instead of FD_ISSET and FD_ZERO, which call the C library.
+bool watched(const fd_set& set, int descriptor) {
+    const int bits = static_cast<int>(8 * sizeof(set.fds_bits[0]));
+    return (set.fds_bits[descriptor / bits] >> (descriptor % bits) & 1) != 0;
+}
+
+void remove_others(fd_set& set, int width, int descriptor) {
+    const int bits = static_cast<int>(8 * sizeof(set.fds_bits[0]));
+    for (int i = 0; i < width; ++i)
+        if (i != descriptor) set.fds_bits[i / bits] &= ~(1L << (i % bits));
+}
+
 void wait_for_all(const fd_set& set, int width) {
     for (int descriptor = 0; descriptor < width; ++descriptor)
-        if (FD_ISSET(descriptor, &set)) wait_for(descriptor);
+        if (watched(set, descriptor)) wait_for(descriptor);
 }
 
 // Leaves only the next one that has something, behind the one that was left before.
 void wait_for_one(fd_set& set, int width) {
     static int last = 0;
     for (int i = 0; i < width; ++i) {
-        last = (last + 1) % width;
-        if (!FD_ISSET(last, &set) || !wait_for(last)) continue;
-        FD_ZERO(&set);
-        FD_SET(last, &set);
+        last = last + 1 < width ? last + 1 : 0;
+        if (!watched(set, last) || !wait_for(last)) continue;
+        remove_others(set, width, last);
         return;
     }
+}
+
+bool asks_for_register(const char* packet, std::size_t size) {
+    return size > 8 && (packet[2] == 'g' || packet[2] == 's') && packet[3] == 'e' && packet[4] == 't';
 }
 
 void received(ssize_t length) {
@@ -155,14 +176,13 @@ void lockstep_delivered() {
 }
 
 int select(int width, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* limit) {
-    static const auto real = next(&::select, LOCKSTEP_SELECT);
     end_frame_end();
     begin_or_end();
     if (one_ready && counting)
         wait_for_one(*readable, width);
     else if (!idle)
         wait_for_all(*readable, width);
-    const int ready = real(width, readable, writable, exceptional, limit);
+    const int ready = real_select(width, readable, writable, exceptional, limit);
     ++(ready == 0 ? counts.idle_passes : counts.passes);
     if (ready == 0 && !idle) advance(timeout_nanoseconds);
     if (ready > 0 && idle) begin_again();
@@ -170,43 +190,36 @@ int select(int width, fd_set* readable, fd_set* writable, fd_set* exceptional, t
 }
 
 ssize_t recvfrom(int descriptor, void* data, std::size_t size, int flags, sockaddr* from, socklen_t* length) {
-    static const auto real = next(&::recvfrom, "recvfrom");
     end_frame_end();
-    const ssize_t result = real(descriptor, data, size, flags, from, length);
+    const ssize_t result = real_recvfrom(descriptor, data, size, flags, from, length);
     received(result);
     return result;
 }
 
 ssize_t recvmsg(int descriptor, msghdr* message, int flags) {
-    static const auto real = next(&::recvmsg, "recvmsg");
     end_frame_end();
-    const ssize_t result = real(descriptor, message, flags);
+    const ssize_t result = real_recvmsg(descriptor, message, flags);
     received(result);
     return result;
 }
 
 ssize_t sendto(int descriptor, const void* data, std::size_t size, int flags, const sockaddr* to,
                socklen_t length) {
-    static const auto real = next(&::sendto, "sendto");
     if (delivered) end_frame_end();
     ++counts.sent;
-    const char* const name = static_cast<const char*>(data) + 2;
-    if (size > 8 && (std::memcmp(name, "getreg", 6) == 0 || std::memcmp(name, "setreg", 6) == 0))
-        ++counts.registers;
-    const ssize_t result = real(descriptor, data, size, flags, to, length);
+    if (asks_for_register(static_cast<const char*>(data), size)) ++counts.registers;
+    const ssize_t result = real_sendto(descriptor, data, size, flags, to, length);
     if (trailer_came) begin_frame_end();
     trailer_came = false;
     return result;
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    static const auto real = next(&::clock_gettime, LOCKSTEP_CLOCK);
-    static const time_t start = std::time(nullptr);
     if (delivered) end_frame_end();
     ++counts.clock;
-    const int result = real(clock, time);  // is counted
+    const int result = real_clock_gettime(clock, time);  // is counted
     if (clock != CLOCK_MONOTONIC) return result;
-    time->tv_sec = start + clock_seconds.load(std::memory_order_relaxed);
+    time->tv_sec = start_time + clock_seconds.load(std::memory_order_relaxed);
     time->tv_nsec = clock_nanoseconds.load(std::memory_order_relaxed);
     return result;
 }

@@ -6,9 +6,11 @@
 // The C library's names where times have 64 bits on 32-bit machines.
 #if defined(_TIME_BITS) && _TIME_BITS == 64
 #define LOCKSTEP_SELECT "__select64"
+#define LOCKSTEP_RECVMSG "__recvmsg64"
 #define LOCKSTEP_CLOCK "__clock_gettime64"
 #else
 #define LOCKSTEP_SELECT "select"
+#define LOCKSTEP_RECVMSG "recvmsg"
 #define LOCKSTEP_CLOCK "clock_gettime"
 #endif
 
