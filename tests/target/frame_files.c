@@ -56,12 +56,12 @@ static int on_event(_EventParmsIn* event, _EventParmsOut* answer) {
 
 static void configure(IOCTLFunction control, const char* number, const char* address, const char* standard) {
     char text[1024];
-    const int length = snprintf(
-        text, sizeof(text),
-        "<Velm Delta='1'><Devices ID='2162688'><Device Number='%s' Enabled='1' ipAddress='%s'><Codec><Encoder>"
-        "<Channel Number='0' Width='640' Height='480' Framerate='25' Standard='%s'/>"
-        "</Encoder></Codec></Device></Devices></Velm>",
-        number, address, standard);
+    const int length = snprintf(text, sizeof(text),
+                                "<Velm Delta='1'><Devices ID='2162688'><Device Number='%s' Enabled='1' "
+                                "ipAddress='%s'><Codec><Encoder>"
+                                "<Channel Number='0' Width='640' Height='480' Framerate='25' Standard='%s'/>"
+                                "</Encoder></Codec></Device></Devices></Velm>",
+                                number, address, standard);
     _IOCTLParmsIn in = {sizeof(in), 1, 2, {0}, (uint32_t)length, text};
     _IOCTLParmsOut out = {0};
     control(&in, &out);

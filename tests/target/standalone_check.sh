@@ -11,14 +11,14 @@ complain() {
 }
 
 needed=$("$readelf" -dW "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
-echo "needs:" $needed
+echo "needs: $(echo "$needed" | tr '\n' ' ')"
 echo "$needed" | grep -q '^libc\.so\.6$' || complain "no C library among them"
 echo "$needed" | grep -Ev '^(libc\.so\.6|libpthread\.so\.0|ld-linux.*)$' && complain "not of the C library"
 
 versions=$("$readelf" -VW "$library" | sed -n 's/.*Name: \([^ ]*\).*/\1/p' | sort -Vu)
-echo "versions:" $versions
+echo "versions: $(echo "$versions" | tr '\n' ' ')"
 echo "$versions" | grep -v '^GLIBC_[0-9]' && complain "not versions of the C library"
-[ "$({ echo "$versions"; echo "GLIBC_$newest"; } | sort -V | tail -1)" = "GLIBC_$newest" ] ||
+[ "$({ echo "$versions"; echo "GLIBC_$newest"; } | sort -V | tail -n 1)" = "GLIBC_$newest" ] ||
     complain "newer than GLIBC_$newest"
 
 symbols=$("$readelf" --dyn-syms -W "$library")
