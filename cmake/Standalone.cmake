@@ -7,6 +7,9 @@ set(compiler ${CMAKE_CXX_COMPILER})
 if(CMAKE_SYSROOT)
   string(APPEND compiler " --sysroot=${CMAKE_SYSROOT}")
 endif()
+if(CMAKE_CXX_COMPILER_TARGET)
+  string(APPEND compiler " --target=${CMAKE_CXX_COMPILER_TARGET}")
+endif()
 execute_process(COMMAND ${PROJECT_SOURCE_DIR}/cmake/old-c-library.sh ${compiler} ${CMAKE_READELF}
                         ${PLENDIX_OLDEST_C_LIBRARY} ${old_c_library}
                 COMMAND_ERROR_IS_FATAL ANY)
@@ -25,5 +28,5 @@ function(plendix_link_standalone target)
   plendix_link_old_c_library(${target})
   # The compiler names the abstract classes' function weakly, which takes no member of an archive along.
   target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc
-    LINKER:--exclude-libs,ALL,--gc-sections,--undefined=__cxa_pure_virtual)
+    LINKER:--as-needed,--exclude-libs,ALL,--gc-sections,--undefined=__cxa_pure_virtual)
 endfunction()

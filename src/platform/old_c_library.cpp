@@ -31,6 +31,7 @@ int renameat2(int old_folder, const char* old_name, int folder, const char* name
     return static_cast<int>(syscall(SYS_renameat2, old_folder, old_name, folder, name, flags));
 }
 
+#if __GLIBC_PREREQ(2, 33)
 // 2.33. Before, the headers had these two call functions that are told the version of the record.
 constexpr int StatVersion = sizeof(void*) == 4 ? 3 : 1;
 int versioned_stat(int version, const char* name, struct stat* status) noexcept __asm__("__xstat64");
@@ -43,6 +44,7 @@ int stat(const char* name, struct stat* status) noexcept {  // "stat64" to the l
 int lstat(const char* name, struct stat* status) noexcept {
     return versioned_lstat(StatVersion, name, status);
 }
+#endif
 
 #if __SIZEOF_POINTER__ == 4
 struct KernelTime {  // the C library's timespec with 64-bit seconds has the same layout
