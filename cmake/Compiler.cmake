@@ -10,7 +10,8 @@ endif()
 # What is loaded into somebody else's process ends it rather than let a stack be overwritten, and
 # leaves nothing writable that need not be. Fortified calls need an optimising build, and sanitizers
 # bring checks of their own.
-add_compile_options(-fstack-protector-strong)
+# Symbols are bound at once, so calls of libraries need no stubs.
+add_compile_options(-fstack-protector-strong -fno-plt)
 if(NOT PLENDIX_SANITIZE)
   add_compile_options($<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
 endif()

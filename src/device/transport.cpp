@@ -128,6 +128,13 @@ void CDevice::Acknowledge(unsigned short block) {
     Send(packet, sizeof(packet));
 }
 
+// Takes DatagramSize bytes at most. The peer is the camera's transfer port from here on; without a
+// datagram it is what it was.
+inline ssize_t CDevice::RecvInto(char* datagram) {
+    socklen_t peerLength = sizeof(m_Peer);
+    return recvfrom(m_Socket, datagram, DatagramSize, 0, reinterpret_cast<sockaddr*>(&m_Peer), &peerLength);
+}
+
 int CDevice::Recv() {
     char buffer[DatagramSize + 1];  // and the terminator behind an option list
     const bool video = m_wBlockSize != NoBlockSize && m_cRegister == 0;
@@ -152,13 +159,6 @@ int CDevice::RecvNext(char* place, char* buffer) {
     Acknowledge(block);
     if (m_Socket != -1) m_Input.FileNext();
     return 0;
-}
-
-// Takes DatagramSize bytes at most. The peer is the camera's transfer port from here on; without a
-// datagram it is what it was.
-ssize_t CDevice::RecvInto(char* datagram) {
-    socklen_t peerLength = sizeof(m_Peer);
-    return recvfrom(m_Socket, datagram, DatagramSize, 0, reinterpret_cast<sockaddr*>(&m_Peer), &peerLength);
 }
 
 int CDevice::Received(char* buffer, ssize_t received) {

@@ -31,19 +31,26 @@ int Word(const unsigned char* bytes) {
     return bytes[0] << 8 | bytes[1];
 }
 
-// The length without the zeros at the end, taken away by words where they lie at words' places.
+bool EndsInZeroWord(const unsigned char* end) {
+    std::uintptr_t word = 0;
+    std::memcpy(&word, __builtin_assume_aligned(end - sizeof(word), sizeof(word)), sizeof(word));
+    return word == 0;
+}
+
+// The length without the zeros at the end. A block may hold little else: by words, where they are
+// aligned.
 std::size_t WithoutZeros(const unsigned char* data, std::size_t length) {
-    using Word = std::uintptr_t;
-    const auto zeroWord = [data](std::size_t end) {
-        const unsigned char* const place = data + end - sizeof(Word);
-        if (reinterpret_cast<std::uintptr_t>(place) % alignof(Word) != 0) return false;
-        Word word = 0;
-        std::memcpy(&word, __builtin_assume_aligned(place, alignof(Word)), sizeof(word));
-        return word == 0;
-    };
-    while (length > 0 && data[length - 1] == 0)
-        length -= length >= sizeof(Word) && zeroWord(length) ? sizeof(Word) : 1;
-    return length;
+    constexpr std::size_t Word = sizeof(std::uintptr_t);
+    const unsigned char* end = data + length;
+    while (end != data && end[-1] == 0 && reinterpret_cast<std::uintptr_t>(end) % Word != 0)
+        --end;
+    if (reinterpret_cast<std::uintptr_t>(end) % Word == 0) {
+        while (end - data >= std::ptrdiff_t{Word} && EndsInZeroWord(end))
+            end -= Word;
+    }
+    while (end != data && end[-1] == 0)
+        --end;
+    return static_cast<std::size_t>(end - data);
 }
 
 }  // namespace

@@ -7,5 +7,20 @@
 // is always the unsigned difference of two readings. Any thread.
 std::uint32_t timeGetTime();
 
+// One reading for many who ask, made when the first asks: where the clock is a system call, a pass
+// makes one and not one for each camera. Worker thread.
+class CPassClock {
+public:
+    std::uint32_t Now() {
+        if (!m_bRead) m_dwNow = timeGetTime();
+        m_bRead = true;
+        return m_dwNow;
+    }
+
+private:
+    bool m_bRead = false;
+    std::uint32_t m_dwNow = 0;
+};
+
 // errno of the calling thread.
 int WSAGetLastError();

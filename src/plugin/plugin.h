@@ -2,7 +2,6 @@
 // thread that owns every camera.
 #pragma once
 
-#include <sys/select.h>
 #include <tinyxml.h>
 
 #include <cstddef>
@@ -80,5 +79,4 @@ private:
     bool ServeSockets();
 
     CSettings m_Settings;
-    fd_set m_NoSet = {};  // cameras neither wait for room to send nor for exceptions
 };

@@ -64,8 +64,9 @@ bool CPlugin::ServeSockets() {
     fd_set readset;
     FD_ZERO(&readset);
     int highest = -1;
+    CPassClock before;
     for (const auto& device : m_Devices)
-        highest = std::max(highest, device->Set(readset, m_NoSet, m_NoSet));
+        highest = std::max(highest, device->Set(readset, before));
     if (highest == -1) {
         pt::psleep(PassMilliseconds);
         return false;
@@ -76,8 +77,9 @@ bool CPlugin::ServeSockets() {
         return false;
     }
     bool changed = false;
+    CPassClock after;
     for (const auto& device : m_Devices) {
-        if (device->IsSet(readset, m_NoSet, m_NoSet)) changed = true;
+        if (device->IsSet(readset, after)) changed = true;
     }
     return changed;
 }
