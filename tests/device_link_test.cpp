@@ -238,19 +238,23 @@ TEST_F(DeviceService, FilesEveryBlockWhereItBelongsWhateverElseComes) {
         ASSERT_EQ(asked(), picture);
         options("blksize\000128\0"s);
         const unsigned blocks = 1 + chance() % 12;
+        bool counted = false;
         for (unsigned block = 1; block <= blocks; ++block) {
             const unsigned turn = chance() % 40;
             if (turn == 0) send("\0\5\0\1"s + noise(chance() % 3000), "");  // may lie over many blocks
             if (turn == 1) options("tsize\0"s + noise(200));
             if (turn == 2) file(1 + chance() % block, size);  // again, or early
             if (turn == 3 && block < blocks) file(block + 1, size);
+            if (turn == 5) file(0, size), counted = true;  // as one more, whatever lies behind the last
             file(block, turn == 4 && block < blocks ? size + 1 + chance() % size : size);
         }
         host.clear();
         data(blocks + 1, std::string(80, '\0') + "\4\x8\0\0\0\0\0\x10\0\x10"s);
         const std::vector<RecordedEvent> frames = host.frames();
         ASSERT_EQ(frames.size(), 1U);
-        ASSERT_EQ(frames[0].data.substr(JpegHeaderSize), space.substr(size + 2, blocks * size - 2)) << round;
+        const std::size_t length = blocks * size - 2;
+        ASSERT_EQ(frames[0].data.substr(JpegHeaderSize, length), space.substr(size + 2, length)) << round;
+        ASSERT_EQ(frames[0].data.size() > JpegHeaderSize + length, counted) << round;
     }
 }
 

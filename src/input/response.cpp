@@ -91,7 +91,7 @@ void CInput::StoreBlock(const char* data, int length, unsigned short blockSize, 
     if (place + size >= CFrameBuffer::Size) return;
     std::memcpy(m_Buffer.Data() + place, data, size);
     m_Blocks.insert(block);
-    m_wNextBlock = block == m_wNextBlock ? static_cast<std::uint16_t>(block + 1) : 0;
+    m_wNextBlock = block == m_wNextBlock && block != 0 ? static_cast<std::uint16_t>(block + 1) : 0;
 }
 
 int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned short blockSize,
