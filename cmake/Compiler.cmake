@@ -10,12 +10,12 @@ endif()
 # What is loaded into somebody else's process ends it rather than let a stack be overwritten, and
 # leaves nothing writable that need not be. Fortified calls need an optimising build, and sanitizers
 # bring checks of their own.
-# Symbols are bound at once, so calls of libraries need no stubs.
-add_compile_options(-fstack-protector-strong -fno-plt)
+add_compile_options(-fstack-protector-strong)
 if(NOT PLENDIX_SANITIZE)
   add_compile_options($<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
 endif()
 add_link_options(LINKER:-z,relro,-z,now,-z,noexecstack)
+add_compile_options(-fno-plt)  # with all symbols bound at once, calls of libraries need no stubs
 # Times beyond January 2038 and files beyond 2 GiB on 32-bit machines too (C library 2.34 or later).
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_FILE_OFFSET_BITS=64)

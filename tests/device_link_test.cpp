@@ -245,6 +245,9 @@ TEST_F(DeviceService, FilesEveryBlockWhereItBelongsWhateverElseComes) {
             if (turn == 1) options("tsize\0"s + noise(200));
             if (turn == 2) file(1 + chance() % block, size);  // again, or early
             if (turn == 3 && block < blocks) file(block + 1, size);
+            if (turn == 6)
+                options("blksize\00064\0"s), send("\0\5\0\1"s + noise(3000), ""),
+                    options("blksize\000128\0"s);
             if (turn == 5) file(0, size), counted = true;  // as one more, whatever lies behind the last
             file(block, turn == 4 && block < blocks ? size + 1 + chance() % size : size);
         }
@@ -256,6 +259,27 @@ TEST_F(DeviceService, FilesEveryBlockWhereItBelongsWhateverElseComes) {
         ASSERT_EQ(frames[0].data.substr(JpegHeaderSize, length), space.substr(size + 2, length)) << round;
         ASSERT_EQ(frames[0].data.size() > JpegHeaderSize + length, counted) << round;
     }
+}
+
+TEST_F(DeviceService, ReadsThePassesClockAgainBehindASlowHost) {
+    settle();
+    CDevice second(8);
+    static_cast<CRegisterRecords&>(second) = *device;
+    second.m_bEnabled = true;
+    second.m_sAddress = own_address();
+    second.m_Input.m_Active = device->m_Input.m_Active;
+    ASSERT_TRUE(second.Open());
+    second.m_dwPollTime = second.m_dwOutputTime = device->m_dwPollTime = timeGetTime();
+    device->m_dwOutputTime = timeGetTime() - 501;
+    device->m_nOutputState = -1;  // so that the host is told
+    ConnectHost([](_EventParmsIn*, _EventParmsOut*) { return uptime += 400, 0; });
+    fd_set read = {};
+    CPassClock clock;
+    const std::uint32_t before = clock.Now();
+    device->Set(read, clock);
+    second.Set(read, clock);
+    EXPECT_EQ(second.m_Input.m_dwRequestTime, timeGetTime());
+    EXPECT_GE(second.m_Input.m_dwRequestTime - before, 400U);
 }
 
 TEST_F(DeviceService, GivesAStalledTransferUp) {

@@ -53,8 +53,8 @@ public:
     void Acknowledge(unsigned short block);
     int Recv();
 
-    // Takes one received datagram; buffer must have room for a byte behind length.
-    // Recv is this behind recvfrom. Nonzero when the host sees a change.
+    // Takes one received datagram; buffer must have room for a byte behind length. Nonzero when the
+    // host sees a change. Recv does the same with what it receives.
     int Dispatch(char* buffer, int length, const sockaddr_in& sender);
 
     // The registers.
@@ -99,7 +99,6 @@ private:
     bool InitInput();  // true when the input was due and has its active rectangle now
 
     int RecvNext(char* place, char* buffer);
-    ssize_t RecvInto(char* datagram);
     int Received(char* buffer, ssize_t received);
     int Take(char* datagram, int length);
     int TakeData(const char* datagram, int length);

@@ -44,10 +44,14 @@ int CDevice::Set(fd_set& readset, CPassClock& clock) {
         Close();
         return -1;
     }
-    if (m_Socket == -1)
+    if (m_Socket == -1) {
         Open();
-    else if (m_dwSendTime == 0)
+        clock.Forget();  // the name service may have taken its time
+    } else if (m_dwSendTime == 0) {
         ReadWrite(clock.Now());
+        const bool waits = m_Socket != -1 && m_dwSendTime == 0 && m_bEnabled;
+        if (!waits) clock.Forget();  // and so may the host
+    }
     if (m_Socket == -1) return -1;
     FD_SET(m_Socket, &readset);
     return m_Socket;

@@ -21,7 +21,7 @@ namespace {
 constexpr std::uint16_t ServerPort = 69;
 constexpr std::uint16_t NoBlockSize = 512;  // RFC 1350's own: no option acknowledgement came
 constexpr std::size_t OpcodeSize = 2;
-constexpr std::size_t LongestName = 4075;
+constexpr std::size_t LongestName = 4074;
 constexpr int DatagramSize = 65536;
 constexpr int HeaderSize = 4;  // opcode and block number
 
@@ -65,6 +65,12 @@ int NewSocket() {
     close(descriptor);  // select cannot watch it
     errno = EMFILE;
     return -1;
+}
+
+// Of DatagramSize bytes at most. Without a datagram the sender is left as it was.
+inline ssize_t ReceiveFrom(int descriptor, char* datagram, sockaddr_in& sender) {
+    socklen_t length = sizeof(sender);
+    return recvfrom(descriptor, datagram, DatagramSize, 0, reinterpret_cast<sockaddr*>(&sender), &length);
 }
 
 }  // namespace
@@ -128,28 +134,23 @@ void CDevice::Acknowledge(unsigned short block) {
     Send(packet, sizeof(packet));
 }
 
-// Takes DatagramSize bytes at most. The peer is the camera's transfer port from here on; without a
-// datagram it is what it was.
-inline ssize_t CDevice::RecvInto(char* datagram) {
-    socklen_t peerLength = sizeof(m_Peer);
-    return recvfrom(m_Socket, datagram, DatagramSize, 0, reinterpret_cast<sockaddr*>(&m_Peer), &peerLength);
-}
-
+// The peer is the camera's transfer port from here on.
 int CDevice::Recv() {
     char buffer[DatagramSize + 1];  // and the terminator behind an option list
     const bool video = m_wBlockSize != NoBlockSize && m_cRegister == 0;
     char* const place = video ? m_Input.NextPlace(m_wBlockSize, DatagramSize) : nullptr;
-    return place != nullptr ? RecvNext(place, buffer) : Received(buffer, RecvInto(buffer));
+    return place != nullptr ? RecvNext(place, buffer)
+                            : Received(buffer, ReceiveFrom(m_Socket, buffer, m_Peer));
 }
 
 // Receives to where the block belongs that comes next, its header over the end of the block before,
-// which is put back. Whatever else came goes the way of all datagrams: no block is filed at place or
-// behind it, so nothing was damaged.
+// which is put back. Whatever else came goes the way of all datagrams: what it has overwritten there
+// are remains of an earlier picture, as no block of this one is filed at place or behind it.
 int CDevice::RecvNext(char* place, char* buffer) {
     char* const datagram = place - HeaderSize;
     char before[HeaderSize];
     std::memcpy(before, datagram, HeaderSize);
-    const ssize_t received = RecvInto(datagram);
+    const ssize_t received = ReceiveFrom(m_Socket, datagram, m_Peer);
     const std::uint16_t block = m_Input.m_wNextBlock;
     const bool next =
         received == HeaderSize + m_wBlockSize && Word(datagram) == OpcodeData && Word(datagram + 2) == block;
@@ -221,6 +222,7 @@ int CDevice::TakeData(const char* datagram, int length) {
 void CDevice::TakeOptions(char* datagram, int length) {
     Acknowledge(0);
     if (m_Socket == -1) return;
+    m_Input.EndOrder();  // blocks that have come lie at places of the size before
     datagram[length] = '\0';
     const char* const end = datagram + length;
     const char* name = datagram + 2;

@@ -38,10 +38,11 @@ public:
     const std::string& Request(unsigned long now);
 
     // Where the block m_wNextBlock is filed, for one to be received there that may turn out to be
-    // another: with room for so many bytes, and 4 bytes in front. Null once blocks were out of order,
-    // and where the last picture had none.
+    // another: with room for so many bytes, and 4 bytes in front. Null once blocks were out of order;
+    // and where the last picture had no block, as it is the trailer that is expected there.
     char* NextPlace(unsigned short blockSize, std::size_t room) const;
     void FileNext();  // it is there, all of it
+    void EndOrder();  // no more places for this picture, if a block of it has come
 
     // Takes one data block in order of arrival. Returns 1 when the host sees a change, else 0.
     int Response(const char* data, int length, unsigned short blockSize, unsigned short block);
@@ -101,8 +102,8 @@ public:
     // The stream.
     CRectangle m_Active;             // the part of the sensor that is requested
     CBlockSet m_Blocks;              // received for the current request
-    std::uint16_t m_wNextBlock = 0;  // all before it have come, and nothing else; 0: not so
-    std::size_t m_nUsed = 0;         // bytes of the block space that the last picture took
+    std::uint16_t m_wNextBlock = 0;  // the blocks before it have come, and none behind; 0: not so
+    std::size_t m_nUsed = 0;         // bytes of the block space that the last complete transfer took
     CFrameBuffer m_Buffer;
     bool m_bConnected = false;
     std::uint16_t m_wSsn = 1;

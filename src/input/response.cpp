@@ -40,13 +40,13 @@ bool EndsInZeroWord(const unsigned char* end) {
 // The length without the zeros at the end. A block may hold little else: by words, where they are
 // aligned.
 std::size_t WithoutZeros(const unsigned char* data, std::size_t length) {
-    constexpr std::size_t Word = sizeof(std::uintptr_t);
+    constexpr std::size_t WordSize = sizeof(std::uintptr_t);
     const unsigned char* end = data + length;
-    while (end != data && end[-1] == 0 && reinterpret_cast<std::uintptr_t>(end) % Word != 0)
+    while (end != data && end[-1] == 0 && reinterpret_cast<std::uintptr_t>(end) % WordSize != 0)
         --end;
-    if (reinterpret_cast<std::uintptr_t>(end) % Word == 0) {
-        while (end - data >= std::ptrdiff_t{Word} && EndsInZeroWord(end))
-            end -= Word;
+    if (reinterpret_cast<std::uintptr_t>(end) % WordSize == 0) {
+        while (end - data >= std::ptrdiff_t{WordSize} && EndsInZeroWord(end))
+            end -= WordSize;
     }
     while (end != data && end[-1] == 0)
         --end;
@@ -83,6 +83,10 @@ char* CInput::NextPlace(unsigned short blockSize, std::size_t room) const {
 
 void CInput::FileNext() {
     m_Blocks.insert(m_wNextBlock++);
+}
+
+void CInput::EndOrder() {
+    if (m_wNextBlock != 1) m_wNextBlock = 0;
 }
 
 void CInput::StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block) {

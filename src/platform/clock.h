@@ -7,8 +7,8 @@
 // is always the unsigned difference of two readings. Any thread.
 std::uint32_t timeGetTime();
 
-// One reading for many who ask, made when the first asks: where the clock is a system call, a pass
-// makes one and not one for each camera. Worker thread.
+// One reading for all who ask until somebody does what takes time: where the clock is a system call,
+// cameras that only wait share one in each pass. Worker thread.
 class CPassClock {
 public:
     std::uint32_t Now() {
@@ -16,6 +16,7 @@ public:
         m_bRead = true;
         return m_dwNow;
     }
+    void Forget() { m_bRead = false; }
 
 private:
     bool m_bRead = false;
