@@ -8,6 +8,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = f"{ROOT}/build/release"
 sys.dont_write_bytecode = True
 sys.path.insert(0, f"{ROOT}/bench")
+import instructions  # noqa: E402
 import recording  # noqa: E402
 import report  # noqa: E402
 import serving  # noqa: E402
@@ -17,7 +18,7 @@ QUICK = "--quick" in sys.argv
 ROUNDS = 1 if QUICK else 7
 TURN = 0.1 if QUICK else 0.4  # seconds
 COUNTS = (1, 16) if QUICK else (1, 16, 64, 255)
-PARTS = [recording, serving]  # by themselves
+PARTS = [recording, serving, instructions]  # by themselves
 PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 832, 608, 200),
             Picture("1.9 MB", "JPEG", 2048, 1536, 215), Picture("20 KB", "H.264", 320, 256, 14),
             Picture("300 KB", "H.264", 832, 608, 60), Picture("1.9 MB", "H.264", 1920, 1440, 96)]
@@ -25,11 +26,15 @@ PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 83
 
 def build():
     """The programs, into the build of the preset "release": what was built and tested is what is measured."""
-    programs = ["plendix", "Plendix", "floor_client", "bare_write", "driver_host", "latency_host", "session_host",
-                "micro"]
-    for command in (["cmake", "--preset", "release", "-D", "PLENDIX_BENCH=ON"],
-                    ["cmake", "--build", "--preset", "release", "--target", *programs]):
-        subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
+    counted = ["Plendix", "floor_client", "driver_host", "lockstep"]
+    programs = {"release": ["plendix", "bare_write", "latency_host", "session_host", "micro", "count_instructions",
+                            *counted]}
+    if "instructions" in sys.argv and not QUICK:
+        programs.update({"arm": counted, "armhf": counted})
+    for preset, targets in programs.items():
+        for command in (["cmake", "--preset", preset, "-D", "PLENDIX_BENCH=ON"],
+                        ["cmake", "--build", "--preset", preset, "--target", *targets]):
+            subprocess.run(command, check=True, stdout=sys.stderr, cwd=ROOT)
 
 
 def say(text):
@@ -164,7 +169,8 @@ def micro(bench):
 def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
     parts = [part.__name__ for part in PARTS]
-    known = [[], ["--quick"], ["--update"], ["serving", "--update"]]  # no quick round is written down
+    # No quick round is written down.
+    known = [[], ["--quick"], ["--update"], ["serving", "--update"], ["instructions", "--update"]]
     known += [[part] + quick for part in parts for quick in ([], ["--quick"])]
     if words not in known:
         print(f"bench: '{' '.join(words)}': give --quick, --update, {' or '.join(parts)}, or nothing", file=sys.stderr)

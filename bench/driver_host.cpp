@@ -18,6 +18,8 @@
 #include "latency_probe.h"
 #include "plugin/host_records.h"
 
+extern "C" void lockstep_delivered() __attribute__((weak));  // of lockstep.cpp, if that is preloaded
+
 namespace {
 
 using namespace std::string_literals;
@@ -50,6 +52,7 @@ void keep(const _EventParmsIn& event) {
 int on_event(_EventParmsIn* event, _EventParmsOut*) {
     if (event->Kind == EventKindVideo) {
         probe_frame();
+        if (lockstep_delivered != nullptr) lockstep_delivered();
         keep(*event);
         ++progress.frames;
         progress.streaming.set(event->SourceId >> 8 & 255);

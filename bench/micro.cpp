@@ -35,8 +35,8 @@ struct Host {
 };
 
 void add_cameras(CPlugin& plugin, std::int64_t count) {
-    for (unsigned long number = 1; number <= static_cast<unsigned long>(count); ++number) {
-        auto& device = plugin.m_Devices[number - 1] = std::make_unique<CDevice>(number);
+    for (int number = 1; number <= count; ++number) {
+        CDevice* const device = &plugin.m_Devices.Make(number);
         device->m_bEnabled = true;
         device->m_sAddress = "127.0.1.1";
         device->m_wModel = 105;
@@ -97,7 +97,7 @@ void configuration_document(benchmark::State& state) {
     int sharpness = 0;
     for (auto _ : state) {
         sharpness = (sharpness + 1) % 100;
-        host.plugin.m_Devices[0]->Parameter(RegSharpness, static_cast<unsigned short>(sharpness));
+        host.plugin.m_Devices.Find(1)->Parameter(RegSharpness, static_cast<unsigned short>(sharpness));
         host.plugin.PostConfig();
     }
 }

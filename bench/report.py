@@ -56,7 +56,7 @@ def markdown(results, rounds, turn):
 
 
 def update(file, text, mark="measured"):
-    """Replaces what stands between the two marks."""
+    """Replaces what stands between the mark and the end."""
     page = open(file).read()
     begin, end = f"<!-- {mark} -->\n", "<!-- end -->"
     head, _, rest = page.partition(begin)

@@ -15,9 +15,13 @@ if(NOT PLENDIX_SANITIZE)
   add_compile_options($<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
 endif()
 add_link_options(LINKER:-z,relro,-z,now,-z,noexecstack)
+add_compile_options(-fno-plt)  # with all symbols bound at once, calls of libraries need no stubs
 # Times beyond January 2038 and files beyond 2 GiB on 32-bit machines too (C library 2.34 or later).
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+  add_compile_definitions(_FILE_OFFSET_BITS=64)
+  if(NOT PLENDIX_STANDALONE)  # which goes back further, and whose clock needs no C library
+    add_compile_definitions(_TIME_BITS=64)
+  endif()
 endif()
 if(PLENDIX_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link -DNDEBUG -fprofile-instr-generate -fcoverage-mapping)

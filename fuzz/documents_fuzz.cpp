@@ -1,7 +1,4 @@
 // Configuration and write documents through the exports and the worker's handlers.
-#include <algorithm>
-#include <iterator>
-
 #include "camera.h"
 #include "fuzz.h"
 #include "plugin/Plendix.h"
@@ -18,12 +15,11 @@ public:
         processmsgs();
         fd_set sets[3] = {};
         for (const auto& device : m_Devices) {
-            if (!device) continue;
             Identify(*device, 0);
             device->Set(sets[0], sets[1], sets[2]);
         }
     }
-    void Forget() { std::fill(std::begin(m_Devices), std::end(m_Devices), nullptr); }
+    void Forget() { m_Devices.Clear(); }
 
 private:
     const plendix::TemporaryFolder folder;

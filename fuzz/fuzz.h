@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 // An invariant that does not hold ends the run, whatever the build.
 inline void require(bool holds) {
@@ -31,5 +32,6 @@ private:
 };
 
 // fake_network.cpp stands in for the system's socket functions and for timeGetTime.
-extern std::uint32_t fake_now;   // what timeGetTime returns
-extern unsigned int fake_sends;  // datagrams sent so far
+extern std::uint32_t fake_now;           // what timeGetTime returns
+extern unsigned int fake_sends;          // datagrams sent so far
+extern std::vector<char> fake_datagram;  // what recvfrom receives

@@ -35,9 +35,12 @@ void Step(CDevice& device, Input& input) {
     if (kind % 8 == 2) device.IsSet(sets[1], sets[1], sets[2]);
     if (kind == 3) device.m_Input.m_nStandard = input.byte() % 2 * 5;
     if (device.m_Socket == -1 || kind % 8 < 4) return;
-    std::vector<char> datagram = Datagram(input, input.byte());
+    fake_datagram = Datagram(input, input.byte());
     const unsigned int before = fake_sends;
-    device.Dispatch(datagram.data(), static_cast<int>(datagram.size()) - 1, {});
+    if (kind % 8 < 6)
+        device.Dispatch(fake_datagram.data(), static_cast<int>(fake_datagram.size()) - 1, {});
+    else
+        device.Recv();
     require(fake_sends - before <= 1);
 }
 
@@ -51,6 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     device.m_Input.m_nFramerate = 25;
     fake_now = 1000;
     Input input(data, size);
+    require(device.Open());
+    Deliver(device);  // from now on blocks are received where that picture's were
     for (Identify(device, input.word()); !input.empty();) {
         Step(device, input);
         require(device.m_dwSendTime != 0 || device.m_wBlockSize == 512);

@@ -3,7 +3,9 @@
 #include <tinyxml.h>
 
 #include <algorithm>
+#include <random>
 
+#include "media/jpeg_header.h"
 #include "support/scripted_camera.h"
 
 namespace plendix {
@@ -210,6 +212,74 @@ TEST_F(DeviceService, PacesPicturesAndWritesChanges) {
         serve({});
         EXPECT_EQ(written[111], 0x1100U + 34 - 3 * static_cast<unsigned>(level));
     }
+}
+
+// Blocks are received where they belong while they come in order, and only then is it known what came.
+TEST_F(DeviceService, FilesEveryBlockWhereItBelongsWhateverElseComes) {
+    constexpr std::size_t size = 128;
+    settle();
+    quiet = true;
+    device->m_Input.m_nFramerate = 0;
+    std::mt19937 generator(1);
+    const auto chance = [&] { return static_cast<unsigned>(generator()); };
+    const auto noise = [&](std::size_t length) {
+        std::string bytes(length, '\0');
+        for (char& byte : bytes)
+            byte = static_cast<char>(chance() % 255 + 1);
+        return bytes;
+    };
+    std::string space(100 * size, '\0');  // block b at b * size
+    const auto file = [&](unsigned block, std::size_t length) {
+        const std::string bytes = noise(length);
+        data(block, bytes);
+        space.replace(block * size, length, bytes);
+    };
+    for (int round = 0; round < 400; ++round) {
+        ASSERT_EQ(asked(), picture);
+        options("blksize\000128\0"s);
+        const unsigned blocks = 1 + chance() % 12;
+        bool counted = false;
+        for (unsigned block = 1; block <= blocks; ++block) {
+            const unsigned turn = chance() % 40;
+            if (turn == 0) send("\0\5\0\1"s + noise(chance() % 3000), "");  // may lie over many blocks
+            if (turn == 1) options("tsize\0"s + noise(200));
+            if (turn == 2) file(1 + chance() % block, size);  // again, or early
+            if (turn == 3 && block < blocks) file(block + 1, size);
+            if (turn == 6)
+                options("blksize\00064\0"s), send("\0\5\0\1"s + noise(3000), ""),
+                    options("blksize\000128\0"s);
+            if (turn == 5) file(0, size), counted = true;  // as one more, whatever lies behind the last
+            file(block, turn == 4 && block < blocks ? size + 1 + chance() % size : size);
+        }
+        host.clear();
+        data(blocks + 1, std::string(80, '\0') + "\4\x8\0\0\0\0\0\x10\0\x10"s);
+        const std::vector<RecordedEvent> frames = host.frames();
+        ASSERT_EQ(frames.size(), 1U);
+        const std::size_t length = blocks * size - 2;
+        ASSERT_EQ(frames[0].data.substr(JpegHeaderSize, length), space.substr(size + 2, length)) << round;
+        ASSERT_EQ(frames[0].data.size() > JpegHeaderSize + length, counted) << round;
+    }
+}
+
+TEST_F(DeviceService, ReadsThePassesClockAgainBehindASlowHost) {
+    settle();
+    CDevice second(8);
+    static_cast<CRegisterRecords&>(second) = *device;
+    second.m_bEnabled = true;
+    second.m_sAddress = own_address();
+    second.m_Input.m_Active = device->m_Input.m_Active;
+    ASSERT_TRUE(second.Open());
+    second.m_dwPollTime = second.m_dwOutputTime = device->m_dwPollTime = timeGetTime();
+    device->m_dwOutputTime = timeGetTime() - 501;
+    device->m_nOutputState = -1;  // so that the host is told
+    ConnectHost([](_EventParmsIn*, _EventParmsOut*) { return uptime += 400, 0; });
+    fd_set read = {};
+    CPassClock clock;
+    const std::uint32_t before = clock.Now();
+    device->Set(read, clock);
+    second.Set(read, clock);
+    EXPECT_EQ(second.m_Input.m_dwRequestTime, timeGetTime());
+    EXPECT_GE(second.m_Input.m_dwRequestTime - before, 400U);
 }
 
 TEST_F(DeviceService, GivesAStalledTransferUp) {

@@ -99,7 +99,7 @@ TEST_F(Plugin, ServesDocumentsFromBeforeOpenToClose) {
         EXPECT_TRUE(host.wait_for([=](auto& h) { return h.events().size() == events; }));
         control(2, broken.c_str(), broken.size());  // served up to the error
         close();
-        EXPECT_EQ(g_Plugin->m_Devices[2], nullptr);
+        EXPECT_EQ(g_Plugin->m_Devices.Find(3), nullptr);
     }
     ::Unload(nullptr, nullptr);
     EXPECT_THAT(cameras(), ElementsAre("", "", "3 ", "3 4 ", "", "3 4 ", "3 4 ", "3 4 "));  // from the file
@@ -145,17 +145,17 @@ TEST_F(Plugin, AppliesOnlyWhatIsMeantForIt) {
         "Milliseconds='0' Alarm='$3'/></Trigger></Device></Devices>");
     write(0, 5, text.c_str(), text.size());
     host.serve();
-    EXPECT_THAT(host.plugin().m_Devices[0]->m_Actions, ElementsAre(std::pair(1, 62135596800000)));
-    EXPECT_THAT(host.plugin().m_Devices[2]->m_Actions, ElementsAre(std::pair(1, -1)));
-    EXPECT_TRUE(host.plugin().m_Devices[254]->m_Actions.empty());
+    EXPECT_THAT(host.plugin().m_Devices.Find(1)->m_Actions, ElementsAre(std::pair(1, 62135596800000)));
+    EXPECT_THAT(host.plugin().m_Devices.Find(3)->m_Actions, ElementsAre(std::pair(1, -1)));
+    EXPECT_TRUE(host.plugin().m_Devices.Find(255)->m_Actions.empty());
     EXPECT_TRUE(host.events().empty());
 }
 
 TEST_F(Plugin, TellsAllChangesOfAPassInOneDocument) {
     sockaddr address = {};
     socklen_t size = sizeof(address);
-    for (unsigned number = 1; number < 3; ++number) {
-        auto& camera = host.plugin().m_Devices[number - 1] = std::make_unique<CDevice>(number);
+    for (int number = 1; number < 3; ++number) {
+        CDevice* const camera = &host.plugin().m_Devices.Make(number);
         camera->m_bEnabled = true;
         camera->m_sAddress = "127.0.0.1";
         camera->Open();
@@ -166,7 +166,8 @@ TEST_F(Plugin, TellsAllChangesOfAPassInOneDocument) {
     }
     host.plugin().CheckDevices();
     EXPECT_THAT(cameras(), ElementsAre("1 2 "));
-    EXPECT_EQ(host.plugin().m_Devices[0]->m_wBrightness + host.plugin().m_Devices[1]->m_wBrightness, 198);
+    EXPECT_EQ(host.plugin().m_Devices.Find(1)->m_wBrightness + host.plugin().m_Devices.Find(2)->m_wBrightness,
+              198);
 }
 
 TEST_F(Plugin, QueuesFiveThousandDocuments) {
@@ -215,13 +216,12 @@ protected:
         return line;
     }
     static auto files(const char* in) { return std::distance(fs::directory_iterator(in), {}); }
-    void add_camera(unsigned number) {
-        host.plugin().m_Devices[number - 1] = std::make_unique<CDevice>(number);
-        host.plugin().m_Devices[number - 1]->m_sAddress = "T\xC3\xBCr <\">";
+    void add_camera(int number) {
+        host.plugin().m_Devices.Make(number).m_sAddress = "T\xC3\xBCr <\">";
         host.plugin().PostConfig();
     }
     std::string sent() { return host.documents(EventKindConfig).back(); }
-    void forget() { std::fill_n(host.plugin().m_Devices, MaxDevices, nullptr); }
+    void forget() { host.plugin().m_Devices.Clear(); }
     /// A document with 20 cameras, the first without an address, the last with this Input element.
     static std::string twenty(const std::string& input) {
         std::string devices = "<Device Number='1' Enabled='0'/>";
@@ -326,7 +326,7 @@ TEST_F(Settings, AreWrittenOnlyWhenTheyChange) {
     close();
     add_camera(1);
     EXPECT_FALSE(post());
-    host.plugin().m_Devices[0]->m_wModel = 5;
+    host.plugin().m_Devices.Find(1)->m_wModel = 5;
     EXPECT_TRUE(post());
     std::string text;
     std::getline(std::ifstream("Plendix.xml"), text, '\0');

@@ -36,10 +36,10 @@ protected:
         fs::current_path(folder.name);
         umount2("disk", MNT_DETACH);  // and what is mounted on it
     }
-    void have_cameras(unsigned count) {
-        for (unsigned number = 1; number <= MaxDevices; ++number)
-            host.plugin().m_Devices[number - 1] =
-                number <= count ? std::make_unique<CDevice>(number) : nullptr;
+    void have_cameras(int count) {
+        host.plugin().m_Devices.Clear();
+        for (int number = 1; number <= count; ++number)
+            host.plugin().m_Devices.Make(number);
         host.plugin().PostConfig();
         sent = host.documents(EventKindConfig).back();
     }
@@ -83,7 +83,7 @@ TEST_F(SettingsOnDisk, AreReadAndWrittenWhenNoDescriptorIsLeft) {
 #endif
     const std::string before = sent;
     auto taken = std::make_unique<TakenDescriptors>(100);
-    host.plugin().m_Devices[0].reset();
+    host.plugin().m_Devices.Remove(1);
     open();
     EXPECT_TRUE(host.documents(EventKindConfig).back() == before);
     close();

@@ -8,12 +8,14 @@
 
 #include <netinet/in.h>
 #include <sys/select.h>
+#include <sys/types.h>
 
 #include <cstdint>
 #include <string>
 
 #include "device/registers.h"
 #include "input/input.h"
+#include "platform/clock.h"
 
 class TiXmlElement;
 
@@ -25,11 +27,15 @@ public:
     ~CDevice();
 
     // Before select: opens a closed link or issues the next request. Returns the descriptor that
-    // was added to the read set, -1 when there is none. The other sets are not used.
-    int Set(fd_set& readset, fd_set& writeset, fd_set& exceptset);
+    // was added to the read set, -1 when there is none.
+    int Set(fd_set& readset, CPassClock& clock);
 
-    // After select: receives one datagram, or ends a stalled transfer. True when the host sees a
-    // change.
+    // After select, with a clock that was not read before: receives one datagram, or ends a stalled
+    // transfer. True when the host sees a change.
+    bool IsSet(const fd_set& readset, CPassClock& clock);
+
+    // The same for a camera by itself. The other sets are not used.
+    int Set(fd_set& readset, fd_set& writeset, fd_set& exceptset);
     bool IsSet(const fd_set& readset, const fd_set& writeset, const fd_set& exceptset);
 
     // Applies a Device element of a configuration document; true when the host sees a change.
@@ -47,8 +53,8 @@ public:
     void Acknowledge(unsigned short block);
     int Recv();
 
-    // Takes one received datagram; buffer must have room for a byte behind length.
-    // Recv is this behind recvfrom. Nonzero when the host sees a change.
+    // Takes one received datagram; buffer must have room for a byte behind length. Nonzero when the
+    // host sees a change. Recv does the same with what it receives.
     int Dispatch(char* buffer, int length, const sockaddr_in& sender);
 
     // The registers.
@@ -57,7 +63,7 @@ public:
     bool Parameter(char reg, unsigned short value);
 
     // Issues the next request of an idle link, if one is due.
-    void ReadWrite();
+    void ReadWrite(std::uint32_t now = timeGetTime());
 
     void FireTrigger(const char* name, int state, const long long& time);
 
@@ -92,6 +98,9 @@ private:
     void DisableReset();
     bool InitInput();  // true when the input was due and has its active rectangle now
 
+    int RecvNext(char* place, char* buffer);
+    int Received(char* buffer, ssize_t received);
+    int Take(char* datagram, int length);
     int TakeData(const char* datagram, int length);
     void TakeOptions(char* datagram, int length);
 

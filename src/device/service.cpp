@@ -15,7 +15,8 @@ std::uint16_t BrightnessTarget(std::int32_t brightness) {
 }
 
 std::uint16_t SaturationTarget(std::int32_t saturation) {
-    return static_cast<std::uint16_t>(std::int64_t{saturation} * 6 / 100);
+    // saturation * 6 / 100 without 64 bits
+    return static_cast<std::uint16_t>(saturation / 50 * 3 + saturation % 50 * 3 / 50);
 }
 
 std::uint16_t SharpnessTarget(std::int32_t sharpness) {
@@ -29,31 +30,44 @@ std::uint16_t ReplaceBits(std::uint16_t value, std::uint16_t mask, unsigned int 
 }  // namespace
 
 int CDevice::Set(fd_set& readset, fd_set&, fd_set&) {
+    CPassClock clock;
+    return Set(readset, clock);
+}
+
+bool CDevice::IsSet(const fd_set& readset, const fd_set&, const fd_set&) {
+    CPassClock clock;
+    return IsSet(readset, clock);
+}
+
+int CDevice::Set(fd_set& readset, CPassClock& clock) {
     if (!m_bEnabled) {
         Close();
         return -1;
     }
-    if (m_Socket == -1)
+    if (m_Socket == -1) {
         Open();
-    else if (m_dwSendTime == 0)
-        ReadWrite();
+        clock.Forget();  // the name service may have taken its time
+    } else if (m_dwSendTime == 0) {
+        ReadWrite(clock.Now());
+        const bool waits = m_Socket != -1 && m_dwSendTime == 0 && m_bEnabled;
+        if (!waits) clock.Forget();  // and so may the host
+    }
     if (m_Socket == -1) return -1;
     FD_SET(m_Socket, &readset);
     return m_Socket;
 }
 
-bool CDevice::IsSet(const fd_set& readset, const fd_set&, const fd_set&) {
+bool CDevice::IsSet(const fd_set& readset, CPassClock& clock) {
     if (m_Socket == -1) return false;
     if (FD_ISSET(m_Socket, &readset)) return Recv() != 0;
-    if (m_dwSendTime == 0 || timeGetTime() - m_dwSendTime <= StallMilliseconds) return false;
+    if (m_dwSendTime == 0 || clock.Now() - m_dwSendTime <= StallMilliseconds) return false;
     Trace(LogWarning, "%s timeout", m_sAddress.c_str());
     LinkReset();
     Close();
     return false;
 }
 
-void CDevice::ReadWrite() {
-    const std::uint32_t now = timeGetTime();
+void CDevice::ReadWrite(std::uint32_t now) {
     if (Identify() || SettlePicture() || ReadSensor() || SettleMotion() || ServeInputOutput(now)) return;
     RequestVideo(now);
 }

@@ -19,11 +19,16 @@
 namespace {
 
 constexpr std::uint16_t ServerPort = 69;
-constexpr std::uint16_t NoBlockSize = 512;     // RFC 1350's own: no option acknowledgement came
-constexpr unsigned int AskedBlockSize = 1450;  // the largest that an Ethernet frame carries whole
-constexpr int RequestSize = 4100;
+constexpr std::uint16_t NoBlockSize = 512;  // RFC 1350's own: no option acknowledgement came
+constexpr std::size_t OpcodeSize = 2;
+constexpr std::size_t LongestName = 4074;
 constexpr int DatagramSize = 65536;
 constexpr int HeaderSize = 4;  // opcode and block number
+
+// Behind the name: the mode and, as the block size, the largest that an Ethernet frame carries whole.
+constexpr char RequestTail[] =
+    "\0netascii\0blksize\0"
+    "1450";
 
 enum Opcode { OpcodeRead = 1, OpcodeData = 3, OpcodeAck = 4, OpcodeOptionAck = 6 };
 
@@ -60,6 +65,12 @@ int NewSocket() {
     close(descriptor);  // select cannot watch it
     errno = EMFILE;
     return -1;
+}
+
+// Of DatagramSize bytes at most. Without a datagram the sender is left as it was.
+inline ssize_t ReceiveFrom(int descriptor, char* datagram, sockaddr_in& sender) {
+    socklen_t length = sizeof(sender);
+    return recvfrom(descriptor, datagram, DatagramSize, 0, reinterpret_cast<sockaddr*>(&sender), &length);
 }
 
 }  // namespace
@@ -103,15 +114,18 @@ void CDevice::Send(const char* data, int length) {
 }
 
 void CDevice::Request(const char* name) {
-    char packet[RequestSize] = {0, OpcodeRead};
-    const int length = std::snprintf(packet + 2, sizeof(packet) - 2, "%s%c%s%c%s%c%u%c", name, 0, "netascii",
-                                     0, "blksize", 0, AskedBlockSize, 0);
-    if (length < 0 || length >= static_cast<int>(sizeof(packet)) - 2) {
-        Trace(LogError, "%s request name too long: %d bytes", m_sAddress.c_str(), length);
+    const std::size_t length = std::strlen(name);
+    if (length > LongestName) {
+        Trace(LogError, "%s request name too long: %zu bytes", m_sAddress.c_str(), length);
         return;
     }
+    char packet[OpcodeSize + LongestName + sizeof(RequestTail)];
+    packet[0] = 0;
+    packet[1] = OpcodeRead;
+    std::memcpy(packet + OpcodeSize, name, length);
+    std::memcpy(packet + OpcodeSize + length, RequestTail, sizeof(RequestTail));
     m_Peer.sin_port = htons(ServerPort);
-    Send(packet, length + 2);
+    Send(packet, static_cast<int>(OpcodeSize + length + sizeof(RequestTail)));
 }
 
 void CDevice::Acknowledge(unsigned short block) {
@@ -120,33 +134,58 @@ void CDevice::Acknowledge(unsigned short block) {
     Send(packet, sizeof(packet));
 }
 
+// The peer is the camera's transfer port from here on.
 int CDevice::Recv() {
     char buffer[DatagramSize + 1];  // and the terminator behind an option list
-    sockaddr_in sender = {};
-    socklen_t senderLength = sizeof(sender);
-    const ssize_t received =
-        recvfrom(m_Socket, buffer, DatagramSize, 0, reinterpret_cast<sockaddr*>(&sender), &senderLength);
-    if (received < 0) {
-        if (WSAGetLastError() == EAGAIN) return 0;
-        Trace(LogError, "%s recv error %d", m_sAddress.c_str(), WSAGetLastError());
-        Close();
-        return 0;
-    }
-    return Dispatch(buffer, static_cast<int>(received), sender);
+    const bool video = m_wBlockSize != NoBlockSize && m_cRegister == 0;
+    char* const place = video ? m_Input.NextPlace(m_wBlockSize, DatagramSize) : nullptr;
+    return place != nullptr ? RecvNext(place, buffer)
+                            : Received(buffer, ReceiveFrom(m_Socket, buffer, m_Peer));
+}
+
+// Receives to where the block belongs that comes next, its header over the end of the block before,
+// which is put back. Whatever else came goes the way of all datagrams: what it has overwritten there
+// are remains of an earlier picture, as no block of this one is filed at place or behind it.
+int CDevice::RecvNext(char* place, char* buffer) {
+    char* const datagram = place - HeaderSize;
+    char before[HeaderSize];
+    std::memcpy(before, datagram, HeaderSize);
+    const ssize_t received = ReceiveFrom(m_Socket, datagram, m_Peer);
+    const std::uint16_t block = m_Input.m_wNextBlock;
+    const bool next =
+        received == HeaderSize + m_wBlockSize && Word(datagram) == OpcodeData && Word(datagram + 2) == block;
+    if (!next && received > 0) std::memcpy(buffer, datagram, static_cast<std::size_t>(received));
+    std::memcpy(datagram, before, HeaderSize);
+    if (!next) return Received(buffer, received);
+    Acknowledge(block);
+    if (m_Socket != -1) m_Input.FileNext();
+    return 0;
+}
+
+int CDevice::Received(char* buffer, ssize_t received) {
+    if (received >= 0) return Take(buffer, static_cast<int>(received));
+    if (WSAGetLastError() == EAGAIN) return 0;
+    Trace(LogError, "%s recv error %d", m_sAddress.c_str(), WSAGetLastError());
+    Close();
+    return 0;
 }
 
 int CDevice::Dispatch(char* buffer, int length, const sockaddr_in& sender) {
+    m_Peer = sender;
+    return Take(buffer, length);
+}
+
+int CDevice::Take(char* datagram, int length) {
     if (length < HeaderSize) {
         Trace(LogWarning, "%s received invalid packet length %d", m_sAddress.c_str(), length);
         Close();
         return 0;
     }
-    m_Peer = sender;  // the camera's transfer port from here on
-    switch (Word(buffer)) {
+    switch (Word(datagram)) {
         case OpcodeData:
-            return TakeData(buffer, length);
+            return TakeData(datagram, length);
         case OpcodeOptionAck:
-            TakeOptions(buffer, length);
+            TakeOptions(datagram, length);
             return 0;
         default:
             return 0;
@@ -183,6 +222,7 @@ int CDevice::TakeData(const char* datagram, int length) {
 void CDevice::TakeOptions(char* datagram, int length) {
     Acknowledge(0);
     if (m_Socket == -1) return;
+    m_Input.EndOrder();  // blocks that have come lie at places of the size before
     datagram[length] = '\0';
     const char* const end = datagram + length;
     const char* name = datagram + 2;

@@ -2,15 +2,6 @@
 
 #include <algorithm>
 
-bool CBlockSet::insert(std::uint16_t block) {
-    if (count(block) != 0) return false;
-    const std::size_t word = block / 64;
-    m_Words[word] |= std::uint64_t{1} << (block % 64);
-    m_nUsedWords = std::max(m_nUsedWords, word + 1);
-    ++m_nSize;
-    return true;
-}
-
 void CBlockSet::clear() {
     std::fill_n(m_Words, m_nUsedWords, 0);
     m_nUsedWords = 0;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "input/actions.h"
 #include "input/block_set.h"
@@ -35,6 +36,13 @@ public:
     // The file name to request next, until the next call; requires an active rectangle. now is
     // timeGetTime.
     const std::string& Request(unsigned long now);
+
+    // Where the block m_wNextBlock is filed, for one to be received there that may turn out to be
+    // another: with room for so many bytes, and 4 bytes in front. Null once blocks were out of order;
+    // and where the last picture had no block, as it is the trailer that is expected there.
+    char* NextPlace(unsigned short blockSize, std::size_t room) const;
+    void FileNext();  // it is there, all of it
+    void EndOrder();  // no more places for this picture, if a block of it has come
 
     // Takes one data block in order of arrival. Returns 1 when the host sees a change, else 0.
     int Response(const char* data, int length, unsigned short blockSize, unsigned short block);
@@ -92,8 +100,10 @@ public:
     std::int32_t m_nCropHeight = CropScale;
 
     // The stream.
-    CRectangle m_Active;  // the part of the sensor that is requested
-    CBlockSet m_Blocks;   // received for the current request
+    CRectangle m_Active;             // the part of the sensor that is requested
+    CBlockSet m_Blocks;              // received for the current request
+    std::uint16_t m_wNextBlock = 0;  // the blocks before it have come, and none behind; 0: not so
+    std::size_t m_nUsed = 0;         // bytes of the block space that the last complete transfer took
     CFrameBuffer m_Buffer;
     bool m_bConnected = false;
     std::uint16_t m_wSsn = 1;
@@ -116,6 +126,14 @@ private:
     Refusals m_Refusals;
     std::string m_sRequest;  // kept for its memory
 
+    // Of the last JPEG frame; as a rule the next one has the same.
+    struct {
+        int width = 0;
+        int height = 0;
+        unsigned char quality = 0;
+        std::vector<unsigned char> bytes;
+    } m_Header;
+
     void StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block);
     int CompleteFrame(const unsigned char* trailer, int length, unsigned short blockSize,
                       unsigned short block);
@@ -127,6 +145,7 @@ private:
     bool ReplaceCopy(const TiXmlElement& parent, const char* name, std::unique_ptr<TiXmlElement>& copy);
     void DeliverH264(Frame& frame);
     void DeliverJpeg(Frame& frame);
+    const std::vector<unsigned char>& Header(const Frame& frame);
     bool ParseStreamShape(const TiXmlElement& element);
     bool ParseMask(const TiXmlElement& element);
     void ParseCrop(const TiXmlElement& element);

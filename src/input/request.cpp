@@ -12,20 +12,20 @@ constexpr int QpBase = 37;                            // H.264 quantiser at qual
 
 const std::string& CInput::Request(unsigned long now) {
     const auto time = static_cast<std::uint32_t>(now);
-    const bool h264 = m_nStandard != 0;
+    const char* const resolution = m_bHalf ? "half" : "full";
     char name[200];  // the longest has fewer than 110 characters
-    std::snprintf(name, sizeof(name), "%s?res=%s;x0=%d;y0=%d;x1=%d;y1=%d;%s=%d;", h264 ? "h264" : "image",
-                  m_bHalf ? "half" : "full", m_Active.x0, m_Active.y0, m_Active.x1, m_Active.y1,
-                  h264 ? "qp" : "quality", h264 ? QpBase - m_nQuality : m_nQuality);
-    m_sRequest = name;
-    if (h264) {
+    if (m_nStandard != 0) {
         const bool key = m_dwKeyFrameTime == 0 || time - m_dwKeyFrameTime >= KeyFrameMilliseconds;
-        std::snprintf(name, sizeof(name), "iframe=%d;ssn=%u;", key ? 1 : 0, m_wSsn);
-        m_sRequest += name;
+        std::snprintf(name, sizeof(name), "h264?res=%s;x0=%d;y0=%d;x1=%d;y1=%d;qp=%d;iframe=%d;ssn=%u;",
+                      resolution, m_Active.x0, m_Active.y0, m_Active.x1, m_Active.y1, QpBase - m_nQuality,
+                      key ? 1 : 0, m_wSsn);
     } else {
-        m_sRequest += "doublescan=0;";
+        std::snprintf(name, sizeof(name), "image?res=%s;x0=%d;y0=%d;x1=%d;y1=%d;quality=%d;doublescan=0;",
+                      resolution, m_Active.x0, m_Active.y0, m_Active.x1, m_Active.y1, m_nQuality);
     }
+    m_sRequest = name;
     m_dwRequestTime = time;
     m_Blocks.clear();
+    m_wNextBlock = 1;
     return m_sRequest;
 }

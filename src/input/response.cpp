@@ -1,6 +1,7 @@
 // From data blocks to a frame: filing, completeness, headers in front of the payload.
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "input/input.h"
 #include "media/jpeg_header.h"
@@ -30,6 +31,28 @@ int Word(const unsigned char* bytes) {
     return bytes[0] << 8 | bytes[1];
 }
 
+bool EndsInZeroWord(const unsigned char* end) {
+    std::uintptr_t word = 0;
+    std::memcpy(&word, __builtin_assume_aligned(end - sizeof(word), sizeof(word)), sizeof(word));
+    return word == 0;
+}
+
+// The length without the zeros at the end. A block may hold little else: by words, where they are
+// aligned.
+std::size_t WithoutZeros(const unsigned char* data, std::size_t length) {
+    constexpr std::size_t WordSize = sizeof(std::uintptr_t);
+    const unsigned char* end = data + length;
+    while (end != data && end[-1] == 0 && reinterpret_cast<std::uintptr_t>(end) % WordSize != 0)
+        --end;
+    if (reinterpret_cast<std::uintptr_t>(end) % WordSize == 0) {
+        while (end - data >= std::ptrdiff_t{WordSize} && EndsInZeroWord(end))
+            end -= WordSize;
+    }
+    while (end != data && end[-1] == 0)
+        --end;
+    return static_cast<std::size_t>(end - data);
+}
+
 }  // namespace
 
 struct CInput::Frame {
@@ -52,12 +75,27 @@ int CInput::Response(const char* data, int length, unsigned short blockSize, uns
     return CompleteFrame(reinterpret_cast<const unsigned char*>(data), length, blockSize, block);
 }
 
+char* CInput::NextPlace(unsigned short blockSize, std::size_t room) const {
+    const std::size_t place = std::size_t{m_wNextBlock} * blockSize;
+    if (place == 0 || place + blockSize > m_nUsed || place + room > CFrameBuffer::Size) return nullptr;
+    return reinterpret_cast<char*>(m_Buffer.Data() + place);
+}
+
+void CInput::FileNext() {
+    m_Blocks.insert(m_wNextBlock++);
+}
+
+void CInput::EndOrder() {
+    if (m_wNextBlock != 1) m_wNextBlock = 0;
+}
+
 void CInput::StoreBlock(const char* data, int length, unsigned short blockSize, unsigned short block) {
     const std::size_t place = std::size_t{block} * blockSize;
     const auto size = static_cast<std::size_t>(length);
     if (place + size >= CFrameBuffer::Size) return;
     std::memcpy(m_Buffer.Data() + place, data, size);
     m_Blocks.insert(block);
+    m_wNextBlock = block == m_wNextBlock && block != 0 ? static_cast<std::uint16_t>(block + 1) : 0;
 }
 
 int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned short blockSize,
@@ -69,6 +107,7 @@ int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned sho
         m_dwRequestTime = 0;
         return 0;
     }
+    m_nUsed = std::size_t{block} * blockSize;
     if (length < TrailerSize) return 0;
     const int changed = UpdateMAC(trailer + TrailerMAC) ? 1 : 0;
 
@@ -95,11 +134,8 @@ int CInput::CompleteFrame(const unsigned char* trailer, int length, unsigned sho
 
 // Without the zeros that fill the last block. A stray block 0 cannot push it past the buffer.
 int CInput::PayloadLength(unsigned short blockSize) const {
-    std::size_t length = std::min(m_Blocks.size() * blockSize, CFrameBuffer::Size - blockSize);
-    const unsigned char* const payload = m_Buffer.Data() + blockSize;
-    while (length > 0 && payload[length - 1] == 0)
-        --length;
-    return static_cast<int>(length);
+    const std::size_t length = std::min(m_Blocks.size() * blockSize, CFrameBuffer::Size - blockSize);
+    return static_cast<int>(WithoutZeros(m_Buffer.Data() + blockSize, length));
 }
 
 bool CInput::UpdateMAC(const unsigned char* mac) {
@@ -169,9 +205,18 @@ void CInput::DeliverH264(Frame& frame) {
               frame.motion, frame.map, MotionMapSize);
 }
 
+const std::vector<unsigned char>& CInput::Header(const Frame& frame) {
+    auto& [width, height, quality, bytes] = m_Header;
+    if (bytes.empty() || width != frame.width || height != frame.height || quality != frame.quality) {
+        bytes.clear();
+        CalculateHeader(bytes, frame.width, frame.height, frame.quality);
+        std::tie(width, height, quality) = std::tuple(frame.width, frame.height, frame.quality);
+    }
+    return bytes;
+}
+
 void CInput::DeliverJpeg(Frame& frame) {
-    std::vector<unsigned char> header;
-    CalculateHeader(header, frame.width, frame.height, frame.quality);
+    const std::vector<unsigned char>& header = Header(frame);
     // The header's last two bytes take the place of two filler bytes in front of the picture.
     unsigned char* const start = frame.payload + 2 - header.size();
     std::memcpy(start, header.data(), header.size());

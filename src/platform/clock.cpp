@@ -6,9 +6,7 @@
 std::uint32_t timeGetTime() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    const auto seconds = static_cast<std::uint64_t>(now.tv_sec);
-    const auto nanoseconds = static_cast<std::uint64_t>(now.tv_nsec);
-    return static_cast<std::uint32_t>(seconds * 1000 + nanoseconds / 1000000);
+    return static_cast<std::uint32_t>(now.tv_sec) * 1000 + static_cast<std::uint32_t>(now.tv_nsec) / 1000000;
 }
 
 int WSAGetLastError() {

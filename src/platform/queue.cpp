@@ -17,6 +17,7 @@ bool jobqueue::post(message* msg, int timeout) {
     else if (!m_Room.wait_for(lock, std::chrono::milliseconds(timeout), room))
         return false;
     m_Messages.push_back(std::move(owned));
+    m_nQueued = m_Messages.size();
     return true;
 }
 
@@ -27,6 +28,7 @@ std::unique_ptr<message> jobqueue::take() {
         if (m_Messages.empty()) return msg;
         msg = std::move(m_Messages.front());
         m_Messages.pop_front();
+        m_nQueued = m_Messages.size();
     }
     m_Room.notify_one();
     return msg;

@@ -1,6 +1,7 @@
 // Messages, and the queue that carries them to the thread that handles them.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -32,6 +33,8 @@ public:
 
 protected:
     std::unique_ptr<message> take();  // null when empty
+    // Without the lock: right about every message whose posting the caller knows of.
+    bool empty() const { return m_nQueued == 0; }
 
     const std::size_t m_nLimit;
 
@@ -39,6 +42,7 @@ private:
     std::mutex m_Mutex;
     std::condition_variable m_Room;
     std::deque<std::unique_ptr<message>> m_Messages;
+    std::atomic<std::size_t> m_nQueued{0};  // m_Messages.size(), for empty()
 };
 
 class msgqueue : protected jobqueue {

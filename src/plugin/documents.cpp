@@ -74,9 +74,8 @@ void CPlugin::PostConfig() {
     devices.SetAttribute("ID", static_cast<int>(PluginId));
     devices.SetAttribute("Description", PluginName);
     devices.SetAttribute("MaxDevices", MaxDevices);
-    for (const auto& device : m_Devices) {
-        if (device) device->FillDevice(AddElement(devices, "Device"));
-    }
+    for (const auto& device : m_Devices)
+        device->FillDevice(AddElement(devices, "Device"));
     m_Settings.Write(document);
     FireDocument(document, static_cast<int>(EventKindConfig));
 }
@@ -101,14 +100,8 @@ bool CPlugin::UpdateDevices(TiXmlElement& devices) {
 }
 
 bool CPlugin::UpdateDevice(TiXmlElement& element, int number) {
-    std::unique_ptr<CDevice>& slot = m_Devices[number - 1];
-    if (IsRemoval(element)) {
-        const bool held = slot != nullptr;
-        slot.reset();
-        return held;
-    }
-    if (!slot) slot = std::make_unique<CDevice>(static_cast<unsigned long>(number));
-    return slot->ParseDevice(&element);
+    if (IsRemoval(element)) return m_Devices.Remove(number);
+    return m_Devices.Make(number).ParseDevice(&element);
 }
 
 void CPlugin::ProcessWrite(TiXmlDocument& document) {
@@ -125,12 +118,8 @@ void CPlugin::WriteDevices(TiXmlElement* element) {
         if (!IsOurs(devices)) return;
         ForEach(&devices, "Device", [this](TiXmlElement& device) {
             int number = 0;
-            CDevice* const camera = QueryInt(device, "Number", number) ? Device(number) : nullptr;
+            CDevice* const camera = QueryInt(device, "Number", number) ? m_Devices.Find(number) : nullptr;
             if (camera != nullptr) camera->WriteDevice(&device);
         });
     });
-}
-
-CDevice* CPlugin::Device(int number) {
-    return number >= 1 && number <= MaxDevices ? m_Devices[number - 1].get() : nullptr;
 }

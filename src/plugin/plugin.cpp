@@ -51,8 +51,7 @@ int CPlugin::Unload(_UnloadParmsIn*, _UnloadParmsOut*) {
 int CPlugin::Close(_CloseParmsIn*, _CloseParmsOut* out) {
     signal();
     waitfor();
-    for (std::unique_ptr<CDevice>& device : m_Devices)
-        device.reset();
+    m_Devices.Clear();
     out->Result = ResultDone;
     return 0;
 }

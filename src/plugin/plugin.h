@@ -5,15 +5,14 @@
 #include <tinyxml.h>
 
 #include <cstddef>
-#include <memory>
 
 #include "platform/queue.h"
 #include "platform/thread.h"
 #include "platform/xml_guard.h"
+#include "plugin/device_table.h"
 #include "plugin/host_records.h"
 #include "plugin/settings.h"
 
-class CDevice;
 class CPlugin;
 
 // The plug-in object; null before Load and after Unload.
@@ -64,9 +63,7 @@ public:
 
     std::uint32_t HostContext = 0;
     EventCallbackFunction EventCallback = nullptr;
-    // Slot n - 1 holds the camera with Number n. Host's thread while the worker does not run,
-    // worker thread while it does.
-    std::unique_ptr<CDevice> m_Devices[MaxDevices];
+    CDeviceTable m_Devices;
 
 protected:
     void execute() override;
@@ -80,7 +77,6 @@ private:
     bool UpdateDevice(TiXmlElement& element, int number);
     void ServeDocument(docmsg& doc);
     bool ServeSockets();
-    CDevice* Device(int number);  // null when there is none, or no such number
 
     CSettings m_Settings;
 };

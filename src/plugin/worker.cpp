@@ -18,7 +18,7 @@ constexpr unsigned int PassMilliseconds = 20;
 
 void CPlugin::execute() {
     while (!signalled()) {
-        processmsgs();
+        if (!empty()) processmsgs();
         try {
             CheckDevices();
         } catch (...) {
@@ -62,27 +62,24 @@ void CPlugin::CheckDevices() {
 // One pass over all cameras. True when the configuration that the host sees changed.
 bool CPlugin::ServeSockets() {
     fd_set readset;
-    fd_set writeset;
-    fd_set exceptset;
     FD_ZERO(&readset);
-    FD_ZERO(&writeset);
-    FD_ZERO(&exceptset);
     int highest = -1;
-    for (const auto& device : m_Devices) {
-        if (device) highest = std::max(highest, device->Set(readset, writeset, exceptset));
-    }
+    CPassClock before;
+    for (const auto& device : m_Devices)
+        highest = std::max(highest, device->Set(readset, before));
     if (highest == -1) {
         pt::psleep(PassMilliseconds);
         return false;
     }
     timeval timeout = {0, suseconds_t{PassMilliseconds} * 1000};
-    if (select(highest + 1, &readset, &writeset, &exceptset, &timeout) < 0) {
+    if (select(highest + 1, &readset, nullptr, nullptr, &timeout) < 0) {
         if (WSAGetLastError() != EINTR) Trace(LogError, "select error %d", WSAGetLastError());
         return false;
     }
     bool changed = false;
+    CPassClock after;
     for (const auto& device : m_Devices) {
-        if (device && device->IsSet(readset, writeset, exceptset)) changed = true;
+        if (device->IsSet(readset, after)) changed = true;
     }
     return changed;
 }

@@ -36,7 +36,7 @@ run() {
     done
     echo "$name: $library"
     "$@" "$library" "$work/$name" $frames "$first" "$second" >"$work/host.log" 2>&1 || {
-        tail -20 "$work/host.log" "$work/camera.log"
+        tail -n 20 "$work/host.log" "$work/camera.log"
         exit 1
     }
     kill "$camera"
