@@ -11,6 +11,7 @@ sys.path.insert(0, f"{ROOT}/bench")
 import instructions  # noqa: E402
 import recording  # noqa: E402
 import report  # noqa: E402
+import target  # noqa: E402
 from measure import CAMERA_CORE, CLIENT_CORE, Bench, Driver, Floor, Picture, Spread, cpu_seconds, fetch_costs, time  # noqa: E402
 
 QUICK = "--quick" in sys.argv
@@ -28,6 +29,8 @@ def build():
     programs = {"release": ["plendix", "bare_write", "latency_host", "micro", "count_instructions", *counted]}
     if "instructions" in sys.argv and not QUICK:
         programs.update({"arm": counted, "armhf": counted})
+    if "target" in sys.argv:
+        programs.update({preset: ["Plendix", "driver_host"] for preset in target.MACHINES})
     for preset, targets in programs.items():
         for command in (["cmake", "--preset", preset, "-D", "PLENDIX_BENCH=ON"],
                         ["cmake", "--build", "--preset", preset, "--target", *targets]):
@@ -166,9 +169,10 @@ def micro(bench):
 def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
     known = ([], ["--quick"], ["--update"], ["recording"], ["recording", "--quick"], ["instructions"],
-             ["instructions", "--quick"], ["instructions", "--update"])  # no quick round is written down
+             ["instructions", "--quick"], ["instructions", "--update"],  # no quick round is written down
+             ["target"], ["target", "--quick"], ["target", "--update"])
     if words not in known:
-        print(f"bench: '{' '.join(words)}': give --quick, --update, recording, instructions or nothing",
+        print(f"bench: '{' '.join(words)}': give --quick, --update, recording, instructions, target or nothing",
               file=sys.stderr)
         sys.exit(2)
     if "--inside" not in sys.argv:
@@ -180,12 +184,13 @@ def main():
     if "recording" in words:
         print(recording.markdown(bench, QUICK, say))
         return
-    if "instructions" in words:
-        text = instructions.markdown(bench, QUICK, say)
-        print(text)
-        if "--update" in words:
-            report.update(f"{ROOT}/docs/performance.md", text, "instructions")
-        return
+    for mark, measurement in (("instructions", instructions), ("target", target)):
+        if mark in words:
+            text = measurement.markdown(bench, QUICK, say)
+            print(text)
+            if "--update" in words:
+                report.update(f"{ROOT}/docs/performance.md", text, mark)
+            return
     results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
                "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),
                "idle": idle(bench), "latency": latency(bench), "micro": micro(bench)}
