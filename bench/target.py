@@ -27,7 +27,7 @@ SILENT_ADDRESS, CLOSED_ADDRESS, UNROUTED_ADDRESS = "127.0.9.1", "127.0.9.2", "19
 
 
 def wake_ups(pid):
-    """Of each thread's voluntary switches, those of all but the host's own thread."""
+    """Voluntary switches so far of all threads but the host's own."""
     return sum(int(re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", open(f"/proc/{pid}/task/{task}/status").read())[1])
                for task in os.listdir(f"/proc/{pid}/task") if int(task) != pid)
 
@@ -39,7 +39,7 @@ def finish(process):
 
 
 def traced_calls(pid, seconds):
-    """System calls per second of all threads, by name; what the tracer costs is not in any other figure."""
+    """System calls per second of all threads, by name."""
     with tempfile.NamedTemporaryFile("r") as log:
         begun = time.monotonic()
         tracer = subprocess.Popen(["strace", "--follow-forks", "--summary-only", "-o", log.name, "-p", str(pid)],
@@ -87,6 +87,12 @@ def stillness_rows(bench, quick, say):
         for case in cases:
             say(f"wake-ups: {case[0]}")
             yield stillness(bench, *case, seconds)
+    cameras.terminate()
+    cameras.wait()
+    say("wake-ups: answers late")
+    cameras = bench.cameras(max(counts), "320x256", None, "--faults", "delay=30%/40ms")
+    yield stillness(bench, f"{max(counts)} idle, 30 % of datagrams 40 ms late", max(counts), FIRST_ADDRESS, True,
+                    seconds)
     cameras.terminate()
     cameras.wait()
 
