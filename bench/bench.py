@@ -12,13 +12,14 @@ import instructions  # noqa: E402
 import recording  # noqa: E402
 import report  # noqa: E402
 import serving  # noqa: E402
+import target  # noqa: E402
 from measure import CAMERA_CORE, CLIENT_CORE, Bench, Driver, Floor, Picture, Spread, cpu_seconds, fetch_costs, time  # noqa: E402
 
 QUICK = "--quick" in sys.argv
 ROUNDS = 1 if QUICK else 7
 TURN = 0.1 if QUICK else 0.4  # seconds
 COUNTS = (1, 16) if QUICK else (1, 16, 64, 255)
-PARTS = [recording, serving, instructions]  # by themselves
+PARTS = [recording, serving, instructions, target]  # by themselves
 PICTURES = [Picture("20 KB", "JPEG", 320, 256, 29), Picture("300 KB", "JPEG", 832, 608, 200),
             Picture("1.9 MB", "JPEG", 2048, 1536, 215), Picture("20 KB", "H.264", 320, 256, 14),
             Picture("300 KB", "H.264", 832, 608, 60), Picture("1.9 MB", "H.264", 1920, 1440, 96)]
@@ -31,6 +32,8 @@ def build():
                             *counted]}
     if "instructions" in sys.argv and not QUICK:
         programs.update({"arm": counted, "armhf": counted})
+    if "target" in sys.argv:
+        programs.update({preset: ["Plendix", "driver_host"] for preset in target.MACHINES})
     for preset, targets in programs.items():
         for command in (["cmake", "--preset", preset, "-D", "PLENDIX_BENCH=ON"],
                         ["cmake", "--build", "--preset", preset, "--target", *targets]):
@@ -170,7 +173,7 @@ def main():
     words = [word for word in sys.argv[1:] if word != "--inside"]
     parts = [part.__name__ for part in PARTS]
     # No quick round is written down.
-    known = [[], ["--quick"], ["--update"], ["serving", "--update"], ["instructions", "--update"]]
+    known = [[], ["--quick"], ["--update"], *([part, "--update"] for part in parts if part != "recording")]
     known += [[part] + quick for part in parts for quick in ([], ["--quick"])]
     if words not in known:
         print(f"bench: '{' '.join(words)}': give --quick, --update, {' or '.join(parts)}, or nothing", file=sys.stderr)

@@ -1,8 +1,9 @@
 // A host that does nothing with its pictures: loads Plendix.so, configures a row of cameras in one
 // document, and says on standard output when they stream. Ends with its standard input.
 // Usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER]
-// CHANNEL holds the attributes of every Channel element. Works in the current folder. With FOLDER it
-// has the least of a recorder's jobs: the callback writes each picture into its camera's file there.
+// With COUNT 0 there are the cameras of the settings file in the current folder, if any. CHANNEL holds
+// the attributes of every Channel element. With FOLDER it has the least of a recorder's jobs: the
+// callback writes each picture into its camera's file there.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -110,11 +111,11 @@ void answer_questions(int output) {
 }  // namespace
 
 int main(int count, char** values) {
-    const int cameras = count == 5 || count == 6 ? std::atoi(values[3]) : 0;
+    const int cameras = count == 5 || count == 6 ? std::atoi(values[3]) : -1;
     in_addr first{};
-    if (cameras < 1 || cameras > 255 || inet_aton(values[2], &first) == 0) {
+    if (cameras < 0 || cameras > 255 || inet_aton(values[2], &first) == 0) {
         std::fprintf(stderr,
-                     "usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER], COUNT from 1 to 255\n");
+                     "usage: driver_host PLUGIN FIRST-ADDRESS COUNT CHANNEL [FOLDER], COUNT from 0 to 255\n");
         return 2;
     }
     void* const library = dlopen(values[1], RTLD_NOW | RTLD_LOCAL);

@@ -188,11 +188,12 @@ class Floor(Contender):
 
 
 class Driver(Contender):
-    def __init__(self, bench, channel, count, program="driver_host", keep_in=()):
-        folder = tempfile.mkdtemp(dir=bench.folder)  # the settings file is of this run
-        super().__init__([f"{bench.build}/bench/{program}", f"{bench.build}/src/Plendix.so", FIRST_ADDRESS,
-                          str(count), channel, *keep_in], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
-                         cwd=folder)
+    def __init__(self, bench, channel, count, program="driver_host", keep_in=(), build=None, under=(),
+                 address=FIRST_ADDRESS, folder=None):
+        build = build or bench.build
+        folder = folder or tempfile.mkdtemp(dir=bench.folder)  # the settings file is of this run
+        super().__init__([*under, f"{build}/bench/{program}", f"{build}/src/Plendix.so", address, str(count),
+                          channel, *keep_in], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, cwd=folder)
         self.count = count
         time.sleep(0.1)
         self.resident_before = resident_kb(self.pid)
