@@ -85,7 +85,7 @@ class Night:
 
     def set_clock(self, utc):
         moment = time.monotonic()
-        struct.pack_into("q", self.clock, 0, int((utc - moment) * 1e9))
+        self.clock[0:8] = struct.pack("q", int((utc - moment) * 1e9))  # at once: pack_into writes zeros before
         self.steps.append((moment - self.begun, utc - moment + self.begun))  # UTC at the start of the night
 
     def step(self, by):
