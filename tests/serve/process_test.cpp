@@ -257,7 +257,10 @@ TEST_F(Serve, ViewersCostNoCameraAnythingAndRecordingsPlayWhole) {
     EXPECT_EQ(end(), 0);
     EXPECT_LT(Clock::now() - asked, 5s);
 
+    const char* const left = "kept/.clip-999999999-1.mkv.part-999999999";  // by a server that was killed
+    std::ofstream{left};
     serve({"--recordings", "kept"});
+    EXPECT_FALSE(std::filesystem::exists(left));
     EXPECT_EQ(get("/api/recordings")["cameras"], (json{1, 2}));
     EXPECT_EQ(ask("GET", "/healthz").status, 200) << "without a camera";
     for (const auto& [path, status] :

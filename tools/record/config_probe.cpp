@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <string>
@@ -11,6 +10,7 @@
 #include "host/document_reader.h"
 #include "host/plugin_library.h"
 #include "host/process_state.h"
+#include "host/scratch_folder.h"
 #include "host/signals.h"
 #include "plugin/host_records.h"
 #include "usage.h"
@@ -24,28 +24,6 @@ using std::chrono::milliseconds;
 
 // A refused camera shows only in a configuration that somebody asks for.
 constexpr milliseconds query_period{500};
-
-/// An empty folder, removed with what the plug-in leaves there.
-class ScratchFolder {
-public:
-    ScratchFolder() : name_((fs::temp_directory_path() / "plendix-XXXXXX").string()) {
-        if (mkdtemp(name_.data()) == nullptr) {
-            throw Failure("cannot make a folder in '" + fs::temp_directory_path().string() +
-                          "': " + error_text(errno));
-        }
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        fs::remove_all(name_, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const std::string& name() const { return name_; }
-
-private:
-    std::string name_;
-};
 
 class Probe {
 public:
@@ -136,7 +114,7 @@ std::vector<ProbedCamera> probe_cameras(const fs::path& plugin, const std::vecto
                                         milliseconds patience) {
     const fs::path file = plugin.empty() ? default_plugin() : fs::absolute(plugin);
     const ScratchFolder folder;
-    const WorkingDirectory inside(folder.name());
+    const WorkingDirectory inside(folder.path());
     const OutputToFile driver_log("driver.log");
     return Probe(file, cameras).run(patience);
 }

@@ -1,8 +1,6 @@
 // Recordings: what there is, playing, clips.
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
@@ -12,6 +10,7 @@
 #include "http/http_error.h"
 #include "record/clip_export.h"
 #include "record/clock_text.h"
+#include "serve/clip_file.h"
 #include "serve/house.h"
 #include "serve/live_responses.h"
 #include "serve/recordings.h"
@@ -110,36 +109,26 @@ private:
     Descriptor file_;
 };
 
-/// Beside the recordings, where there is room for them; those of others may be for reading only.
-std::filesystem::path place_of_clips(const RecordingIndex& index) {
-    const bool ours = ::access(index.folder().c_str(), W_OK) == 0;
-    return ours ? index.folder() : std::filesystem::temp_directory_path();
-}
-
-Response clip(const Request& request, const Recordings& recordings) {
-    static std::atomic<unsigned> number{0};
+Response export_of(const Request& request, const Recordings& recordings) {
     const RecordingIndex& index = *recordings.index();
     const Span span = span_of(request, longest_clip_ms);
     if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
+    const ClipFile clip(index.folder());
     ClipPlan plan;
     plan.folder = index.folder();
     plan.camera = request.number("camera");
     plan.from_ms = span.from_ms;
     plan.to_ms = span.to_ms;
-    plan.output = place_of_clips(index) /
-                  (".clip-" + std::to_string(getpid()) + '-' + std::to_string(++number) + ".mkv");
+    plan.output = clip.path();
     plan.utc = true;
     try {
         export_clip(plan, [&] { return recordings.ended() || request.given_up(); });
     } catch (const Failure& failure) {
         throw HttpError(409, failure.what());
     }
-    Descriptor file(::open(plan.output.c_str(), O_RDONLY | O_CLOEXEC));
-    ::unlink(plan.output.c_str());
-    if (!file) throw HttpError(500, "the clip cannot be read");
     const std::string name =
         "camera-" + std::to_string(plan.camera) + '-' + utc_text(span.from_ms).substr(0, 10);
-    return stream_response("video/x-matroska", std::make_shared<FileResponse>(std::move(file)))
+    return stream_response("video/x-matroska", std::make_shared<FileResponse>(clip.open()))
         .with("Content-Disposition", "attachment; filename=\"" + name + ".mkv\"");
 }
 
@@ -152,6 +141,7 @@ Response recorded(const RecordingIndex& index) {
 
 void add_record_routes(Router& router, House& house, Recordings& recordings) {
     const auto index = recordings.index();
+    if (!index->folder().empty()) remove_left_clips(index->folder());
     const auto add = [&](const char* path, Lane lane, auto handle) {
         router.add("GET", std::string("/api/recordings/{camera}") + path,
                    [&house, index, handle](const Request& request) {
@@ -167,7 +157,7 @@ void add_record_routes(Router& router, House& house, Recordings& recordings) {
     add("/search", Lane::reader, [index](const Request& request) { return search(request, *index); });
     add("/play", Lane::reader, [&recordings](const Request& request) { return play(request, recordings); });
     add("/export", Lane::long_job,
-        [&recordings](const Request& request) { return clip(request, recordings); });
+        [&recordings](const Request& request) { return export_of(request, recordings); });
 }
 
 }  // namespace plendix
