@@ -2,6 +2,7 @@
 #include "device/device.h"
 #include "device/registers.h"
 #include "platform/clock.h"
+#include "platform/descriptor_set.h"
 #include "plugin/Plendix.h"
 
 namespace {
@@ -53,13 +54,13 @@ int CDevice::Set(fd_set& readset, CPassClock& clock) {
         if (!waits) clock.Forget();  // and so may the host
     }
     if (m_Socket == -1) return -1;
-    FD_SET(m_Socket, &readset);
+    AddDescriptor(m_Socket, readset);
     return m_Socket;
 }
 
 bool CDevice::IsSet(const fd_set& readset, CPassClock& clock) {
     if (m_Socket == -1) return false;
-    if (FD_ISSET(m_Socket, &readset)) return Recv() != 0;
+    if (HasDescriptor(m_Socket, readset)) return Recv() != 0;
     if (m_dwSendTime == 0 || clock.Now() - m_dwSendTime <= StallMilliseconds) return false;
     Trace(LogWarning, "%s timeout", m_sAddress.c_str());
     LinkReset();

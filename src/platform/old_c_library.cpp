@@ -1,7 +1,6 @@
 // Only in the library that stands alone: what it would otherwise ask of new C libraries, under the names
 // that the headers and the C++ library's objects ask for (in brackets the first version that has them).
 // Hidden like all but the driver's eight functions: the host does not get them. Any thread.
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,14 +16,6 @@ extern "C" {
 // a thread, and a host has them too.
 extern char __libc_single_threaded;
 char __libc_single_threaded = 0;
-
-[[noreturn]] void __chk_fail() noexcept;
-
-// 2.15. The fortified FD_SET: a descriptor that no set has room for ends the process.
-long __fdelt_chk(long descriptor) {
-    if (descriptor < 0 || descriptor >= FD_SETSIZE) __chk_fail();
-    return descriptor / NFDBITS;
-}
 
 // 2.28. An old kernel (before 3.15) answers ENOSYS.
 int renameat2(int old_folder, const char* old_name, int folder, const char* name, unsigned flags) noexcept {
