@@ -209,9 +209,8 @@ def splits(rows):
 
 def markdown(bench, quick, say):
     rows = measure(bench, quick, say)
-    commit = subprocess.run(["git", "describe", "--always", "--dirty"], capture_output=True, text=True).stdout.strip()
     return "\n".join([
-        f"{datetime.date.today()}, commit {commit}. Instructions of user space.\n",
+        f"{datetime.date.today()}, commit {report.commit()}. Instructions of user space.\n",
         report.table(["machine", "frames", "cameras, all ready", "bare loop: per block", "driver: per block", "ratio",
                       "bare loop: per frame", "driver: per frame", "of that its end", "blocks per pass",
                       "register requests per 1000 blocks", "two runs differ by"], [summary(row) for row in rows]),

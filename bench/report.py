@@ -3,11 +3,20 @@ import datetime
 import os
 import platform
 import re
+import subprocess
 
 
 def table(head, rows):
     lines = [head, ["---"] + ["---:"] * (len(head) - 1)] + rows
     return "\n".join("| " + " | ".join(map(str, line)) + " |" for line in lines) + "\n"
+
+
+def commit():
+    """What is measured; a changed document does not change it."""
+    def git(*words):
+        return subprocess.run(["git", *words], capture_output=True, text=True).stdout.strip()
+    changed = git("status", "--porcelain", "--untracked-files=no", "--", ":/", ":!/docs")
+    return git("describe", "--always") + ("-dirty" if changed else "")
 
 
 def machine(rounds, turn):

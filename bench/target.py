@@ -187,9 +187,8 @@ def memory_rows(bench, quick, say):
 
 
 def markdown(bench, quick, say):
-    commit = subprocess.run(["git", "describe", "--always", "--dirty"], capture_output=True, text=True).stdout.strip()
     return "\n".join([
-        f"{datetime.date.today()}, commit {commit}, load average {os.getloadavg()[1]:.1f} at the beginning.\n",
+        f"{datetime.date.today()}, commit {report.commit()}, load average {os.getloadavg()[1]:.1f} at the beginning.\n",
         "### Wake-ups and system calls per second\n",
         report.table(["cameras", "% of a core", "wake-ups", "system calls", *(f"`{name}`" for name in CALLS), "others"],
                      list(stillness_rows(bench, quick, say))),
