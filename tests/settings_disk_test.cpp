@@ -58,7 +58,7 @@ protected:
 
 TEST_F(SettingsOnDisk, SurviveAFullAndAReadOnlyOne) {
     std::string before = sent;
-    for (const unsigned cameras : {2U, 100U}) {  // fits into the file's last page, or does not
+    for (const int cameras : {2, 100}) {  // fits into the file's last page, or does not
         std::ofstream filler("filler");
         for (int page = 0; page < 16 && filler << std::string(4096, 'x') << std::flush; ++page) {
         }
@@ -116,7 +116,7 @@ TEST_F(SettingsOnDisk, AreWrittenInPlaceWhereTheyCannotBeReplaced) {
 TEST_F(SettingsOnDisk, FollowThePermissionsOfAHostThatIsNotRoot) {
     constexpr uid_t somebody = 65534;
     fs::permissions(folder.name, fs::perms(0755));
-    unsigned cameras = 1;
+    int cameras = 1;
     const struct {
         uid_t owner;  // of the folder; the file is root's
         unsigned folder_mode, file_mode;

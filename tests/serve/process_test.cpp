@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "host/scratch_folder.h"
 #include "record/decode_check.h"
 #include "support/camera_bench.h"
 #include "support/command.h"
@@ -257,10 +258,11 @@ TEST_F(Serve, ViewersCostNoCameraAnythingAndRecordingsPlayWhole) {
     EXPECT_EQ(end(), 0);
     EXPECT_LT(Clock::now() - asked, 5s);
 
-    const char* const left = "kept/.clip-999999999-1.mkv.part-999999999";  // by a server that was killed
-    std::ofstream{left};
+    const ScratchFolder held("kept");  // by a server that runs, and one that was killed
+    std::filesystem::create_directory("kept/.scratch-a1B2c3");
     serve({"--recordings", "kept"});
-    EXPECT_FALSE(std::filesystem::exists(left));
+    EXPECT_TRUE(std::filesystem::exists(held.path()));
+    EXPECT_FALSE(std::filesystem::exists("kept/.scratch-a1B2c3"));
     EXPECT_EQ(get("/api/recordings")["cameras"], (json{1, 2}));
     EXPECT_EQ(ask("GET", "/healthz").status, 200) << "without a camera";
     for (const auto& [path, status] :

@@ -14,21 +14,54 @@ namespace plendix {
 
 namespace fs = std::filesystem;
 
-ScratchFolder::ScratchFolder() {
+namespace {
+
+constexpr const char* name_in_ours = ".scratch-XXXXXX";
+constexpr std::size_t fixed_part = 9;
+
+fs::path system_folder() {
     std::error_code error;
-    const fs::path parent = fs::temp_directory_path(error);
+    const fs::path folder = fs::temp_directory_path(error);
     if (error) throw Failure("TMPDIR is no folder: " + error.message());
-    std::string name = fs::absolute(parent) / "plendix-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr)
+    return folder;
+}
+
+Descriptor open_folder(const fs::path& path) {
+    return Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+bool is_left(const fs::path& path) {
+    if (path.filename().string().compare(0, fixed_part, name_in_ours, fixed_part) != 0) return false;
+    const Descriptor folder = open_folder(path);
+    return folder && flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+}  // namespace
+
+ScratchFolder::ScratchFolder() : ScratchFolder(system_folder(), "plendix-XXXXXX") {}
+
+ScratchFolder::ScratchFolder(const fs::path& parent) : ScratchFolder(parent, name_in_ours) {}
+
+ScratchFolder::ScratchFolder(const fs::path& parent, const char* name) {
+    std::string path = fs::absolute(parent) / name;
+    if (mkdtemp(path.data()) == nullptr)
         throw Failure("cannot make a folder in '" + parent.string() + "': " + error_text(errno));
-    path_ = name;
-    lock_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    path_ = path;
+    lock_ = open_folder(path_);
     if (lock_) flock(lock_.get(), LOCK_SH);
 }
 
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
+}
+
+void ScratchFolder::remove_left(const fs::path& parent) {
+    std::error_code error;
+    for (fs::directory_iterator entry(parent, error), end; !error && entry != end; entry.increment(error)) {
+        std::error_code ignored;
+        if (is_left(entry->path())) fs::remove_all(entry->path(), ignored);
+    }
 }
 
 }  // namespace plendix

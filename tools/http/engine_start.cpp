@@ -52,13 +52,18 @@ void on_connection(void* engine, MHD_Connection* connection, void** context,
         engine_at(engine).closed(static_cast<Connection*>(std::exchange(*context, nullptr)));
 }
 
+/// What ends a stream before its end is cut by us, or has said why.
+bool is_end_of_stream(const std::string& line) {
+    return line.find("application error generating response") != std::string::npos;
+}
+
 void on_trouble(void* engine, const char* format, va_list values) {
     std::array<char, 400> line{};
     std::vsnprintf(line.data(), line.size(), format, values);
     std::string text = printable(line.data());
     while (!text.empty() && text.back() == ' ')
         text.pop_back();
-    engine_at(engine).trouble(text);
+    if (!is_end_of_stream(text)) engine_at(engine).trouble(text);
 }
 
 /// For a thread that is made meanwhile: what main waits for is not for it.

@@ -119,8 +119,8 @@ bool Exchange::send(const Response& response) try {
     queued_ = true;
     if (is_refusal(response.status)) ++parts_.counters.refused;
     if (response.stream) {
-        seat_ =
-            std::make_unique<StreamSeat>(response.stream, connection_, parts_.bell, parts_.counters.bytes);
+        seat_ = std::make_unique<StreamSeat>(response.stream, connection_, parts_.bell, parts_.counters.bytes,
+                                             parts_.options.log);
         ++parts_.counters.open_streams;
     }
     const auto patience = static_cast<unsigned>(response.stream ? 0 : parts_.options.idle_time.count());

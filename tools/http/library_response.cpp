@@ -61,9 +61,10 @@ void ReleaseLibraryResponse::operator()(MHD_Response* response) const {
 }
 
 LibraryResponse library_response(const Response& response, StreamSeat* seat) {
-    LibraryResponse made(seat == nullptr ? with_body(response.body)
-                                         : MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, stream_block,
-                                                                             read_seat, seat, nullptr));
+    const std::uint64_t size = response.stream_size != 0 ? response.stream_size : MHD_SIZE_UNKNOWN;
+    LibraryResponse made(
+        seat == nullptr ? with_body(response.body)
+                        : MHD_create_response_from_callback(size, stream_block, read_seat, seat, nullptr));
     if (!made) throw std::bad_alloc();
     for (const auto& [name, value] : standard_headers)
         add_header(made.get(), name, value);

@@ -6,26 +6,13 @@
 
 #include <cerrno>
 
+#include "host/descriptor.h"
 #include "usage.h"
 
 namespace plendix {
 namespace {
 
 constexpr std::size_t largest_file = 1U << 20U;
-
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0) close(number_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int number() const { return number_; }
-
-private:
-    int number_;
-};
 
 /// Of the file that is open: another cannot take its place in between.
 void require_private(int descriptor, const std::string& path) {
@@ -39,12 +26,12 @@ void require_private(int descriptor, const std::string& path) {
 
 std::string private_text(const std::string& path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.number() < 0) throw UsageError("cannot read " + path + ": " + error_text(errno));
-    require_private(file.number(), path);
+    if (!file) throw UsageError("cannot read " + path + ": " + error_text(errno));
+    require_private(file.get(), path);
     std::string text;
     char buffer[4096];
     ssize_t count = 0;
-    while ((count = read(file.number(), buffer, sizeof buffer)) > 0 && text.size() <= largest_file)
+    while ((count = read(file.get(), buffer, sizeof buffer)) > 0 && text.size() <= largest_file)
         text.append(buffer, static_cast<std::size_t>(count));
     if (count < 0) throw UsageError("cannot read " + path + ": " + error_text(errno));
     if (text.size() > largest_file) throw UsageError(path + " is larger than 1 MiB");

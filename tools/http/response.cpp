@@ -11,11 +11,11 @@ Response& Response::with(const std::string& name, const std::string& value) {
 }
 
 Response bytes_response(const std::string& type, SharedBytes body) {
-    return {200, {{"Content-Type", type}}, std::move(body), nullptr};
+    return {200, {{"Content-Type", type}}, std::move(body), nullptr, 0};
 }
 
 Response stream_response(const std::string& type, std::shared_ptr<Stream> stream) {
-    return {200, {{"Content-Type", type}}, {}, std::move(stream)};
+    return {200, {{"Content-Type", type}}, {}, std::move(stream), 0};
 }
 
 Response text_response(const std::string& text, const std::string& type) {
@@ -34,7 +34,7 @@ Response error_response(int status, const std::string& line) {
 }
 
 Response empty_response() {
-    return {204, {}, {}, nullptr};
+    return {204, {}, {}, nullptr, 0};
 }
 
 Response tagged_response(const Request& request, const std::string& tag, const std::string& type,
@@ -42,7 +42,7 @@ Response tagged_response(const Request& request, const std::string& tag, const s
     const std::string quoted = '"' + tag + '"';
     const std::string known = request.header("If-None-Match").value_or("");
     const bool same = known == "*" || known.find(quoted) != std::string::npos;
-    Response response = same ? Response{304, {}, {}, nullptr} : bytes_response(type, std::move(body));
+    Response response = same ? Response{304, {}, {}, nullptr, 0} : bytes_response(type, std::move(body));
     return response.with("ETag", quoted).with("Cache-Control", "no-cache");
 }
 

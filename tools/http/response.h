@@ -1,6 +1,7 @@
 // What the HTTP server answers. A plain value: any thread may make it.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -16,6 +17,7 @@ struct Response {
     Fields headers;  // beside those that every response has
     SharedBytes body;
     std::shared_ptr<Stream> stream;  // in place of the body
+    std::uint64_t stream_size = 0;   // bytes, where they are known before: else it goes out in chunks
 
     Response& with(const std::string& name, const std::string& value);
 };

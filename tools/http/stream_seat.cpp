@@ -8,8 +8,8 @@
 namespace plendix {
 
 StreamSeat::StreamSeat(std::shared_ptr<Stream> stream, MHD_Connection* connection, Bell& bell,
-                       std::atomic<std::uint64_t>& bytes)
-    : stream_(std::move(stream)), connection_(connection), bell_(bell), bytes_(bytes) {}
+                       std::atomic<std::uint64_t>& bytes, Log log)
+    : stream_(std::move(stream)), connection_(connection), bell_(bell), bytes_(bytes), log_(std::move(log)) {}
 
 StreamSeat::~StreamSeat() {
     {
@@ -44,7 +44,8 @@ ssize_t StreamSeat::read(std::uint8_t* to, std::size_t size) try {
         if (fall_asleep()) return 0;
     }
     return MHD_CONTENT_READER_END_WITH_ERROR;
-} catch (const std::exception&) {
+} catch (const std::exception& error) {
+    if (log_) log_(error.what());
     return MHD_CONTENT_READER_END_WITH_ERROR;
 }
 

@@ -6,7 +6,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "http/bell.h"
 #include "http/stream.h"
@@ -18,9 +20,11 @@ namespace plendix {
 /// The server's thread alone.
 class StreamSeat {
 public:
-    /// What it reads is added to `bytes`.
+    using Log = std::function<void(const std::string& line)>;  // may be empty
+
+    /// What it reads is added to `bytes`; why a stream broke goes to `log`.
     StreamSeat(std::shared_ptr<Stream> stream, MHD_Connection* connection, Bell& bell,
-               std::atomic<std::uint64_t>& bytes);
+               std::atomic<std::uint64_t>& bytes, Log log);
     /// The stream is over, and never touches the connection again.
     ~StreamSeat();
     StreamSeat(const StreamSeat&) = delete;
@@ -40,6 +44,7 @@ private:
     MHD_Connection* connection_;
     Bell& bell_;
     std::atomic<std::uint64_t>& bytes_;
+    Log log_;
     bool cut_ = false;
 };
 

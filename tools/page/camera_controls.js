@@ -38,7 +38,8 @@ export function cameraControls(detail, signal) {
         const {camera} = detail;
         for (const part of element.querySelectorAll("button, input")) part.disabled = !camera;
         if (!camera) return;
-        setText(relay, says[camera.relay] ?? "not known");
+        const asked = detail.relayAsked === null ? "" : ` (${says[detail.relayAsked]} is pending)`;
+        setText(relay, (says[camera.relay] ?? "not known") + asked);
         setText(record, says[camera.recording] ?? "not known");
         if (undo.hidden === !camera.undo) return;
         undo.hidden = !camera.undo;

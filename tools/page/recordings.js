@@ -1,6 +1,7 @@
 // What is kept on disk: a time line for each camera, played from where somebody clicks, searched and cut out.
 import {get} from "./api.js";
-import {button, icon, make, pause, setText} from "./dom.js";
+import {ClipButton} from "./clip_button.js";
+import {button, make, pause, setText} from "./dom.js";
 import {bytesText, dayText, shortClockText, spanText} from "./format.js";
 import {ticks} from "./lanes.js";
 import {RecordedPlayer} from "./recorded_player.js";
@@ -27,17 +28,12 @@ class Recordings {
             (found) => this.lines.get(this.number)?.line.setFound(found),
             (at) => this.playAt(this.number, at)
         );
-        this.export = make(
-            "a",
-            {class: "button", hidden: true, download: true},
-            icon("save"),
-            make("span", {}, "Export")
-        );
+        this.clip = new ClipButton(signal);
         this.player.bar.append(
             this.search.opener,
             button("Mark begin", null, () => this.mark("begin")),
             button("Mark end", null, () => this.mark("end")),
-            this.export
+            this.clip.element
         );
         this.scale = make("div", {class: "scale", "aria-hidden": "true"});
         this.rows = make("div", {class: "timelines"});
@@ -56,6 +52,7 @@ class Recordings {
                 {class: "pictures", "aria-label": "Player"},
                 this.player.stage.element,
                 this.player.bar,
+                this.clip.problem,
                 this.search.bar,
                 this.search.list
             ),
@@ -235,14 +232,7 @@ class Recordings {
 
     showMarked() {
         this.lines.forEach(({line}, number) => line.setMarked(number === this.number ? this.marked : null));
-        this.export.hidden = this.marked === null;
-        if (!this.marked) return;
-        const query = new URLSearchParams({
-            from: new Date(this.marked.begin).toISOString(),
-            to: new Date(this.marked.end).toISOString()
-        });
-        this.export.href = `/api/recordings/${this.number}/export?${query}`;
-        setText(this.export.lastElementChild, `Export ${spanText(this.marked.end - this.marked.begin)}`);
+        this.clip.offer(this.number, this.marked);
     }
 }
 

@@ -134,8 +134,7 @@ void require_one_format(const ClipPlan& plan, const std::vector<Source>& sources
         const std::string after = text_of(before) == text_of(now) ? "other parameter sets" : text_of(now);
         std::string text = "camera " + std::to_string(plan.camera) + " changed from " + text_of(before);
         text.append(" to ").append(after).append(" at ").append(time);
-        text.append(", and a clip has one format: export two files, one with --to ").append(time);
-        throw Failure(text.append(" and one with --from ").append(time));
+        throw Failure(text.append(", and a clip has one format: make one up to then and one from then on"));
     }
 }
 

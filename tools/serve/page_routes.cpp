@@ -9,9 +9,7 @@ Response file_response(const Request& request, const PageFile& file) {
     const std::string_view tag = file.etag.substr(1, file.etag.size() - 2);  // without its quotes
     const SharedBytes bytes{nullptr, reinterpret_cast<const std::uint8_t*>(file.bytes.data()),
                             file.bytes.size()};
-    Response response = tagged_response(request, std::string(tag), std::string(file.type), bytes);
-    response.with("Cache-Control", "no-cache");
-    return response;
+    return tagged_response(request, std::string(tag), std::string(file.type), bytes);
 }
 
 }  // namespace

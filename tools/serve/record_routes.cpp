@@ -1,16 +1,19 @@
 // Recordings: what there is, playing, clips.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "host/clocks.h"
 #include "host/descriptor.h"
 #include "host/event_json.h"
+#include "host/scratch_folder.h"
 #include "http/http_error.h"
 #include "record/clip_export.h"
 #include "record/clock_text.h"
-#include "serve/clip_file.h"
 #include "serve/house.h"
 #include "serve/live_responses.h"
 #include "serve/recordings.h"
@@ -101,7 +104,8 @@ public:
 
     StreamRead read(std::uint8_t* to, std::size_t size) override {
         const ssize_t length = ::read(file_.get(), to, size);
-        if (length <= 0) return {StreamRead::State::end, 0};
+        if (length < 0) throw Failure("cannot read a clip: " + error_text(errno));
+        if (length == 0) return {StreamRead::State::end, 0};
         return {StreamRead::State::bytes, static_cast<std::size_t>(length)};
     }
 
@@ -109,17 +113,31 @@ private:
     Descriptor file_;
 };
 
-Response export_of(const Request& request, const Recordings& recordings) {
+Response file_response(const std::string& type, const std::filesystem::path& path) {
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) throw Failure("cannot read a clip: " + error_text(errno));
+    Response response = stream_response(type, std::make_shared<FileResponse>(std::move(file)));
+    response.stream_size = static_cast<std::uint64_t>(status.st_size);
+    return response;
+}
+
+/// Beside the recordings, where there is room for clips; those of others may be for reading only.
+ScratchFolder place_of_clips(const std::filesystem::path& recordings) {
+    return ::access(recordings.c_str(), W_OK) == 0 ? ScratchFolder(recordings) : ScratchFolder();
+}
+
+Response clip(const Request& request, const Recordings& recordings) {
     const RecordingIndex& index = *recordings.index();
     const Span span = span_of(request, longest_clip_ms);
     if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
-    const ClipFile clip(index.folder());
+    const ScratchFolder place = place_of_clips(index.folder());
     ClipPlan plan;
     plan.folder = index.folder();
     plan.camera = request.number("camera");
     plan.from_ms = span.from_ms;
     plan.to_ms = span.to_ms;
-    plan.output = clip.path();
+    plan.output = place.path() / "clip.mkv";
     plan.utc = true;
     try {
         export_clip(plan, [&] { return recordings.ended() || request.given_up(); });
@@ -128,7 +146,7 @@ Response export_of(const Request& request, const Recordings& recordings) {
     }
     const std::string name =
         "camera-" + std::to_string(plan.camera) + '-' + utc_text(span.from_ms).substr(0, 10);
-    return stream_response("video/x-matroska", std::make_shared<FileResponse>(clip.open()))
+    return file_response("video/x-matroska", plan.output)
         .with("Content-Disposition", "attachment; filename=\"" + name + ".mkv\"");
 }
 
@@ -141,7 +159,7 @@ Response recorded(const RecordingIndex& index) {
 
 void add_record_routes(Router& router, House& house, Recordings& recordings) {
     const auto index = recordings.index();
-    if (!index->folder().empty()) remove_left_clips(index->folder());
+    if (!index->folder().empty()) ScratchFolder::remove_left(index->folder());
     const auto add = [&](const char* path, Lane lane, auto handle) {
         router.add("GET", std::string("/api/recordings/{camera}") + path,
                    [&house, index, handle](const Request& request) {
@@ -157,7 +175,7 @@ void add_record_routes(Router& router, House& house, Recordings& recordings) {
     add("/search", Lane::reader, [index](const Request& request) { return search(request, *index); });
     add("/play", Lane::reader, [&recordings](const Request& request) { return play(request, recordings); });
     add("/export", Lane::long_job,
-        [&recordings](const Request& request) { return export_of(request, recordings); });
+        [&recordings](const Request& request) { return clip(request, recordings); });
 }
 
 }  // namespace plendix
