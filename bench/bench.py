@@ -102,6 +102,32 @@ def peers(bench, camera_core):
             for name, turns in values.items()]
 
 
+def manners(bench):
+    """One camera and one core: what a time limit and a connected socket do to the bare loop."""
+    picture = PICTURES[2]
+    bench.camera_core = CLIENT_CORE
+    cameras = bench.picture_cameras(picture, 1)
+    bench.camera_core = CAMERA_CORE
+    driver = Driver(bench, picture.channel, 1)
+    driver.wait_for("streaming")
+    driver.stop()
+    contenders = [("bare loop", Floor(bench, picture, 1))]
+    for name, manner in (("with a time limit", "timed"), ("with a connected socket", "connected"),
+                         ("with both", "timed-connected")):
+        contenders[-1][1].stop()
+        contenders.append((name, Floor(bench, picture, 1, manner)))
+    contenders[-1][1].stop()
+    contenders.append(("driver", driver))
+    turns = [[contender.turn(picture, TURN / 2)[0] for _, contender in contenders] for _ in range(3 * ROUNDS)]
+    for _, contender in contenders:
+        contender.end()
+    cameras.terminate()
+    cameras.wait()
+    say("manners of the bare loop")
+    return [(name, Spread(costs), Spread([cost / turn[0] for cost, turn in zip(costs, turns)]))
+            for (name, _), costs in zip(contenders, zip(*turns))]
+
+
 def start_up(bench):
     """CPU from the configuration document to all cameras streaming one picture a second."""
     rows = []
@@ -192,7 +218,7 @@ def main():
                 report.update(f"{ROOT}/docs/performance.md", text, part.__name__)
             return
     results = {"streams": streams(bench), "peers": peers(bench, CLIENT_CORE),
-               "peers_apart": peers(bench, CAMERA_CORE), "start_up": start_up(bench),
+               "peers_apart": peers(bench, CAMERA_CORE), "manners": manners(bench), "start_up": start_up(bench),
                "idle": idle(bench), "latency": latency(bench), "micro": micro(bench)}
     text = report.markdown(results, ROUNDS, TURN)
     print(text)

@@ -195,7 +195,9 @@ def per(counter, number):
 
 
 def splits(rows):
-    """Tables by function: of each machine's blocks by cameras, and of a frame's end by machine."""
+    """Tables by function: of each machine's blocks by cameras, and with 16 of them the end of a JPEG frame and the
+    blocks of H.264 by machine."""
+    others = [row for row in rows if row["picture"].codec != "JPEG" and row["count"] == 16]
     rows = [row for row in rows if row["picture"].codec == "JPEG"]
     for machine in dict.fromkeys(row["machine"] for row in rows):
         some = [row for row in rows if row["machine"] == machine]
@@ -205,6 +207,9 @@ def splits(rows):
     some = [row for row in rows if row["count"] == 16]
     yield report.table(["the end of a JPEG frame, 16 cameras: function", *(row["machine"] for row in some)],
                        list(split(some, lambda row: per(row["driver"].frame_end, row["driver"].frames))))
+    if others:
+        yield report.table(["driver, H.264, 16 cameras: function", *(row["machine"] for row in others)],
+                           list(split(others, lambda row: per(row["driver"].functions, row["driver"].blocks))))
 
 
 def markdown(bench, quick, say):

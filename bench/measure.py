@@ -183,8 +183,8 @@ class Contender:
 
 
 class Floor(Contender):
-    def __init__(self, bench, picture, count):
-        super().__init__([f"{bench.build}/bench/floor_client", FIRST_ADDRESS, str(count), picture.name])
+    def __init__(self, bench, picture, count, *manner):
+        super().__init__([f"{bench.build}/bench/floor_client", FIRST_ADDRESS, str(count), picture.name, *manner])
 
 
 class Driver(Contender):

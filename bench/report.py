@@ -47,6 +47,9 @@ def markdown(results, rounds, turn):
               [[name, cost.text(), rate.text(0), cost_apart.text(), rate_apart.text(0)]
                for (name, cost, rate), (_, cost_apart, rate_apart) in
                zip(results["peers"], results["peers_apart"])]),
+        "### The bare loop in other manners, one camera, the largest JPEG frame, one core\n",
+        table(["client", "µs/block", "ratio to the bare loop"],
+              [[name, cost.text(), ratio.text()] for name, cost, ratio in results["manners"]]),
         "### Start-up, from the configuration document to all cameras streaming\n",
         table(["answers", "cameras", "CPU ms", "CPU ms per camera", "configuration documents", "seconds"],
               [[label, cameras, cpu.text(0), f"{cpu.median / cameras:.2f}", documents.text(0), wall.text()]
