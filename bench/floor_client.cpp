@@ -1,8 +1,9 @@
 // The least that a client of this protocol can do: select, and for each block recvfrom, sendto and
 // one memcpy into a picture's buffer. Fetches one file over and over from a row of cameras.
 // Usage: floor_client FIRST-ADDRESS COUNT NAME [timed | connected | timed-connected]
-// What others do besides: "timed" gives select a limit of 20 ms, "connected" connects the socket to where the
-// first answer of a transfer came from, which the kernel rewards and which lets no other sender through.
+// What others do besides: "timed" gives select a limit of 20 ms; "connected" connects the socket to where the
+// first answer of a transfer came from and asks for no sender any more, so the kernel need not look for the
+// way.
 #include <arpa/inet.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -24,8 +25,15 @@ constexpr std::size_t header_size = 4;
 struct Camera {
     int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in peer{};
+    bool connected = false;
     std::unique_ptr<char, void (*)(void*)> picture{static_cast<char*>(std::malloc(picture_size)), std::free};
 };
+
+[[noreturn]] void give_up(const char* call) {
+    std::fprintf(stderr, "floor_client: ");
+    std::perror(call);
+    std::exit(1);
+}
 
 sockaddr* address_of(Camera& camera) {
     return reinterpret_cast<sockaddr*>(&camera.peer);
@@ -34,16 +42,16 @@ sockaddr* address_of(Camera& camera) {
 template <bool connected = false>
 void send(Camera& camera, const char* data, std::size_t size) {
     sockaddr* const to = connected ? nullptr : address_of(camera);
-    if (sendto(camera.descriptor, data, size, 0, to, connected ? 0 : sizeof(camera.peer)) < 0) {
-        std::perror("floor_client: sendto");
-        std::exit(1);
-    }
+    if (sendto(camera.descriptor, data, size, 0, to, connected ? 0 : sizeof(camera.peer)) < 0)
+        give_up("sendto");
 }
 
 void set_connected(Camera& camera, bool connected) {
     sockaddr nowhere{};
     nowhere.sa_family = AF_UNSPEC;
-    connect(camera.descriptor, connected ? address_of(camera) : &nowhere, sizeof(camera.peer));
+    const sockaddr* const to = connected ? address_of(camera) : &nowhere;
+    if (connect(camera.descriptor, to, sizeof(camera.peer)) != 0) give_up("connect");
+    camera.connected = connected;
 }
 
 void request(Camera& camera, const std::string& packet) {
@@ -55,7 +63,9 @@ template <bool connected>
 void serve(Camera& camera, const std::string& packet) {
     char data[65536];
     socklen_t length = sizeof(camera.peer);
-    const ssize_t received = recvfrom(camera.descriptor, data, sizeof(data), 0, address_of(camera), &length);
+    const bool known = connected && camera.connected;
+    const ssize_t received = recvfrom(camera.descriptor, data, sizeof(data), 0,
+                                      known ? nullptr : address_of(camera), known ? nullptr : &length);
     if (received < static_cast<ssize_t>(header_size)) return;
     const bool block = data[1] == 3;
     if (connected && !block) set_connected(camera, true);
@@ -108,8 +118,10 @@ int main(int count, char** values) {
         all[i].peer.sin_addr.s_addr = htonl(ntohl(first.s_addr) + static_cast<std::uint32_t>(i));
     }
     const std::string manner = count == 5 ? values[4] : "";
+    if (manner.empty()) run<false, false>(all, packet);
     if (manner == "timed") run<true, false>(all, packet);
     if (manner == "connected") run<false, true>(all, packet);
     if (manner == "timed-connected") run<true, true>(all, packet);
-    run<false, false>(all, packet);
+    std::fprintf(stderr, "floor_client: '%s' is not timed, connected or timed-connected\n", manner.c_str());
+    return 2;
 }

@@ -21,7 +21,7 @@ constexpr std::size_t fixed_part = 9;
 
 fs::path system_folder() {
     std::error_code error;
-    const fs::path folder = fs::temp_directory_path(error);
+    fs::path folder = fs::temp_directory_path(error);
     if (error) throw Failure("TMPDIR is no folder: " + error.message());
     return folder;
 }
