@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/frame.h"
 
@@ -52,5 +53,8 @@ struct CameraState {
     std::uint64_t connections = 0;  // beginnings of video
     std::uint64_t reconnections() const { return connections > 1 ? connections - 1 : 0; }
 };
+
+/// "25 of 30 cameras live"
+std::string live_of(const std::vector<CameraState>& cameras);
 
 }  // namespace plendix

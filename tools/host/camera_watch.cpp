@@ -1,5 +1,7 @@
 #include "host/camera_watch.h"
 
+#include <algorithm>
+
 namespace plendix {
 namespace {
 
@@ -40,6 +42,13 @@ const char* condition_name(CameraCondition condition) {
             return "refused";
     }
     return "";
+}
+
+std::string live_of(const std::vector<CameraState>& cameras) {
+    const auto live = std::count_if(cameras.begin(), cameras.end(), [](const CameraState& camera) {
+        return camera.condition == CameraCondition::live;
+    });
+    return std::to_string(live) + " of " + std::to_string(cameras.size()) + " cameras live";
 }
 
 /// What was known before it was switched off is no word on how it is now.

@@ -66,10 +66,13 @@ ServiceNotice::~ServiceNotice() {
 }
 
 void ServiceNotice::ready(const std::string& status) {
+    status_ = status;
     send("READY=1\nSTATUS=" + one_line(status), 0);
 }
 
 void ServiceNotice::status(const std::string& text) {
+    if (text == status_) return;
+    status_ = text;
     send("STATUS=" + one_line(text), MSG_DONTWAIT);
 }
 

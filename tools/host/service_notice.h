@@ -18,11 +18,12 @@ public:
     ServiceNotice(const ServiceNotice&) = delete;
     ServiceNotice& operator=(const ServiceNotice&) = delete;
 
-    /// The service works: at its start, and after each `reloading`.
+    /// The service works, with what `systemctl status` shows of it: one line.
     void ready(const std::string& status);
-    /// What `systemctl status` shows, one line.
+    /// What it shows from now on; as often as one likes.
     void status(const std::string& text);
     void reloading();
+    void reloaded() { ready(status_); }
     void stopping();
 
     /// Feeds the watchdog, a third of its time apart, where the driver made a pass since it was
@@ -37,6 +38,7 @@ private:
     std::string address_;  // bytes of a sockaddr_un's path; an abstract one begins with 0
     int socket_ = -1;
     std::chrono::microseconds watchdog_{0};
+    std::string status_;  // as told last
     bool passed_ = false;
     Time fed_{};
 };

@@ -54,14 +54,6 @@ std::string difference(const std::vector<CameraSettings>& before, const std::vec
            std::to_string(left.size()) + " removed";
 }
 
-/// "25 of 30 cameras live"
-std::string summary(const std::vector<CameraState>& cameras) {
-    const auto live = std::count_if(cameras.begin(), cameras.end(), [](const CameraState& camera) {
-        return camera.condition == CameraCondition::live;
-    });
-    return std::to_string(live) + " of " + std::to_string(cameras.size()) + " cameras live";
-}
-
 /// Everything between the opening of the plug-in and its end.
 class Run {
 public:
@@ -144,8 +136,7 @@ private:
         session_.ask_for_life();
         notice_.alive_if(session_.last_call() > last_call_, now);
         last_call_ = session_.last_call();
-        const std::string text = summary(cameras);
-        if (text != status_) notice_.status(status_ = text);
+        notice_.status(live_of(cameras));
     }
 
     void reload() {
@@ -158,7 +149,7 @@ private:
         } catch (const std::exception& error) {
             screen_.say(std::string("configuration not changed: ") + error.what());
         }
-        notice_.ready(status_);
+        notice_.reloaded();
     }
 
     std::optional<Ending> finish() {
@@ -186,7 +177,6 @@ private:
     Clock::time_point last_call_;
     Clock::time_point next_loss_;
     std::uint64_t lost_told_ = 0;  // documents
-    std::string status_;
     std::vector<CameraSettings> cameras_ = plan_.cameras;
 };
 

@@ -121,7 +121,10 @@ void House::loop(StopSignals& signals, OutputToFile& driver_log, ServiceNotice& 
         if (signals.take_reload()) reload();
         save_changes();
         say_lines();
-        if (now >= next_look_) look(now);
+        if (now >= next_look_) {
+            look(now);
+            notice.status(live_of(session_.states()));
+        }
         const Clock::rep called = session_.last_call().time_since_epoch().count();
         notice.alive_if(called > last_call_, now);
         if (called > last_call_) last_call_ = called;
