@@ -52,9 +52,12 @@ void on_connection(void* engine, MHD_Connection* connection, void** context,
         engine_at(engine).closed(static_cast<Connection*>(std::exchange(*context, nullptr)));
 }
 
-/// What ends a stream before its end is cut by us, or has said why.
-bool is_end_of_stream(const std::string& line) {
-    return line.find("application error generating response") != std::string::npos;
+/// Clients leave as they like, and a stream that ends early is cut by us or has said why.
+bool is_daily_life(const std::string& line) {
+    for (const char* known : {"application error generating response",
+                              "application reported error generating data", "Failed to send"})
+        if (line.find(known) != std::string::npos) return true;
+    return false;
 }
 
 void on_trouble(void* engine, const char* format, va_list values) {
@@ -63,7 +66,7 @@ void on_trouble(void* engine, const char* format, va_list values) {
     std::string text = printable(line.data());
     while (!text.empty() && text.back() == ' ')
         text.pop_back();
-    if (!is_end_of_stream(text)) engine_at(engine).trouble(text);
+    if (!is_daily_life(text)) engine_at(engine).trouble(text);
 }
 
 /// For a thread that is made meanwhile: what main waits for is not for it.
