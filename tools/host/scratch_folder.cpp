@@ -30,10 +30,12 @@ Descriptor open_folder(const fs::path& path) {
     return Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-bool is_left(const fs::path& path) {
-    if (path.filename().string().compare(0, fixed_part, name_in_ours, fixed_part) != 0) return false;
+void remove_if_left(const fs::path& path) {
+    if (path.filename().string().compare(0, fixed_part, name_in_ours, fixed_part) != 0) return;
     const Descriptor folder = open_folder(path);
-    return folder && flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
+    if (!folder || flock(folder.get(), LOCK_EX | LOCK_NB) != 0) return;
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
 }
 
 }  // namespace
@@ -43,12 +45,14 @@ ScratchFolder::ScratchFolder() : ScratchFolder(system_folder(), "plendix-XXXXXX"
 ScratchFolder::ScratchFolder(const fs::path& parent) : ScratchFolder(parent, name_in_ours) {}
 
 ScratchFolder::ScratchFolder(const fs::path& parent, const char* name) {
-    std::string path = fs::absolute(parent) / name;
-    if (mkdtemp(path.data()) == nullptr)
-        throw Failure("cannot make a folder in '" + parent.string() + "': " + error_text(errno));
-    path_ = path;
-    lock_ = open_folder(path_);
-    if (lock_) flock(lock_.get(), LOCK_SH);
+    do {  // until nobody has tidied it away before it was locked
+        std::string path = fs::absolute(parent) / name;
+        if (mkdtemp(path.data()) == nullptr)
+            throw Failure("cannot make a folder in '" + parent.string() + "': " + error_text(errno));
+        path_ = path;
+        lock_ = open_folder(path_);
+        if (lock_) flock(lock_.get(), LOCK_SH);
+    } while (lock_ && !leads_to(path_, lock_.get()));
 }
 
 ScratchFolder::~ScratchFolder() {
@@ -59,8 +63,7 @@ ScratchFolder::~ScratchFolder() {
 void ScratchFolder::remove_left(const fs::path& parent) {
     std::error_code error;
     for (fs::directory_iterator entry(parent, error), end; !error && entry != end; entry.increment(error)) {
-        std::error_code ignored;
-        if (is_left(entry->path())) fs::remove_all(entry->path(), ignored);
+        remove_if_left(entry->path());
     }
 }
 
