@@ -218,11 +218,12 @@ private:
     Clip clip_;
 };
 
-}  // namespace
+struct Parts {
+    std::vector<Source> sources;
+    std::int64_t key_ms = 0;  // of the picture in the first that a clip begins with
+};
 
-Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped) {
-    require_outside(plan);
-    const TemporaryOutput output(plan);
+Parts parts_of(const ClipPlan& plan) {
     std::vector<Source> sources = sources_of(plan);
     std::optional<std::int64_t> key_ms;
     while (!sources.empty() && !(key_ms = first_key(sources.front(), plan.from_ms, plan.to_ms)))
@@ -232,9 +233,22 @@ Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped) {
                       moment_text(plan.from_ms, plan.utc) + " to " + moment_text(plan.to_ms, plan.utc) +
                       " in '" + plan.folder.string() + "'");
     require_one_format(plan, sources);
+    return {std::move(sources), *key_ms};
+}
+
+}  // namespace
+
+void check_clip(const ClipPlan& plan) {
+    parts_of(plan);
+}
+
+Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped) {
+    require_outside(plan);
+    const TemporaryOutput output(plan);
+    const auto [sources, key_ms] = parts_of(plan);
     ClipWriter writer(plan, output.path(), stopped);
     for (const Source& source : sources)
-        writer.copy(source, &source == &sources.front() ? *key_ms : plan.from_ms);
+        writer.copy(source, &source == &sources.front() ? key_ms : plan.from_ms);
     const Clip clip = writer.close();
     output.keep();
     return clip;

@@ -29,4 +29,7 @@ struct Clip {
 /// exists.
 Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped);
 
+/// Throws Failure where export_clip would, but for what happens while it writes. The output is not looked at.
+void check_clip(const ClipPlan& plan);
+
 }  // namespace plendix

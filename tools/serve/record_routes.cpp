@@ -11,6 +11,7 @@
 #include "host/descriptor.h"
 #include "host/event_json.h"
 #include "host/scratch_folder.h"
+#include "host/write_failure.h"
 #include "http/http_error.h"
 #include "record/clip_export.h"
 #include "record/clock_text.h"
@@ -127,20 +128,31 @@ ScratchFolder place_of_clips(const std::filesystem::path& recordings) {
     return ::access(recordings.c_str(), W_OK) == 0 ? ScratchFolder(recordings) : ScratchFolder();
 }
 
+/// Whether there would be a clip, for those who cannot see why a download fails.
+Response checked(const ClipPlan& plan) try {
+    check_clip(plan);
+    return empty_response();
+} catch (const Failure& failure) {
+    throw HttpError(409, failure.what());
+}
+
 Response clip(const Request& request, const Recordings& recordings) {
     const RecordingIndex& index = *recordings.index();
     const Span span = span_of(request, longest_clip_ms);
     if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
-    const ScratchFolder place = place_of_clips(index.folder());
     ClipPlan plan;
     plan.folder = index.folder();
     plan.camera = request.number("camera");
     plan.from_ms = span.from_ms;
     plan.to_ms = span.to_ms;
-    plan.output = place.path() / "clip.mkv";
     plan.utc = true;
+    if (request.asked("check").value_or("0") == "1") return checked(plan);
+    const ScratchFolder place = place_of_clips(index.folder());
+    plan.output = place.path() / "clip.mkv";
     try {
         export_clip(plan, [&] { return recordings.ended() || request.given_up(); });
+    } catch (const WriteFailure& failure) {
+        throw HttpError(507, failure.what());
     } catch (const Failure& failure) {
         throw HttpError(409, failure.what());
     }
