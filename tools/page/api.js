@@ -23,7 +23,7 @@ async function errorOf(response) {
     return new ApiError(response.status, body?.error ?? `the server answered ${response.status}`);
 }
 
-async function request(path, options) {
+async function ask(path, options) {
     let response;
     try {
         response = await fetch(path, {cache: "no-store", credentials: "same-origin", ...options});
@@ -36,26 +36,11 @@ async function request(path, options) {
         if (path !== "/api/login") requireLogin(response.status);
         throw await errorOf(response);
     }
-    return response;
-}
-
-async function ask(path, options) {
-    const text = await (await request(path, options)).text();
+    const text = await response.text();
     return text === "" ? null : JSON.parse(text);
 }
 
 export const get = (path, signal) => ask(path, {signal});
-
-/// What is whole only: throws where the transfer breaks off.
-export async function getBlob(path, signal) {
-    const response = await request(path, {signal});
-    try {
-        return await response.blob();
-    } catch (error) {
-        if (error.name === "AbortError") throw error;
-        throw new ApiError(0, "the transfer broke off");
-    }
-}
 
 function change(method, path, body = {}) {
     const headers = {"Content-Type": "application/json", "X-Plendix": "1"};

@@ -4,12 +4,12 @@ import {button, icon, make, setText} from "./dom.js";
 
 const says = {true: "on", false: "off"};
 
-/// Calls `act`, and shows why it did not work.
+/// Calls `act`, and shows why it did not work, or what it has to say.
 function guarded(problem, act) {
     return async () => {
         setText(problem, "");
         try {
-            await act();
+            setText(problem, (await act()) ?? "");
         } catch (error) {
             setText(problem, `Not done: ${error.message}`);
         }
@@ -30,16 +30,20 @@ export function cameraControls(detail, signal) {
     const record = make("span", {class: "value"});
     const undo = make("div", {class: "undo", role: "alert", hidden: true});
 
+    const switchRelay = async (on, length) => {
+        await detail.relay(on, length);
+        if (detail.camera?.state === "live") return "";
+        return "The camera is not reached just now: its relay is switched when it is.";
+    };
     const pulse = () => {
         if (!seconds.reportValidity()) return null;
-        return detail.relay(true, Number(seconds.value));
+        return switchRelay(true, Number(seconds.value));
     };
     const show = () => {
         const {camera} = detail;
         for (const part of element.querySelectorAll("button, input")) part.disabled = !camera;
         if (!camera) return;
-        const asked = detail.relayAsked === null ? "" : ` (${says[detail.relayAsked]} is pending)`;
-        setText(relay, (says[camera.relay] ?? "not known") + asked);
+        setText(relay, says[camera.relay] ?? "not known");
         setText(record, says[camera.recording] ?? "not known");
         if (undo.hidden === !camera.undo) return;
         undo.hidden = !camera.undo;
@@ -68,13 +72,13 @@ export function cameraControls(detail, signal) {
             button(
                 "On",
                 null,
-                run(() => detail.relay(true)),
+                run(() => switchRelay(true)),
                 {"aria-label": "Relay on"}
             ),
             button(
                 "Off",
                 null,
-                run(() => detail.relay(false)),
+                run(() => switchRelay(false)),
                 {"aria-label": "Relay off"}
             ),
             make(

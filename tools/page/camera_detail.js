@@ -16,7 +16,6 @@ export class CameraDetail extends EventTarget {
         this.loading = false;
         this.again = false;
         this.changes = 0; // sent: an answer asked for before one of them is older than it
-        this.relayAsked = null; // on or off, until the driver has reported it
         this.problem = "";
         store.addEventListener(
             "cameras",
@@ -47,7 +46,6 @@ export class CameraDetail extends EventTarget {
     merge(camera) {
         if (!camera) return;
         this.camera = {...this.camera, ...camera};
-        if (this.camera.relay === this.relayAsked) this.relayAsked = null;
         this.dispatchEvent(new Event("change"));
     }
 
@@ -94,8 +92,6 @@ export class CameraDetail extends EventTarget {
 
     async relay(on, seconds) {
         await post(`${this.path}/relay`, seconds ? {on, seconds} : {on});
-        this.relayAsked = on;
-        this.merge(this.camera);
     }
 
     async record(on) {

@@ -1,17 +1,15 @@
-// Saves the marked part of a recording as a file.
-import {getBlob} from "./api.js";
+// Saves the marked part of a recording as a file: the browser fetches it, like any download.
+import {get} from "./api.js";
 import {button, make, setText} from "./dom.js";
 import {spanText} from "./format.js";
 
 const longest = 3600000; // ms: the server makes none that is longer
-const download = 60000; // ms until the browser has surely taken what it is given
 
 export class ClipButton {
     constructor(signal) {
         this.signal = signal;
         this.number = 0;
         this.span = null; // {begin, end}
-        this.busy = false;
         this.element = button("Export", "save", () => this.save(), {hidden: true});
         this.problem = make("p", {class: "problem", role: "alert"});
     }
@@ -20,39 +18,22 @@ export class ClipButton {
         this.number = number;
         this.span = span;
         this.element.hidden = span === null;
+        if (span) setText(this.element.lastElementChild, `Export ${spanText(span.end - span.begin)}`);
         const long = span !== null && span.end - span.begin > longest;
+        this.element.disabled = long;
         setText(this.problem, long ? "A clip is an hour at most: mark a shorter time." : "");
-        this.element.disabled = long || this.busy;
-        if (!this.busy && span) this.tell(`Export ${spanText(span.end - span.begin)}`);
     }
 
-    tell(text) {
-        setText(this.element.lastElementChild, text);
-    }
-
+    /// A download that fails tells nobody why: so first whether there is a clip at all.
     async save() {
         const {number, span} = this;
-        this.busy = true;
-        this.element.disabled = true;
-        this.tell("Exporting…");
         const [from, to] = [span.begin, span.end].map((time) => new Date(time).toISOString());
-        let problem = "";
+        const path = `/api/recordings/${number}/export?${new URLSearchParams({from, to})}`;
         try {
-            const query = new URLSearchParams({from, to});
-            const clip = await getBlob(`/api/recordings/${number}/export?${query}`, this.signal);
-            this.keep(clip, `camera-${number}-${from.slice(0, 19).replaceAll(":", "-")}.mkv`);
+            await get(`${path}&check=1`, this.signal);
+            make("a", {href: path, download: ""}).click();
         } catch (error) {
-            if (this.signal.aborted) return;
-            problem = `Not exported: ${error.message}`;
+            if (this.span === span) setText(this.problem, `Not exported: ${error.message}`);
         }
-        this.busy = false;
-        this.offer(this.number, this.span);
-        if (problem) setText(this.problem, problem);
-    }
-
-    keep(clip, name) {
-        const url = URL.createObjectURL(clip);
-        make("a", {href: url, download: name}).click();
-        setTimeout(() => URL.revokeObjectURL(url), download);
     }
 }
