@@ -1,4 +1,5 @@
 // What the driver does about faults, that both sides count the same, when they come, what repeats them.
+#include <deque>
 #include <sstream>
 
 #include "driver_bench.h"
@@ -145,9 +146,10 @@ TEST_F(Faults, AreRepeatedByTheSeedWhateverOtherCamerasDo) {
         behaviour.faults = parse_faults("corrupt=10%,duplicate=1%,wrong-block=1%");
         start({}, cameras, behaviour);
         std::vector<Bytes> seen;
+        std::deque<TftpClient> clients;  // one port each: a camera goes on where a client was
         for (std::size_t i = 0; i < 8 * cameras; ++i) {
             const std::size_t number = i % cameras + 1;
-            const Reply reply = TftpClient(own_address(number)).fetch("image?res=half;quality=8;");
+            const Reply reply = clients.emplace_back(own_address(number)).fetch("image?res=half;quality=8;");
             if (number == watched) seen.push_back(reply.payload);  // without the MAC address
         }
         return seen;
