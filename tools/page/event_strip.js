@@ -19,7 +19,10 @@ const titles = {
 
 /// Whether something begins or ends with this event, and which lane it is in; null: no lane.
 function change(event) {
-    if (event.kind === "state") return {lane: "trouble", on: event.values.state !== "live"};
+    if (event.kind === "state") {
+        const {state} = event.values; // without it the event tells why, of the state that is known
+        return state ? {lane: "trouble", on: state !== "live"} : null;
+    }
     if (event.kind === "connection") return {lane: "trouble", on: !event.values.connected};
     return kinds.includes(event.kind) ? {lane: event.kind, on: event.values.active === true} : null;
 }
@@ -57,7 +60,7 @@ const stateWords = {
 };
 
 export function wordsOf({kind, values}) {
-    if (kind === "state") return stateWords[values.state] ?? String(values.state);
+    if (kind === "state") return stateWords[values.state] ?? values.state ?? values.diagnosis;
     if (kind === "connection") return values.connected ? "video begins" : "video ends";
     if (kind === "clock") return "the clock was set";
     if (kind === "storage")
