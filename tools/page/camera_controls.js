@@ -16,6 +16,14 @@ function guarded(problem, act) {
     };
 }
 
+/// What keeps the relay from being switched; "" where nothing does.
+function relayDoubt(state, length) {
+    if (state === "off" || state === "refused") return "The camera is not in use: its relay was not switched.";
+    if (state !== "connecting") return "";
+    const later = length ? `only if it is within ${length} s` : "when it is";
+    return `The camera is not reached just now: its relay is switched ${later}.`;
+}
+
 export function cameraControls(detail, signal) {
     const problem = make("p", {class: "problem", role: "alert"});
     const run = (act) => guarded(problem, act);
@@ -30,10 +38,11 @@ export function cameraControls(detail, signal) {
     const record = make("span", {class: "value"});
     const undo = make("div", {class: "undo", role: "alert", hidden: true});
 
+    let doubt = "";
     const switchRelay = async (on, length) => {
         await detail.relay(on, length);
-        if (detail.camera?.state === "live") return "";
-        return "The camera is not reached just now: its relay is switched when it is.";
+        doubt = relayDoubt(detail.camera?.state, length);
+        return doubt;
     };
     const pulse = () => {
         if (!seconds.reportValidity()) return null;
@@ -43,6 +52,7 @@ export function cameraControls(detail, signal) {
         const {camera} = detail;
         for (const part of element.querySelectorAll("button, input")) part.disabled = !camera;
         if (!camera) return;
+        if (camera.state === "live" && problem.textContent === doubt) setText(problem, "");
         setText(relay, says[camera.relay] ?? "not known");
         setText(record, says[camera.recording] ?? "not known");
         if (undo.hidden === !camera.undo) return;
