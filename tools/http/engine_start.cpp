@@ -54,8 +54,9 @@ void on_connection(void* engine, MHD_Connection* connection, void** context,
 
 /// Clients leave as they like, and a stream that ends early is cut by us or has said why.
 bool is_daily_life(const std::string& line) {
-    for (const char* known : {"application error generating response",
-                              "application reported error generating data", "Failed to send"})
+    for (const char* known :
+         {"application error generating response", "application reported error generating data",
+          "Failed to send", "closed by remote side", "disconnected when reading"})
         if (line.find(known) != std::string::npos) return true;
     return false;
 }
