@@ -57,6 +57,7 @@ REQUESTS = [
     ("GET /api/recordings/{camera}/export", "/api/recordings/1/export?" + LATELY + "2020-01-01T00:30:00Z",
      None, 409),
     ("GET /api/recordings/{camera}/export", "/api/recordings/1/export?from=@begin&to=@end", None, 200),
+    ("GET /api/recordings/{camera}/export/check", "/api/recordings/1/export/check?from=@begin&to=@end", None, 204),
     ("GET /camera/{camera}.jpg", "/camera/1.jpg", None, 200),
     ("GET /camera/{camera}.jpg", "/camera/2.jpg?width=160", None, 200),
     ("GET /camera/{camera}.mjpeg", "/camera/1.mjpeg", None, 200),

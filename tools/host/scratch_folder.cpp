@@ -8,6 +8,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/write_failure.h"
 #include "usage.h"
 
 namespace plendix {
@@ -47,12 +48,11 @@ ScratchFolder::ScratchFolder(const fs::path& parent) : ScratchFolder(parent, nam
 ScratchFolder::ScratchFolder(const fs::path& parent, const char* name) {
     do {  // until nobody has tidied it away before it was locked
         std::string path = fs::absolute(parent) / name;
-        if (mkdtemp(path.data()) == nullptr)
-            throw Failure("cannot make a folder in '" + parent.string() + "': " + error_text(errno));
+        if (mkdtemp(path.data()) == nullptr) throw WriteFailure(parent, errno);
         path_ = path;
         lock_ = open_folder(path_);
         if (lock_) flock(lock_.get(), LOCK_SH);
-    } while (lock_ && !leads_to(path_, lock_.get()));
+    } while (lock_ ? !leads_to(path_, lock_.get()) : !fs::exists(path_));
 }
 
 ScratchFolder::~ScratchFolder() {
@@ -62,9 +62,8 @@ ScratchFolder::~ScratchFolder() {
 
 void ScratchFolder::remove_left(const fs::path& parent) {
     std::error_code error;
-    for (fs::directory_iterator entry(parent, error), end; !error && entry != end; entry.increment(error)) {
+    for (fs::directory_iterator entry(parent, error), end; !error && entry != end; entry.increment(error))
         remove_if_left(entry->path());
-    }
 }
 
 }  // namespace plendix

@@ -11,7 +11,8 @@ namespace plendix {
 /// away who tidy up there.
 class ScratchFolder {
 public:
-    /// Below the system's folder for temporary files. Throws Failure.
+    /// Below the system's folder for temporary files. Throws Failure, which is a WriteFailure where there is
+    /// no room.
     ScratchFolder();
     /// Below a folder of ours, as ".scratch-XXXXXX". Throws Failure.
     explicit ScratchFolder(const std::filesystem::path& parent);

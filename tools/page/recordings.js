@@ -53,6 +53,7 @@ class Recordings {
                 this.player.stage.element,
                 this.player.bar,
                 this.clip.problem,
+                this.clip.told,
                 this.search.bar,
                 this.search.list
             ),

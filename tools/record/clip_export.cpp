@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ffmpeg.h"
+#include "host/write_failure.h"
 #include "record/clock_text.h"
 #include "record/matroska_writer.h"
 #include "record/movie_file.h"
@@ -25,6 +26,8 @@ namespace plendix {
 namespace {
 
 namespace fs = std::filesystem;
+
+using Stopped = std::function<bool()>;
 
 /// One segment's movie as a source of frames.
 struct Source {
@@ -45,12 +48,15 @@ PictureFormat format_of(const MovieFile& movie) {
     return format;
 }
 
-/// Reads the frames of a source with their times on the wall clock.
+/// Reads the frames of a source with their times on the wall clock, from the key frame at or before a moment
+/// on, or from an earlier one.
 class FrameReader {
 public:
-    explicit FrameReader(const Source& source)
+    FrameReader(const Source& source, std::int64_t from_ms)
         : source_(source), movie_(source.movie), packet_(av_packet_alloc()) {
         if (!packet_) throw std::bad_alloc();
+        const std::int64_t skipped_ms = from_ms - source.start_ms;
+        if (skipped_ms > 0 && !movie_.seek(skipped_ms)) movie_ = MovieFile(source.movie);
     }
     /// False at the end of what can be played.
     bool next() {
@@ -107,16 +113,21 @@ std::vector<Source> sources_of(const ClipPlan& plan) {
     return sources;
 }
 
-/// Time of the key frame that a clip from this moment on begins with; nothing when the source ends
+void require_wanted(const Stopped& stopped) {
+    if (stopped()) throw Failure("interrupted: nothing was written");
+}
+
+/// Time of the key frame that a clip of this plan begins with; nothing when the source ends
 /// before it.
-std::optional<std::int64_t> first_key(const Source& source, std::int64_t from_ms, std::int64_t to_ms) {
+std::optional<std::int64_t> first_key(const Source& source, const ClipPlan& plan, const Stopped& stopped) {
     std::optional<std::int64_t> key_ms;
-    FrameReader reader(source);
+    FrameReader reader(source, plan.from_ms);
     while (reader.next()) {
+        require_wanted(stopped);
         const std::int64_t time_ms = reader.time_ms();
-        if (time_ms >= to_ms) return std::nullopt;
-        if (reader.key() && (time_ms <= from_ms || !key_ms)) key_ms = time_ms;
-        if (time_ms >= from_ms && key_ms) return key_ms;
+        if (time_ms >= plan.to_ms) return std::nullopt;
+        if (reader.key() && (time_ms <= plan.from_ms || !key_ms)) key_ms = time_ms;
+        if (time_ms >= plan.from_ms && key_ms) return key_ms;
     }
     return std::nullopt;
 }
@@ -165,7 +176,7 @@ public:
         if (errno == EEXIST) refuse();
         // Not every file system knows that call: the name was free a moment ago.
         if (errno != EINVAL || ::rename(path_.c_str(), plan_.output.c_str()) != 0)
-            throw Failure("cannot write '" + plan_.output.string() + "': " + error_text(errno));
+            throw WriteFailure(plan_.output, errno);
     }
 
 private:
@@ -179,17 +190,17 @@ private:
 /// Copies frames from a moment on, segment after segment.
 class ClipWriter {
 public:
-    ClipWriter(const ClipPlan& plan, fs::path file, const std::function<bool()>& stopped)
+    ClipWriter(const ClipPlan& plan, fs::path file, const Stopped& stopped)
         : plan_(plan), file_(std::move(file)), stopped_(stopped) {}
 
     void copy(const Source& source, std::int64_t from_ms) {
-        FrameReader reader(source);
+        FrameReader reader(source, from_ms);
         std::optional<std::int64_t>
             later_ms;  // where the clock was set back, the segment follows the one before
         while (reader.next() && reader.time_ms() < plan_.to_ms) {
             const std::int64_t time_ms = reader.time_ms();
             if (time_ms < from_ms) continue;
-            if (stopped_()) throw Failure("interrupted: nothing was written");
+            require_wanted(stopped_);
             if (!later_ms)
                 later_ms = clip_.frames == 0 ? 0 : std::max<std::int64_t>(clip_.last_ms + 1 - time_ms, 0);
             write(source, reader, time_ms + *later_ms);
@@ -213,7 +224,7 @@ private:
 
     const ClipPlan& plan_;
     fs::path file_;
-    const std::function<bool()>& stopped_;
+    const Stopped& stopped_;
     std::unique_ptr<MatroskaWriter> writer_;
     Clip clip_;
 };
@@ -223,10 +234,10 @@ struct Parts {
     std::int64_t key_ms = 0;  // of the picture in the first that a clip begins with
 };
 
-Parts parts_of(const ClipPlan& plan) {
+Parts parts_of(const ClipPlan& plan, const Stopped& stopped) {
     std::vector<Source> sources = sources_of(plan);
     std::optional<std::int64_t> key_ms;
-    while (!sources.empty() && !(key_ms = first_key(sources.front(), plan.from_ms, plan.to_ms)))
+    while (!sources.empty() && !(key_ms = first_key(sources.front(), plan, stopped)))
         sources.erase(sources.begin());  // it ends before the span
     if (!key_ms)
         throw Failure("camera " + std::to_string(plan.camera) + " has no picture from " +
@@ -238,14 +249,14 @@ Parts parts_of(const ClipPlan& plan) {
 
 }  // namespace
 
-void check_clip(const ClipPlan& plan) {
-    parts_of(plan);
+void check_clip(const ClipPlan& plan, const Stopped& stopped) {
+    parts_of(plan, stopped);
 }
 
-Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped) {
+Clip export_clip(const ClipPlan& plan, const Stopped& stopped) {
     require_outside(plan);
     const TemporaryOutput output(plan);
-    const auto [sources, key_ms] = parts_of(plan);
+    const auto [sources, key_ms] = parts_of(plan, stopped);
     ClipWriter writer(plan, output.path(), stopped);
     for (const Source& source : sources)
         writer.copy(source, &source == &sources.front() ? key_ms : plan.from_ms);

@@ -25,11 +25,11 @@ struct Clip {
 
 /// Writes a Matroska file under a temporary name and renames it when it is whole: whatever fails, nothing
 /// is left. Segments that are being written are read up to their last whole picture. Throws Failure, also
-/// when `stopped` returns true or when the format changes within the span, and UsageError when the output
-/// exists.
+/// when `stopped` returns true or when the format changes within the span, WriteFailure where the disk
+/// refuses, and UsageError when the output exists.
 Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped);
 
 /// Throws Failure where export_clip would, but for what happens while it writes. The output is not looked at.
-void check_clip(const ClipPlan& plan);
+void check_clip(const ClipPlan& plan, const std::function<bool()>& stopped);
 
 }  // namespace plendix

@@ -3,8 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <nlohmann/json.hpp>
 
 #include "host/clocks.h"
@@ -117,7 +119,8 @@ private:
 Response file_response(const std::string& type, const std::filesystem::path& path) {
     Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0) throw Failure("cannot read a clip: " + error_text(errno));
+    if (!file || fstat(file.get(), &status) != 0)
+        throw HttpError(500, "cannot read a clip: " + error_text(errno));
     Response response = stream_response(type, std::make_shared<FileResponse>(std::move(file)));
     response.stream_size = static_cast<std::uint64_t>(status.st_size);
     return response;
@@ -128,16 +131,7 @@ ScratchFolder place_of_clips(const std::filesystem::path& recordings) {
     return ::access(recordings.c_str(), W_OK) == 0 ? ScratchFolder(recordings) : ScratchFolder();
 }
 
-/// Whether there would be a clip, for those who cannot see why a download fails.
-Response checked(const ClipPlan& plan) try {
-    check_clip(plan);
-    return empty_response();
-} catch (const Failure& failure) {
-    throw HttpError(409, failure.what());
-}
-
-Response clip(const Request& request, const Recordings& recordings) {
-    const RecordingIndex& index = *recordings.index();
+ClipPlan clip_plan(const Request& request, const RecordingIndex& index) {
     const Span span = span_of(request, longest_clip_ms);
     if (span.to_ms - span.from_ms > longest_clip_ms) throw UsageError("a clip is an hour at most");
     ClipPlan plan;
@@ -146,20 +140,66 @@ Response clip(const Request& request, const Recordings& recordings) {
     plan.from_ms = span.from_ms;
     plan.to_ms = span.to_ms;
     plan.utc = true;
-    if (request.asked("check").value_or("0") == "1") return checked(plan);
-    const ScratchFolder place = place_of_clips(index.folder());
-    plan.output = place.path() / "clip.mkv";
+    return plan;
+}
+
+/// About as many bytes as the clip will have.
+double clip_bytes(const ClipPlan& plan, const RecordingIndex& index) {
+    double bytes = 0;
+    for (const RecordedSegment& segment : index.segments(plan.camera, plan.from_ms, plan.to_ms)) {
+        const auto length_ms = static_cast<double>(segment.end_ms - segment.begin_ms);
+        const auto wanted_ms = static_cast<double>(std::min(segment.end_ms, plan.to_ms) -
+                                                   std::max(segment.begin_ms, plan.from_ms));
+        if (wanted_ms > 0) bytes += static_cast<double>(segment.bytes) * wanted_ms / length_ms;
+    }
+    return bytes;
+}
+
+void require_room(const ScratchFolder& place, double bytes) {
+    std::error_code unknown;
+    const auto room = std::filesystem::space(place.path(), unknown).available;
+    if (!unknown && static_cast<double>(room) < bytes) throw WriteFailure(place.path().parent_path(), ENOSPC);
+}
+
+/// Calls `make` with a plan and a place for its clip, and tells what is the disk's fault from what is the
+/// recording's.
+template <typename Make>
+Response with_clip(const Request& request, const Recordings& recordings, Make make) {
+    const RecordingIndex& index = *recordings.index();
+    ClipPlan plan = clip_plan(request, index);
     try {
-        export_clip(plan, [&] { return recordings.ended() || request.given_up(); });
+        const ScratchFolder place = place_of_clips(plan.folder);
+        require_room(place, clip_bytes(plan, index));
+        plan.output = place.path() / "clip.mkv";
+        return make(plan, [&] { return recordings.ended() || request.given_up(); });
     } catch (const WriteFailure& failure) {
         throw HttpError(507, failure.what());
     } catch (const Failure& failure) {
         throw HttpError(409, failure.what());
     }
-    const std::string name =
-        "camera-" + std::to_string(plan.camera) + '-' + utc_text(span.from_ms).substr(0, 10);
-    return file_response("video/x-matroska", plan.output)
-        .with("Content-Disposition", "attachment; filename=\"" + name + ".mkv\"");
+}
+
+/// Whether there would be a clip, for those who cannot see why a download fails.
+Response checked(const Request& request, const Recordings& recordings) {
+    return with_clip(request, recordings, [](const ClipPlan& plan, const std::function<bool()>& stopped) {
+        check_clip(plan, stopped);
+        return empty_response();
+    });
+}
+
+/// "camera-1-2026-11-24T14-00-05.mkv"
+std::string clip_name(const ClipPlan& plan) {
+    std::string time = utc_text(plan.from_ms).substr(0, 19);
+    std::replace(time.begin(), time.end(), ':', '-');
+    return "camera-" + std::to_string(plan.camera) + '-' + time + ".mkv";
+}
+
+Response clip(const Request& request, const Recordings& recordings) {
+    return with_clip(request, recordings, [](const ClipPlan& plan, const std::function<bool()>& stopped) {
+        export_clip(plan, stopped);
+        return file_response("video/x-matroska", plan.output)
+            .with("Content-Disposition", "attachment; filename=\"" + clip_name(plan) + '"');
+    });
 }
 
 /// Which cameras there is something of, those that are shown or not.
@@ -186,6 +226,8 @@ void add_record_routes(Router& router, House& house, Recordings& recordings) {
     add("", Lane::reader, [index](const Request& request) { return overview(request, *index); });
     add("/search", Lane::reader, [index](const Request& request) { return search(request, *index); });
     add("/play", Lane::reader, [&recordings](const Request& request) { return play(request, recordings); });
+    add("/export/check", Lane::reader,
+        [&recordings](const Request& request) { return checked(request, recordings); });
     add("/export", Lane::long_job,
         [&recordings](const Request& request) { return clip(request, recordings); });
 }
