@@ -7,19 +7,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "ffmpeg.h"
 #include "host/write_failure.h"
+#include "record/clip_source.h"
 #include "record/clock_text.h"
 #include "record/matroska_writer.h"
-#include "record/movie_file.h"
 #include "record/segment_files.h"
-#include "record/segment_repair.h"
 #include "usage.h"
 
 namespace plendix {
@@ -29,99 +26,16 @@ namespace fs = std::filesystem;
 
 using Stopped = std::function<bool()>;
 
-/// One segment's movie as a source of frames.
-struct Source {
-    fs::path movie;
-    std::int64_t start_ms = 0;
-    Playable playable{};
-    PictureFormat format{};
-};
-
-PictureFormat format_of(const MovieFile& movie) {
-    const AVCodecParameters& parameters = *movie.video().codecpar;
-    PictureFormat format;
-    format.codec = parameters.codec_id == AV_CODEC_ID_H264 ? FrameCodec::h264 : FrameCodec::jpeg;
-    format.width = parameters.width;
-    format.height = parameters.height;
-    if (format.codec == FrameCodec::h264 && parameters.extradata_size > 0)
-        format.parameter_sets.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
-    return format;
-}
-
-/// Reads the frames of a source with their times on the wall clock, from the key frame at or before a moment
-/// on, or from an earlier one.
-class FrameReader {
-public:
-    FrameReader(const Source& source, std::int64_t from_ms)
-        : source_(source), movie_(source.movie), packet_(av_packet_alloc()) {
-        if (!packet_) throw std::bad_alloc();
-        const std::int64_t skipped_ms = from_ms - source.start_ms;
-        if (skipped_ms > 0 && !movie_.seek(skipped_ms)) movie_ = MovieFile(source.movie);
-    }
-    /// False at the end of what can be played.
-    bool next() {
-        try {
-            if (!movie_.read(*packet_)) return false;
-        } catch (const Failure&) {
-            if (source_.playable.closed) throw;
-            return false;  // a picture that is just being written
-        }
-        return packet_->pos < 0 || static_cast<std::uint64_t>(packet_->pos) < source_.playable.bytes;
-    }
-    std::int64_t time_ms() const {
-        return source_.start_ms + av_rescale_q(packet_->pts, movie_.video().time_base, {1, 1000});
-    }
-    bool key() const { return (packet_->flags & AV_PKT_FLAG_KEY) != 0; }
-    Pieces picture() const { return {{packet_->data, static_cast<std::size_t>(packet_->size)}}; }
-
-private:
-    const Source& source_;
-    MovieFile movie_;
-    LibavPointer<AVPacket> packet_;
-};
-
-/// Nothing when the segment has no picture yet, or was removed by the recorder in the meantime.
-std::optional<Source> open_source(const fs::path& file) {
-    Source source;
-    source.movie = file;
-    try {
-        source.playable = playable_part(file);
-        if (source.playable.bytes == 0) return std::nullopt;
-        const MovieFile movie(file);
-        source.start_ms = movie.start_ms();
-        source.format = format_of(movie);
-    } catch (const Failure&) {
-        if (!fs::exists(file)) return std::nullopt;
-        throw;
-    }
-    return source;
-}
-
-/// In order of time; the first is the last one that begins at or before the span.
-std::vector<Source> sources_of(const ClipPlan& plan) {
-    std::vector<Source> sources;
-    for (const SegmentName& name :
-         segments_near(plan.folder, plan.camera, ".mkv", plan.from_ms, plan.to_ms)) {
-        auto source = open_source(plan.folder / (stem_path(name).string() + ".mkv"));
-        if (source && source->start_ms < plan.to_ms) sources.push_back(std::move(*source));
-    }
-    const auto earlier = [](const Source& a, const Source& b) { return a.start_ms < b.start_ms; };
-    std::stable_sort(sources.begin(), sources.end(), earlier);
-    const auto after = std::find_if(sources.begin(), sources.end(),
-                                    [&](const Source& source) { return source.start_ms > plan.from_ms; });
-    if (after - sources.begin() > 1) sources.erase(sources.begin(), after - 1);
-    return sources;
-}
-
 void require_wanted(const Stopped& stopped) {
     if (stopped()) throw Failure("interrupted: nothing was written");
 }
 
 /// Time of the key frame that a clip of this plan begins with; nothing when the source ends
 /// before it.
-std::optional<std::int64_t> first_key(const Source& source, const ClipPlan& plan, const Stopped& stopped) {
+std::optional<std::int64_t> first_key(const ClipSource& source, const ClipPlan& plan,
+                                      const Stopped& stopped) {
     std::optional<std::int64_t> key_ms;
-    FrameReader reader(source, plan.from_ms);
+    ClipReader reader(source, plan.from_ms);
     while (reader.next()) {
         require_wanted(stopped);
         const std::int64_t time_ms = reader.time_ms();
@@ -137,7 +51,7 @@ std::string text_of(const PictureFormat& format) {
            (format.codec == FrameCodec::h264 ? " H.264" : " JPEG");
 }
 
-void require_one_format(const ClipPlan& plan, const std::vector<Source>& sources) {
+void require_one_format(const ClipPlan& plan, const std::vector<ClipSource>& sources) {
     for (std::size_t i = 1; i < sources.size(); ++i) {
         const PictureFormat &before = sources[i - 1].format, &now = sources[i].format;
         if (before == now) continue;
@@ -193,8 +107,8 @@ public:
     ClipWriter(const ClipPlan& plan, fs::path file, const Stopped& stopped)
         : plan_(plan), file_(std::move(file)), stopped_(stopped) {}
 
-    void copy(const Source& source, std::int64_t from_ms) {
-        FrameReader reader(source, from_ms);
+    void copy(const ClipSource& source, std::int64_t from_ms) {
+        ClipReader reader(source, from_ms);
         std::optional<std::int64_t>
             later_ms;  // where the clock was set back, the segment follows the one before
         while (reader.next() && reader.time_ms() < plan_.to_ms) {
@@ -212,7 +126,7 @@ public:
     }
 
 private:
-    void write(const Source& source, const FrameReader& reader, std::int64_t time_ms) {
+    void write(const ClipSource& source, const ClipReader& reader, std::int64_t time_ms) {
         if (!writer_) {
             writer_ = std::make_unique<MatroskaWriter>(file_, source.format, time_ms);
             clip_.first_ms = time_ms;
@@ -230,12 +144,12 @@ private:
 };
 
 struct Parts {
-    std::vector<Source> sources;
+    std::vector<ClipSource> sources;
     std::int64_t key_ms = 0;  // of the picture in the first that a clip begins with
 };
 
 Parts parts_of(const ClipPlan& plan, const Stopped& stopped) {
-    std::vector<Source> sources = sources_of(plan);
+    std::vector<ClipSource> sources = clip_sources(plan);
     std::optional<std::int64_t> key_ms;
     while (!sources.empty() && !(key_ms = first_key(sources.front(), plan, stopped)))
         sources.erase(sources.begin());  // it ends before the span
@@ -258,7 +172,7 @@ Clip export_clip(const ClipPlan& plan, const Stopped& stopped) {
     const TemporaryOutput output(plan);
     const auto [sources, key_ms] = parts_of(plan, stopped);
     ClipWriter writer(plan, output.path(), stopped);
-    for (const Source& source : sources)
+    for (const ClipSource& source : sources)
         writer.copy(source, &source == &sources.front() ? key_ms : plan.from_ms);
     const Clip clip = writer.close();
     output.keep();
