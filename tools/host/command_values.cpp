@@ -8,7 +8,6 @@
 #include <optional>
 #include <sstream>
 
-#include "host/diagnosis.h"
 #include "usage.h"
 
 namespace plendix {
@@ -61,7 +60,8 @@ std::pair<int, int> parse_size(const std::string& text) {
 
 std::string parse_address(const std::string& text) {
     in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) == 1) return text;
+    const bool one_text = text.find('\0') == std::string::npos;
+    if (one_text && inet_pton(AF_INET, text.c_str(), &address) == 1) return text;
     throw UsageError("address '" + text + "' is not a dotted IPv4 address, as in 192.168.1.20");
 }
 
@@ -105,22 +105,6 @@ std::uint64_t parse_bytes(const std::string& text) {
 void require_no_terminal(const std::string& example) {
     if (isatty(STDOUT_FILENO) == 1)
         throw UsageError("standard output is a terminal, which shows no pictures: try '" + example + '\'');
-}
-
-std::vector<CameraSettings> named_cameras(const std::vector<std::string>& addresses) {
-    constexpr std::size_t most = 255;
-    if (addresses.size() > most)
-        throw UsageError(std::to_string(addresses.size()) + " cameras are too many: 255 at most");
-    std::vector<CameraSettings> cameras;
-    for (const auto& address : addresses) {
-        CameraSettings& camera = cameras.emplace_back();
-        camera.number = static_cast<int>(cameras.size());
-        camera.address = parse_address(address);
-        camera.name = "Camera " + std::to_string(camera.number);
-    }
-    const auto shared = shared_addresses(cameras);
-    if (!shared.empty()) throw UsageError(shared.front());
-    return cameras;
 }
 
 }  // namespace plendix

@@ -20,10 +20,6 @@ std::chrono::milliseconds parse_seconds(double seconds);  // 0 or more, at most 
 /// Nothing when it is from 1 to `most`, or 0, which stands for "not given".
 void require_range(const char* what, int value, int most);
 
-/// Cameras by their addresses alone: the first is camera 1 and so on. Throws UsageError also where there are
-/// more than 255, or two have one address.
-std::vector<CameraSettings> named_cameras(const std::vector<std::string>& addresses);
-
 /// "90s", "10m", "12h", "7d", a number alone for seconds; with decimals where wanted; at most 100 years.
 std::chrono::milliseconds parse_duration(const std::string& text);
 /// "200G", "512M": K, M, G and T are 1024 times what stands before; a number alone for bytes.

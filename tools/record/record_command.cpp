@@ -12,6 +12,7 @@
 
 #include "host/command_values.h"
 #include "host/diagnosis.h"
+#include "host/named_cameras.h"
 #include "record/config_file.h"
 #include "record/recording.h"
 #include "usage.h"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/command_values.h"
+#include "host/named_cameras.h"
 #include "record/config_file.h"
 #include "serve/serve_plan.h"
 #include "usage.h"
