@@ -90,7 +90,7 @@ Fields parse_query(const std::string& text) {
         const auto decoded_name = form_decoded(name);
         const auto decoded_value = form_decoded(value);
         if (!decoded_name || !decoded_value) return;
-        if (printable(*decoded_name + *decoded_value) != *decoded_name + *decoded_value) return;
+        if (printable(*decoded_name) != *decoded_name || printable(*decoded_value) != *decoded_value) return;
         fields.emplace_back(*decoded_name, *decoded_value);
     });
     return fields;
