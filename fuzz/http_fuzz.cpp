@@ -1,5 +1,5 @@
-// What an HTTP request is judged by: its target, its headers, the body of a login. What passes must be
-// what the rest of the server relies on.
+// What an HTTP request is judged by: its target, its headers, the body of a login or of new settings. What
+// passes must be what the rest of the server relies on.
 #include <algorithm>
 #include <cctype>
 #include <sstream>
@@ -7,11 +7,13 @@
 #include "fuzz.h"
 #include "host/plain_text.h"
 #include "http/http_error.h"
+#include "http/json_body.h"
 #include "http/listen_address.h"
 #include "http/login_body.h"
 #include "http/router.h"
 #include "http/uri.h"
 #include "http/visitor_check.h"
+#include "serve/settings_json.h"
 #include "usage.h"
 
 namespace {
@@ -101,6 +103,19 @@ void log_in(const std::string& body) try {
     require(error.status() == 400);
 }
 
+/// What is taken is written such that it is taken again, and means the same.
+void change(const std::string& body) try {
+    Request request;
+    request.body = body;
+    CameraSettings camera;
+    camera.name = "Gate";
+    camera.address = "10.0.0.7";
+    const CameraSettings changed = patched(camera, json_body(request));
+    require(safe(changed.name) && safe(changed.address) && safe(changed.trigger_name));
+    require(patched(camera, nlohmann::json(settings_json(changed))) == changed);
+} catch (const UsageError&) {
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -110,6 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (kind % 4 == 0) target(text);
     if (kind % 4 == 1) visitor(text, (kind & 4U) != 0, (kind & 8U) != 0);
     if (kind % 4 == 2) texts(text);
-    if (kind % 4 == 3) log_in(text);
+    if (kind % 8 == 3) log_in(text);
+    if (kind % 8 == 7) change(text);
     return 0;
 }

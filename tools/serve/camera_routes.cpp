@@ -4,6 +4,7 @@
 #include "host/clocks.h"
 #include "host/event_json.h"
 #include "http/http_error.h"
+#include "http/json_body.h"
 #include "serve/house.h"
 #include "serve/routes.h"
 #include "usage.h"
@@ -14,20 +15,8 @@ namespace {
 using nlohmann::json;
 using nlohmann::ordered_json;
 
-constexpr std::size_t deepest = 4;  // of what is sent here
-
 std::int64_t now_ms() {
     return milliseconds_of(std::chrono::steady_clock::now());
-}
-
-json body_of(const Request& request) {
-    const auto shallow = [](int depth, json::parse_event_t /*event*/, json& /*parsed*/) {
-        if (depth > static_cast<int>(deepest)) throw UsageError("the body is nested too deep");
-        return true;
-    };
-    json body = json::parse(request.body, shallow, false);
-    if (body.is_discarded()) throw UsageError("the body is no JSON");
-    return body;
 }
 
 bool flag(const json& body, const char* name) {
@@ -70,7 +59,7 @@ void add_camera_routes(Router& router, House& house, const std::string& version)
                [&house](const Request& request) { return one(house, camera_of(request, house)); });
     router.add("PATCH", "/api/cameras/{camera}", [&house](const Request& request) {
         const int camera = camera_of(request, house);
-        house.desk().patch(camera, body_of(request), now_ms());
+        house.desk().patch(camera, json_body(request), now_ms());
         return one(house, camera);
     });
     router.add("POST", "/api/cameras/{camera}/undo", [&house](const Request& request) {
@@ -79,12 +68,12 @@ void add_camera_routes(Router& router, House& house, const std::string& version)
         return one(house, camera);
     });
     router.add("POST", "/api/cameras/{camera}/relay", [&house](const Request& request) {
-        const json body = body_of(request);
+        const json body = json_body(request);
         house.desk().set_relay(camera_of(request, house), flag(body, "on"), seconds_of(body), now_ms());
         return empty_response();
     });
     router.add("POST", "/api/cameras/{camera}/recording", [&house](const Request& request) {
-        house.desk().set_recording(camera_of(request, house), flag(body_of(request), "on"));
+        house.desk().set_recording(camera_of(request, house), flag(json_body(request), "on"));
         return empty_response();
     });
     router.add("GET", "/api/history/{camera}", [&house](const Request& request) {
