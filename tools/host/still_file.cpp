@@ -71,11 +71,16 @@ void write_whole_file(const fs::path& file, const Piece& content) {
     throw WriteFailure(file, failure);
 }
 
-fs::path timed_name(const fs::path& file, std::int64_t time_ms) {
-    std::string moment = utc_text(time_ms).substr(0, 19) + 'Z';
+std::string moment_in_name(std::int64_t time_ms) {
+    std::string moment = utc_text(time_ms).substr(0, 19);
     std::replace(moment.begin(), moment.end(), ':', '-');  // which some systems have no room for in a name
+    return moment;
+}
+
+fs::path timed_name(const fs::path& file, std::int64_t time_ms) {
     fs::path timed = file;
-    return timed.replace_filename(file.stem().string() + '-' + moment + file.extension().string());
+    return timed.replace_filename(file.stem().string() + '-' + moment_in_name(time_ms) + 'Z' +
+                                  file.extension().string());
 }
 
 }  // namespace plendix

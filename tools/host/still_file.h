@@ -18,6 +18,8 @@ void require_writable(const std::filesystem::path& file);
 /// In place of the file that was there, once everything is on the disk. Throws WriteFailure.
 void write_whole_file(const std::filesystem::path& file, const Piece& content);
 
+/// "2026-11-23T14-00-00", UTC.
+std::string moment_in_name(std::int64_t time_ms);
 /// "door.jpg" with its time, UTC: "door-2026-11-23T14-00-00Z.jpg".
 std::filesystem::path timed_name(const std::filesystem::path& file, std::int64_t time_ms);
 

@@ -16,15 +16,13 @@
 #include "record/clip_source.h"
 #include "record/clock_text.h"
 #include "record/matroska_writer.h"
-#include "record/segment_files.h"
+#include "record/segment_name.h"
 #include "usage.h"
 
 namespace plendix {
 namespace {
 
 namespace fs = std::filesystem;
-
-using Stopped = std::function<bool()>;
 
 void require_wanted(const Stopped& stopped) {
     if (stopped()) throw Failure("interrupted: nothing was written");

@@ -23,13 +23,16 @@ struct Clip {
     std::int64_t last_ms = 0;
 };
 
+/// Whether nobody wants the clip any more; asked for each frame.
+using Stopped = std::function<bool()>;
+
 /// Writes a Matroska file under a temporary name and renames it when it is whole: whatever fails, nothing
 /// is left. Segments that are being written are read up to their last whole picture. Throws Failure, also
 /// when `stopped` returns true or when the format changes within the span, WriteFailure where the disk
 /// refuses, and UsageError when the output exists.
-Clip export_clip(const ClipPlan& plan, const std::function<bool()>& stopped);
+Clip export_clip(const ClipPlan& plan, const Stopped& stopped);
 
 /// Throws Failure where export_clip would, but for what happens while it writes. The output is not looked at.
-void check_clip(const ClipPlan& plan, const std::function<bool()>& stopped);
+void check_clip(const ClipPlan& plan, const Stopped& stopped);
 
 }  // namespace plendix

@@ -121,10 +121,8 @@ void House::loop(StopSignals& signals, OutputToFile& driver_log, ServiceNotice& 
         if (signals.take_reload()) reload();
         save_changes();
         say_lines();
-        if (now >= next_look_) {
-            look(now);
-            notice.status(live_of(session_.states()));
-        }
+        if (now >= next_look_) look(now);
+        notice.status(live_);
         const Clock::rep called = session_.last_call().time_since_epoch().count();
         notice.alive_if(called > last_call_, now);
         if (called > last_call_) last_call_ = called;
@@ -184,6 +182,7 @@ void House::tell(const Event& event) {
 void House::look(Clock::time_point now) {
     next_look_ = now + look_period;
     const auto cameras = session_.states();
+    live_ = live_of(cameras);
     board_.update(cameras, session_.reports(), now);
     desk_.learn(cameras, session_.reports(), milliseconds_of(now));
     for (const Event& event : advisor_.advise(cameras, now)) {

@@ -98,6 +98,7 @@ private:
     std::atomic<Clock::rep> last_call_{Clock::now().time_since_epoch().count()};
     std::atomic<std::uint64_t> lost_documents_{0};
     Clock::time_point next_look_{};
+    std::string live_;     // how many cameras are, as looked last
     std::string refusal_;  // of the driver, as far as it was told
     std::mutex mutex_;
     std::vector<std::string> lines_;  // guarded by mutex_

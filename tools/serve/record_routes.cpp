@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <functional>
 #include <nlohmann/json.hpp>
 
 #include "host/clocks.h"
 #include "host/descriptor.h"
 #include "host/event_json.h"
 #include "host/scratch_folder.h"
+#include "host/still_file.h"
 #include "host/write_failure.h"
 #include "http/http_error.h"
 #include "record/clip_export.h"
@@ -181,24 +181,18 @@ Response with_clip(const Request& request, const Recordings& recordings, Make ma
 
 /// Whether there would be a clip, for those who cannot see why a download fails.
 Response checked(const Request& request, const Recordings& recordings) {
-    return with_clip(request, recordings, [](const ClipPlan& plan, const std::function<bool()>& stopped) {
+    return with_clip(request, recordings, [](const ClipPlan& plan, const Stopped& stopped) {
         check_clip(plan, stopped);
         return empty_response();
     });
 }
 
-/// "camera-1-2026-11-24T14-00-05.mkv"
-std::string clip_name(const ClipPlan& plan) {
-    std::string time = utc_text(plan.from_ms).substr(0, 19);
-    std::replace(time.begin(), time.end(), ':', '-');
-    return "camera-" + std::to_string(plan.camera) + '-' + time + ".mkv";
-}
-
 Response clip(const Request& request, const Recordings& recordings) {
-    return with_clip(request, recordings, [](const ClipPlan& plan, const std::function<bool()>& stopped) {
+    return with_clip(request, recordings, [](const ClipPlan& plan, const Stopped& stopped) {
         export_clip(plan, stopped);
+        const std::string name = "camera-" + std::to_string(plan.camera) + '-' + moment_in_name(plan.from_ms);
         return file_response("video/x-matroska", plan.output)
-            .with("Content-Disposition", "attachment; filename=\"" + clip_name(plan) + '"');
+            .with("Content-Disposition", "attachment; filename=\"" + name + ".mkv\"");
     });
 }
 
