@@ -453,6 +453,22 @@ TEST(Archive, IsSearchedByZonesAndExportedFrameByFrame) {
                 testing::ThrowsMessage<Failure>(
                     HasSubstr("changed from 96x16 H.264 to 96x16 JPEG at 2026-11-23T12:00:10.000")));
     EXPECT_THROW(export_clip(plan, [] { return true; }), Failure);
+    EXPECT_THROW(check_clip(plan, [] { return true; }), Failure);
+    // From the key frame at or before any moment on, whether the file has an index yet or not.
+    ClipPlan part{".", 1, 0, 0, "part.mkv", true, true};
+    for (const std::int64_t start : {noon, noon + 3000})
+        for (std::int64_t from = 0; from < 2800; from += 150) {
+            part.from_ms = start + from;
+            part.to_ms = start + std::min<std::int64_t>(from + 400, 2800);
+            check_clip(part, go_on);
+            const std::int64_t key_ms = start + from / 1280 * 1280;
+            std::vector<std::int64_t> times;
+            for (std::int64_t at = key_ms; at < part.to_ms; at += 40)
+                times.push_back(at);
+            export_clip(part, go_on);
+            EXPECT_EQ(times_of("part.mkv"), times) << start - noon << " + " << from;
+        }
+    fs::remove("part.mkv");
     plan.from_ms = noon + 11000;
     plan.to_ms = noon + 12000;
     EXPECT_THROW(export_clip(plan, go_on), Failure) << "nothing was recorded then";
