@@ -24,6 +24,12 @@ after(async () => {
 
 const tile = (page, number) => page.locator(`.tile[data-number="${number}"]`);
 const cameraOf = async (number) => (await fetch(`${bench.base}api/cameras/${number}`)).json();
+const patch = (number, settings) =>
+    fetch(`${bench.base}api/cameras/${number}`, {
+        method: "PATCH",
+        headers: {"X-Plendix": "1"},
+        body: JSON.stringify(settings)
+    });
 const megabytes = (bytes) => (bytes / 1e6).toFixed(1);
 const nonsense = /(undefined|NaN|Invalid Date|\[object)[^\n]*/;
 const quiet = async (page) => {
@@ -186,17 +192,32 @@ test("settings are sent, pending until reported, and what the camera has otherwi
     await page.locator(".head .chip.recording").waitFor();
     await page.getByRole("button", {name: "Recording mark off"}).click();
     const {crop} = (await cameraOf(1)).settings;
-    await fetch(`${bench.base}api/cameras/1`, {
-        method: "PATCH",
-        headers: {"X-Plendix": "1"},
-        body: JSON.stringify({crop: {left: 0, top: 0, width: 1, height: 1}})
-    }); // leaves no picture
+    await patch(1, {crop: {left: 0, top: 0, width: 1, height: 1}}); // leaves no picture
     await page.getByRole("button", {name: "Take the change back"}).click({timeout: 40000});
     await until(
         "what was before",
         async () => JSON.stringify((await cameraOf(1)).settings.crop) === JSON.stringify(crop)
     );
     await moves(page.locator(".frame > .shot"), 3);
+
+    if (real) {
+        const {address} = await cameraOf(1);
+        const doubt = page.locator(".controls > .problem");
+        for (const [change, state, words] of [
+            [{enabled: false}, "Off", /relay was not switched/],
+            [{enabled: true, address: "127.255.0.9"}, "Connecting", /switched when it is/]
+        ]) {
+            await patch(1, change);
+            await page.locator(".head .chip", {hasText: state}).waitFor();
+            await page.getByRole("button", {name: "Relay on", exact: true}).click();
+            await until("what becomes of it", async () => words.test(await doubt.textContent()));
+        }
+        await page.locator(".eventlist").getByText("nothing listens on its UDP port 69").waitFor();
+        await patch(1, {address});
+        await moves(page.locator(".frame > .shot"), 3);
+        await until("no doubt any more", async () => (await doubt.textContent()) === "");
+        await page.getByRole("button", {name: "Relay off"}).click();
+    }
     await quiet(page);
     await page.close();
 });
