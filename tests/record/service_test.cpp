@@ -116,6 +116,11 @@ TEST(ServiceNotice, TellsTheManagerAndFeedsItsWatchdogWhileTheDriverPasses) {
         EXPECT_EQ(manager.next(), "READY=1\nSTATUS=2 cameras, all live");
         notice.reloading();
         EXPECT_THAT(manager.next(), testing::MatchesRegex("RELOADING=1\nMONOTONIC_USEC=[0-9]+"));
+        notice.status("2 cameras,\nall live");  // which is known
+        notice.status("1 of 2 cameras live");
+        EXPECT_EQ(manager.next(), "STATUS=1 of 2 cameras live");
+        notice.reloaded();
+        EXPECT_EQ(manager.next(), "READY=1\nSTATUS=1 of 2 cameras live");
         notice.stopping();
         EXPECT_EQ(manager.next(), "STOPPING=1");
         const ServiceNotice::Time start = std::chrono::steady_clock::now() + 1h;

@@ -4,12 +4,15 @@
 
 #include "serve/desk.h"
 #include "serve/event_feed.h"
+#include "serve/history.h"
 #include "serve/live_hub.h"
 #include "serve/thumbnailer.h"
 #include "usage.h"
 
 namespace plendix {
 namespace {
+
+using namespace std::chrono_literals;
 
 using nlohmann::json;
 using testing::ElementsAre;
@@ -176,6 +179,42 @@ TEST(LiveHub, GivesNoPictureForLiveThatIsOlderThanTheCameraIsSlow) {
         for (std::int64_t later = row.stale_ms; later < row.stale_ms + 30'000; later += 100)
             EXPECT_FALSE(hub.sight(1, later).picture) << later;
     }
+}
+
+TEST(History, CountsNothingTwiceAndKeepsAnHour) {
+    History history;
+    CameraState state;
+    CameraState::Time now{1h};
+    const auto look = [&](std::uint64_t frames, bool motion) {
+        now += 2s;
+        state.frames += frames;
+        history.add(state, motion, now);
+    };
+    look(0, false);
+    for (int i = 0; i < 5; ++i)  // a step: ten pictures a second, motion at two of its five looks, a loss
+        look(20, i < 2);
+    state.lost_blocks += 3;
+    ++state.timeouts;
+    for (int i = 0; i < 5; ++i)
+        look(0, false);
+    const auto seen = history.json(now + 3s, 1'000'000);
+    EXPECT_EQ(seen["rate"], nlohmann::ordered_json({10.0, 0.0}));
+    EXPECT_EQ(seen["lost"], nlohmann::ordered_json({0, 4}));
+    EXPECT_EQ(seen["motion"], nlohmann::ordered_json({0.33, 0.0}))
+        << "the first look is of the first step, too";
+    EXPECT_EQ(seen["end"], "1970-01-01T00:16:37.000Z") << "of the last whole step";
+    EXPECT_EQ(history.rate(), 0);
+
+    state.frames = 7;  // another camera in its place: nothing ran backwards
+    history.add(state, false, now += 2s);
+    EXPECT_EQ(history.rate(), 0);
+    for (std::size_t i = 0; i < 5 * (History::steps + 3); ++i)
+        look(2, true);
+    const auto full = history.json(now, 0);
+    EXPECT_EQ(full["rate"].size(), History::steps);
+    EXPECT_EQ(full["rate"].back(), 1);
+    EXPECT_EQ(full["lost"][0], 0);
+    EXPECT_EQ(full["motion"][1], 1);
 }
 
 TEST(Wall, IsLeftAloneWhileNobodyTakesItsPictures) {
